@@ -1,0 +1,35 @@
+#pragma once
+
+#include <concepts>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace tessarin {
+
+// One diagnostics line: a head and blank-separated key=value items. No protocol, no levels.
+//
+//   DiagnosticsLine("tessarin-native recording-summary").item("startupMs", 12).item("screenFrames", 600).text()
+class DiagnosticsLine {
+ public:
+  explicit DiagnosticsLine(std::string_view head) : text_(head) {}
+
+  DiagnosticsLine& item(std::string_view key, std::string_view value);
+  template <std::integral T> DiagnosticsLine& item(std::string_view key, T value) {
+    return item(key, std::string_view(std::to_string(value)));
+  }
+
+  // Without a line feed.
+  const std::string& text() const { return text_; }
+
+ private:
+  std::string text_;
+};
+
+// Takes whole lines without their line feed; any thread.
+using DiagnosticsSink = std::function<void(const std::string& line)>;
+
+// Writes the line and a line feed to standard error in one call; a failure to write is ignored.
+void writeDiagnostics(const std::string& line);
+
+} // namespace tessarin

@@ -1,0 +1,187 @@
+#include "base/JsonDocument.hpp"
+
+#include "base/Text.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <array>
+#include <charconv>
+#include <cmath>
+
+namespace tessarin::json {
+
+namespace {
+
+constexpr int maximumDepth = 512;
+
+const nlohmann::json& node(const void* pointer) {
+  return *static_cast<const nlohmann::json*>(pointer);
+}
+
+[[noreturn]] void wrongType(const char* expected) {
+  throw DecodingFailure(std::string("expected ") + expected);
+}
+
+} // namespace
+
+struct Document::Tree {
+  nlohmann::json json;
+};
+
+Document::Document(std::string_view text) : tree_(std::make_unique<Tree>()) {
+  bool tooDeep = false;
+  const auto limitDepth = [&](int depth, nlohmann::json::parse_event_t, nlohmann::json&) {
+    if (depth > maximumDepth)
+      tooDeep = true;
+    return !tooDeep;
+  };
+  try {
+    tree_->json = nlohmann::json::parse(text.begin(), text.end(), limitDepth);
+  } catch (const nlohmann::json::exception&) {
+    throw DecodingFailure("not a JSON document");
+  }
+  if (tooDeep)
+    throw DecodingFailure("nested too deeply");
+}
+
+Document::~Document() = default;
+Document::Document(Document&&) noexcept = default;
+Document& Document::operator=(Document&&) noexcept = default;
+
+Value Document::root() const {
+  return Value(&tree_->json);
+}
+
+bool Value::isNull() const {
+  return node(node_).is_null();
+}
+
+bool Value::isObject() const {
+  return node(node_).is_object();
+}
+
+std::optional<Value> Value::member(std::string_view key) const {
+  if (!isObject())
+    wrongType("an object");
+  const auto found = node(node_).find(key);
+  if (found == node(node_).end())
+    return std::nullopt;
+  return Value(&*found);
+}
+
+bool Value::boolean() const {
+  if (!node(node_).is_boolean())
+    wrongType("a Boolean");
+  return node(node_).get<bool>();
+}
+
+double Value::number() const {
+  if (!node(node_).is_number())
+    wrongType("a number");
+  return node(node_).get<double>();
+}
+
+std::string Value::string() const {
+  if (!node(node_).is_string())
+    wrongType("a string");
+  return node(node_).get<std::string>();
+}
+
+std::int64_t Value::signedInteger(std::int64_t lowest, std::int64_t highest) const {
+  const nlohmann::json& value = node(node_);
+  std::int64_t result = 0;
+  if (value.is_number_unsigned()) {
+    const auto number = value.get<std::uint64_t>();
+    if (number > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
+      wrongType("an integer in range");
+    result = static_cast<std::int64_t>(number);
+  } else if (value.is_number_integer()) {
+    result = value.get<std::int64_t>();
+  } else if (value.is_number_float()) {
+    const double number = value.get<double>();
+    // 2^63 is exact as a double; the largest signed integer itself is not.
+    if (!(std::trunc(number) == number && number >= -0x1p63 && number < 0x1p63))
+      wrongType("an integer");
+    result = static_cast<std::int64_t>(number);
+  } else {
+    wrongType("an integer");
+  }
+  if (result < lowest || result > highest)
+    wrongType("an integer in range");
+  return result;
+}
+
+std::uint64_t Value::unsignedInteger(std::uint64_t highest) const {
+  const nlohmann::json& value = node(node_);
+  std::uint64_t result = 0;
+  if (value.is_number_unsigned()) {
+    result = value.get<std::uint64_t>();
+  } else if (value.is_number_integer()) {
+    const auto number = value.get<std::int64_t>();
+    if (number < 0)
+      wrongType("an integer in range");
+    result = static_cast<std::uint64_t>(number);
+  } else if (value.is_number_float()) {
+    const double number = value.get<double>();
+    if (!(std::trunc(number) == number && number >= 0 && number < 0x1p64))
+      wrongType("an integer");
+    result = static_cast<std::uint64_t>(number);
+  } else {
+    wrongType("an integer");
+  }
+  if (result > highest)
+    wrongType("an integer in range");
+  return result;
+}
+
+std::size_t Value::arraySize() const {
+  if (!node(node_).is_array())
+    wrongType("an array");
+  return node(node_).size();
+}
+
+Value Value::at(std::size_t index) const {
+  if (index >= arraySize())
+    wrongType("an element");
+  return Value(&node(node_)[index]);
+}
+
+void appendString(std::string& out, std::string_view text) {
+  if (!isValidUtf8(text))
+    throw EncodingFailure("a string is not UTF-8");
+  static constexpr char digits[] = "0123456789abcdef";
+  out += '"';
+  for (const char character : text) {
+    switch (character) {
+    case '"': out += "\\\""; break;
+    case '\\': out += "\\\\"; break;
+    case '\b': out += "\\b"; break;
+    case '\f': out += "\\f"; break;
+    case '\n': out += "\\n"; break;
+    case '\r': out += "\\r"; break;
+    case '\t': out += "\\t"; break;
+    default:
+      if (static_cast<unsigned char>(character) < 0x20) {
+        out += "\\u00";
+        out += digits[(character >> 4) & 0xF];
+        out += digits[character & 0xF];
+      } else {
+        out += character;
+      }
+    }
+  }
+  out += '"';
+}
+
+void appendNumber(std::string& out, double value) {
+  if (!std::isfinite(value))
+    throw EncodingFailure("a number is not finite");
+  std::array<char, 64> text{};
+  const double magnitude = std::fabs(value);
+  const bool plain = magnitude == 0 || (magnitude >= 1e-5 && magnitude < 1e16);
+  const auto format = plain ? std::chars_format::fixed : std::chars_format::scientific;
+  const auto [end, error] = std::to_chars(text.data(), text.data() + text.size(), value, format);
+  out.append(text.data(), error == std::errc{} ? end : text.data());
+}
+
+} // namespace tessarin::json
