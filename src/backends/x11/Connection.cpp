@@ -1,0 +1,171 @@
+#include "backends/x11/Connection.hpp"
+
+#include <xcb/composite.h>
+#include <xcb/damage.h>
+#include <xcb/randr.h>
+#include <xcb/render.h>
+#include <xcb/res.h>
+#include <xcb/shape.h>
+#include <xcb/shm.h>
+#include <xcb/xfixes.h>
+
+#include <utility>
+
+namespace tessarin::x11 {
+
+namespace {
+
+// In the order of the enumeration.
+const std::array<xcb_extension_t*, extensionCount>& extensionHandles() {
+  static const std::array<xcb_extension_t*, extensionCount> handles = {
+      &xcb_composite_id, &xcb_damage_id, &xcb_randr_id, &xcb_render_id,
+      &xcb_res_id,       &xcb_shape_id,  &xcb_shm_id,   &xcb_xfixes_id};
+  return handles;
+}
+
+} // namespace
+
+Connection::Connection(const std::optional<std::string>& displayName)
+    : connection_(xcb_connect(displayName ? displayName->c_str() : nullptr, &screenNumber_)) {
+  try {
+    requireAlive();
+    findScreen();
+    agree();
+  } catch (...) {
+    xcb_disconnect(connection_);
+    throw;
+  }
+}
+
+Connection::~Connection() {
+  xcb_disconnect(connection_);
+}
+
+void Connection::findScreen() {
+  auto screens = xcb_setup_roots_iterator(xcb_get_setup(connection_));
+  for (int number = 0; screens.rem > 0; xcb_screen_next(&screens), ++number) {
+    if (number == screenNumber_) {
+      screen_ = screens.data;
+    }
+  }
+  if (!screen_) {
+    throw DesktopFailure();
+  }
+}
+
+// Two steps: which extensions there are, and the atoms; then the versions, which some extensions insist on
+// hearing before anything else.
+void Connection::agree() {
+  for (auto* handle : extensionHandles()) {
+    xcb_prefetch_extension_data(connection_, handle);
+  }
+  std::array<xcb_intern_atom_cookie_t, atomCount> atomCookies{};
+  for (std::size_t i = 0; i < atomCount; ++i) {
+    atomCookies[i] =
+        xcb_intern_atom(connection_, 0, static_cast<std::uint16_t>(atomTexts[i].size()), atomTexts[i].data());
+  }
+  for (std::size_t i = 0; i < atomCount; ++i) {
+    atoms_[i] = required(xcb_intern_atom_reply, atomCookies[i])->atom;
+  }
+  for (std::size_t i = 0; i < extensionCount; ++i) {
+    const auto* data = xcb_get_extension_data(connection_, extensionHandles()[i]);
+    if (!data) {
+      throw DesktopFailure();
+    }
+    auto& info = extensions_[i];
+    info.isPresent = data->present != 0;
+    info.majorOpcode = data->major_opcode;
+    info.firstEvent = data->first_event;
+    info.firstError = data->first_error;
+  }
+
+  // An absent extension would shut the connection when asked.
+  const auto ask = [this](Extension name, auto request, auto... version) {
+    using Cookie = decltype(request(connection_, version...));
+    return extension(name).isPresent ? std::optional<Cookie>(request(connection_, version...)) : std::nullopt;
+  };
+  const auto composite = ask(Extension::composite, xcb_composite_query_version, 0U, 4U);
+  const auto damage = ask(Extension::damage, xcb_damage_query_version, 1U, 1U);
+  const auto randr = ask(Extension::randr, xcb_randr_query_version, 1U, 5U);
+  const auto render = ask(Extension::render, xcb_render_query_version, 0U, 11U);
+  const auto res = ask(Extension::res, xcb_res_query_version, std::uint8_t{1}, std::uint8_t{2});
+  const auto shape = ask(Extension::shape, xcb_shape_query_version);
+  const auto shm = ask(Extension::shm, xcb_shm_query_version);
+  const auto xfixes = ask(Extension::xfixes, xcb_xfixes_query_version, 5U, 0U);
+
+  const auto take = [this](Extension name, auto fetch, const auto& cookie) {
+    if (cookie) {
+      auto& info = extensions_[static_cast<std::size_t>(name)];
+      const auto answer = required(fetch, *cookie);
+      if constexpr (requires { answer->server_major; }) {
+        info.majorVersion = answer->server_major;
+        info.minorVersion = answer->server_minor;
+      } else {
+        info.majorVersion = answer->major_version;
+        info.minorVersion = answer->minor_version;
+      }
+    }
+  };
+  take(Extension::composite, xcb_composite_query_version_reply, composite);
+  take(Extension::damage, xcb_damage_query_version_reply, damage);
+  take(Extension::randr, xcb_randr_query_version_reply, randr);
+  take(Extension::render, xcb_render_query_version_reply, render);
+  take(Extension::res, xcb_res_query_version_reply, res);
+  take(Extension::shape, xcb_shape_query_version_reply, shape);
+  take(Extension::shm, xcb_shm_query_version_reply, shm);
+  take(Extension::xfixes, xcb_xfixes_query_version_reply, xfixes);
+}
+
+bool Connection::succeeded(xcb_void_cookie_t cookie) {
+  willWait(cookie.sequence);
+  const Owned<xcb_generic_error_t> error(xcb_request_check(connection_, cookie));
+  requireAlive();
+  return !error;
+}
+
+Owned<xcb_generic_event_t> Connection::pollEvent() {
+  Owned<xcb_generic_event_t> event(xcb_poll_for_event(connection_));
+  if (!event) {
+    requireAlive();
+  }
+  return event;
+}
+
+void Connection::flush() {
+  if (xcb_flush(connection_) <= 0) {
+    throw DesktopFailure();
+  }
+}
+
+void Connection::sync() {
+  required(xcb_get_input_focus_reply, xcb_get_input_focus(connection_));
+}
+
+// A request without effect tells how far the numbering has come; requests up to there share this wait.
+void Connection::willWait(unsigned int sequence) {
+  if (roundTrips_ == 0 || static_cast<int>(sequence - answeredThrough_) > 0) {
+    ++roundTrips_;
+    answeredThrough_ = xcb_no_operation(connection_).sequence;
+  }
+}
+
+void Connection::requireAlive() const {
+  if (isLost()) {
+    throw DesktopFailure();
+  }
+}
+
+DisplayServer::DisplayServer(std::optional<std::string> displayName) : displayName_(std::move(displayName)) {}
+
+Connection& DisplayServer::connection() {
+  if (!connection_ || connection_->isLost()) {
+    connection_ = open();
+  }
+  return *connection_;
+}
+
+std::unique_ptr<Connection> DisplayServer::open() const {
+  return std::make_unique<Connection>(displayName_);
+}
+
+} // namespace tessarin::x11

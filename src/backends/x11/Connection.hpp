@@ -1,0 +1,148 @@
+#pragma once
+
+#include "backends/x11/Atoms.hpp"
+#include "ports/Desktop.hpp"
+
+#include <xcb/xcb.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+
+// The connection to the X server on which every service of this room stands.
+namespace tessarin::x11 {
+
+struct FreeDeleter {
+  void operator()(void* memory) const noexcept { std::free(memory); }
+};
+// Replies, errors and events come from malloc.
+template<class T> using Owned = std::unique_ptr<T, FreeDeleter>;
+
+enum class Extension : std::uint8_t { composite, damage, randr, render, res, shape, shm, xfixes };
+inline constexpr std::size_t extensionCount = 8;
+
+struct ExtensionInfo {
+  bool isPresent = false;
+  std::uint8_t majorOpcode = 0;
+  std::uint8_t firstEvent = 0;
+  std::uint8_t firstError = 0;
+  std::uint32_t majorVersion = 0; // as agreed with the server; 0.0 when absent
+  std::uint32_t minorVersion = 0;
+
+  bool isAtLeast(std::uint32_t major, std::uint32_t minor) const {
+    return isPresent && (majorVersion > major || (majorVersion == major && minorVersion >= minor));
+  }
+};
+
+// One connection with its screen, agreed extensions and interned atoms; opening it costs two round trips
+// beside the handshake. Confined to one thread at a time: a stream with a thread of its own opens its own.
+//
+// Requests are made with the xcb functions on get(); their replies are fetched here, so that a lost server
+// becomes a DesktopFailure everywhere. Send all requests of a step first, then fetch the replies: a step
+// then costs one round trip however many requests it has.
+//
+// A lost server raises SIGPIPE on the next write; the process must ignore that signal.
+class Connection {
+ public:
+  // Opens the display named, or the one of the environment. Throws DesktopFailure.
+  explicit Connection(const std::optional<std::string>& displayName = std::nullopt);
+  ~Connection();
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  xcb_connection_t* get() const { return connection_; }
+  const xcb_setup_t& setup() const { return *xcb_get_setup(connection_); }
+  // As it was when the connection was opened: a screen that has been resized since has another size.
+  const xcb_screen_t& screen() const { return *screen_; }
+  int screenNumber() const { return screenNumber_; }
+  xcb_window_t root() const { return screen_->root; }
+
+  xcb_atom_t atom(Atom name) const { return atoms_[static_cast<std::size_t>(name)]; }
+  const ExtensionInfo& extension(Extension name) const { return extensions_[static_cast<std::size_t>(name)]; }
+
+  // The resource's owner, as the part of its number that all resources of one client share.
+  std::uint32_t clientBase(std::uint32_t resource) const { return resource & ~setup().resource_id_mask; }
+
+  // The reply; null when the server refused the request, as it does for a window that is gone. Throws
+  // DesktopFailure when the server is lost.
+  //
+  //   auto geometry = connection.reply(xcb_get_geometry_reply, xcb_get_geometry(connection.get(), window));
+  template<class Reply, class Cookie>
+  Owned<Reply> reply(Reply* (*fetch)(xcb_connection_t*, Cookie, xcb_generic_error_t**), Cookie cookie) {
+    willWait(cookie.sequence);
+    xcb_generic_error_t* error = nullptr;
+    Owned<Reply> result(fetch(connection_, cookie, &error));
+    const Owned<xcb_generic_error_t> ownedError(error);
+    if (!result && !error) {
+      throw DesktopFailure();
+    }
+    return result;
+  }
+
+  // As above; a refused request is a DesktopFailure too.
+  template<class Reply, class Cookie>
+  Owned<Reply> required(Reply* (*fetch)(xcb_connection_t*, Cookie, xcb_generic_error_t**), Cookie cookie) {
+    auto result = reply(fetch, cookie);
+    if (!result) {
+      throw DesktopFailure();
+    }
+    return result;
+  }
+
+  // Whether a request made with an xcb ..._checked function was carried out. Throws DesktopFailure when the
+  // server is lost.
+  bool succeeded(xcb_void_cookie_t cookie);
+
+  // The next event without waiting, also errors of requests that were not checked; null when there is none.
+  // Throws DesktopFailure when the server is lost.
+  Owned<xcb_generic_event_t> pollEvent();
+
+  // Sends what is buffered. Throws DesktopFailure when the server is lost.
+  void flush();
+
+  // Returns when the server has carried out everything sent so far. Throws DesktopFailure.
+  void sync();
+
+  bool isLost() const { return xcb_connection_has_error(connection_) != 0; }
+
+  // Becomes readable when there may be an event, or the server is lost.
+  int descriptor() const { return xcb_get_file_descriptor(connection_); }
+
+  // How often a reply was awaited whose request had gone out since the wait before: the round trips made.
+  std::uint64_t roundTrips() const { return roundTrips_; }
+
+ private:
+  void findScreen();
+  void agree();
+  void willWait(unsigned int sequence);
+  void requireAlive() const;
+
+  xcb_connection_t* connection_ = nullptr;
+  const xcb_screen_t* screen_ = nullptr;
+  int screenNumber_ = 0;
+  std::array<xcb_atom_t, atomCount> atoms_{};
+  std::array<ExtensionInfo, extensionCount> extensions_{};
+  std::uint64_t roundTrips_ = 0;
+  unsigned int answeredThrough_ = 0; // the last request that went out before the latest round trip
+};
+
+// The display server of this job: opened on first use, then shared by the services that run one at a time.
+class DisplayServer {
+ public:
+  // Nothing means the display that the environment names.
+  explicit DisplayServer(std::optional<std::string> displayName = std::nullopt);
+
+  // The shared connection; opened anew when the last one was lost. Throws DesktopFailure.
+  Connection& connection();
+  // A connection of the caller's own, for another thread. Throws DesktopFailure.
+  std::unique_ptr<Connection> open() const;
+
+ private:
+  std::optional<std::string> displayName_;
+  std::unique_ptr<Connection> connection_;
+};
+
+} // namespace tessarin::x11
