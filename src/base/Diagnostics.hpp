@@ -9,13 +9,15 @@ namespace tessarin {
 
 // One diagnostics line: a head and blank-separated key=value items. No protocol, no levels.
 //
-//   DiagnosticsLine("tessarin-native recording-summary").item("startupMs", 12).item("screenFrames", 600).text()
+//   DiagnosticsLine("tessarin-native recording-summary").item("startupMs", 12).item("screenFrames",
+//   600).text()
 class DiagnosticsLine {
  public:
   explicit DiagnosticsLine(std::string_view head) : text_(head) {}
 
+  // Blanks and control characters of the value become underscores, so that items stay apart.
   DiagnosticsLine& item(std::string_view key, std::string_view value);
-  template <std::integral T> DiagnosticsLine& item(std::string_view key, T value) {
+  template<std::integral T> DiagnosticsLine& item(std::string_view key, T value) {
     return item(key, std::string_view(std::to_string(value)));
   }
 
@@ -29,7 +31,8 @@ class DiagnosticsLine {
 // Takes whole lines without their line feed; any thread.
 using DiagnosticsSink = std::function<void(const std::string& line)>;
 
-// Writes the line and a line feed to standard error in one call; a failure to write is ignored.
+// Writes the line and a line feed to standard error in one call; a failure to write, also of a pipe that
+// nobody reads any more, is ignored.
 void writeDiagnostics(const std::string& line);
 
 } // namespace tessarin

@@ -8,7 +8,7 @@ namespace tessarin {
 // A thrown failure of a service: one small enumeration says which one it was. The command room turns
 // the enumeration into a wire code, a message and an exit status; no text travels with the failure.
 // Copyable, and safe to hand to another thread.
-template <class Case> class Failure : public std::exception {
+template<class Case> class Failure : public std::exception {
  public:
   explicit Failure(Case value) : value_(value) {}
 
@@ -21,7 +21,7 @@ template <class Case> class Failure : public std::exception {
   Case value_;
 };
 
-template <class Case> [[noreturn]] void fail(Case value) {
+template<class Case> [[noreturn]] void fail(Case value) {
   throw Failure<Case>(value);
 }
 

@@ -11,7 +11,21 @@
 
 namespace tessarin {
 
-enum class FileOperation { open, info, read, write, sync, truncate, copy, rename, remove, makeDirectory, list, space };
+enum class FileOperation : std::uint8_t {
+  open,
+  info,
+  read,
+  write,
+  sync,
+  truncate,
+  copy,
+  clone,
+  rename,
+  remove,
+  makeDirectory,
+  list,
+  space
+};
 
 // An operation of the file layer failed; `errorNumber` is the platform's errno (0 for a short file).
 class FileFailure : public std::exception {
@@ -57,7 +71,8 @@ class OpenFile {
   virtual void truncate(std::uint64_t size) = 0;
   // Until the data is on the disk.
   virtual void sync() = 0;
-  // Copies bytes of another file here without passing through this process where the system can do it.
+  // Copies bytes of another file here without passing through this process where the system can do it; fails
+  // with the error number 0 when the source ends before.
   virtual void copyFrom(const OpenFile& source, std::uint64_t sourceOffset, std::uint64_t offset,
                         std::uint64_t length) = 0;
   // Makes this (empty) file a copy-on-write clone of the source; false where the volume cannot.
@@ -65,7 +80,8 @@ class OpenFile {
 };
 
 // The file layer behind which every file of the product stands, so that tests can fail, shorten, delay or
-// refuse any operation. Every method may be called on any thread, and throws FileFailure.
+// refuse any operation. Every method may be called on any thread, and throws FileFailure; a path with a NUL
+// inside fails with EINVAL.
 class FileSystem {
  public:
   virtual ~FileSystem() = default;
@@ -80,12 +96,14 @@ class FileSystem {
   virtual void rename(const std::string& from, const std::string& to) = 0;
   // Fails with EEXIST when the target exists.
   virtual void renameExclusive(const std::string& from, const std::string& to) = 0;
+  // A file, or a link itself; a directory fails with EISDIR.
   virtual void remove(const std::string& path) = 0;
-  // With intermediate directories; an existing directory is fine.
+  // With intermediate directories; an existing directory, or a link to one, is fine.
   virtual void makeDirectory(const std::string& path) = 0;
   // Makes entries of the directory itself durable.
   virtual void syncDirectory(const std::string& path) = 0;
-  // Names of the entries without "." and "..", unordered; nothing when there are more than the limit.
+  // Names of the entries without "." and "..", unordered; nothing when there are more than the limit. A
+  // symbolic link to a directory fails with ENOTDIR.
   virtual std::optional<std::vector<std::string>> list(const std::string& path, std::size_t limit) = 0;
   // Bytes that an unprivileged process may still write on the volume of the path.
   virtual std::uint64_t availableBytes(const std::string& path) = 0;

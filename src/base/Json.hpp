@@ -43,42 +43,53 @@
 // `void toJson(std::string& out) const`.
 namespace tessarin::json {
 
-template <class Record, class Type> struct Field {
+template<class Record, class Type> struct Field {
   using Value = Type;
   std::string_view key;
   Type Record::*member;
 };
 
-template <class Record, class Type> constexpr Field<Record, Type> field(std::string_view key, Type Record::*member) {
+template<class Record, class Type>
+constexpr Field<Record, Type> field(std::string_view key, Type Record::*member) {
   return {key, member};
 }
 
-template <class... Fields> constexpr std::tuple<Fields...> table(Fields... fields) {
+template<class... Fields> constexpr std::tuple<Fields...> table(Fields... fields) {
   return {fields...};
 }
 
-template <class Enumeration> using Name = std::pair<Enumeration, std::string_view>;
+template<class Enumeration> using Name = std::pair<Enumeration, std::string_view>;
 
-template <class Enumeration, std::size_t Count>
+template<class Enumeration, std::size_t Count>
 constexpr std::array<Name<Enumeration>, Count> names(const Name<Enumeration> (&list)[Count]) {
   return std::to_array(list);
 }
 
-template <class T> concept IsRecord = requires { T::fields(); };
-template <class T> concept IsNamed = std::is_enum_v<T> && requires(T value) { jsonNames(value); };
-template <class T> concept IsCustom = requires(const T& value, const Value& json, std::string& out) {
+template<class T>
+concept IsRecord = requires {
+  T::fields();
+};
+template<class T>
+concept IsNamed = std::is_enum_v<T> && requires(T value) {
+  jsonNames(value);
+};
+template<class T>
+concept IsCustom = requires(const T& value, const Value& json, std::string& out) {
   { T::fromJson(json) } -> std::same_as<T>;
   value.toJson(out);
 };
-template <class T> concept IsCustomEncoded = requires(const T& value, std::string& out) { value.toJson(out); };
+template<class T>
+concept IsCustomEncoded = requires(const T& value, std::string& out) {
+  value.toJson(out);
+};
 
-template <class T> struct OptionalOf : std::false_type {};
-template <class T> struct OptionalOf<std::optional<T>> : std::true_type {};
-template <class T> struct ArrayOf : std::false_type {};
-template <class T> struct ArrayOf<std::vector<T>> : std::true_type {};
+template<class T> struct OptionalOf : std::false_type {};
+template<class T> struct OptionalOf<std::optional<T>> : std::true_type {};
+template<class T> struct ArrayOf : std::false_type {};
+template<class T> struct ArrayOf<std::vector<T>> : std::true_type {};
 
 // The string of an enumeration's case; every case has one.
-template <IsNamed E> constexpr std::string_view nameOf(E value) {
+template<IsNamed E> constexpr std::string_view nameOf(E value) {
   for (const auto& [candidate, text] : jsonNames(E{}))
     if (candidate == value)
       return text;
@@ -86,30 +97,36 @@ template <IsNamed E> constexpr std::string_view nameOf(E value) {
 }
 
 // The case of a string, or nothing.
-template <IsNamed E> constexpr std::optional<E> fromName(std::string_view text) {
+template<IsNamed E> constexpr std::optional<E> fromName(std::string_view text) {
   for (const auto& [candidate, candidateText] : jsonNames(E{}))
     if (candidateText == text)
       return candidate;
   return std::nullopt;
 }
 
-template <class T> T decode(const Value& json);
+template<class T> T decode(const Value& json);
 
 namespace detail {
 
-template <class T, class Type> void decodeField(T& record, const Value& object, const Field<T, Type>& field) {
+template<class T, class Type> void decodeField(T& record, const Value& object, const Field<T, Type>& field) {
   const std::optional<Value> member = object.member(field.key);
   if constexpr (OptionalOf<Type>::value) {
-    if (member && !member->isNull())
+    if (!member || member->isNull())
+      return;
+  } else if (!member) {
+    throw DecodingFailure("missing key: " + std::string(field.key));
+  }
+  try {
+    if constexpr (OptionalOf<Type>::value)
       record.*field.member = json::decode<typename Type::value_type>(*member);
-  } else {
-    if (!member)
-      throw DecodingFailure("missing key: " + std::string(field.key));
-    record.*field.member = json::decode<Type>(*member);
+    else
+      record.*field.member = json::decode<Type>(*member);
+  } catch (const DecodingFailure& failure) {
+    throw DecodingFailure(std::string(field.key) + ": " + failure.what());
   }
 }
 
-template <IsRecord T> constexpr auto sortedFieldOrder() {
+template<IsRecord T> constexpr auto sortedFieldOrder() {
   constexpr auto fields = T::fields();
   constexpr std::size_t count = std::tuple_size_v<decltype(fields)>;
   std::array<std::string_view, count> keys{};
@@ -124,7 +141,7 @@ template <IsRecord T> constexpr auto sortedFieldOrder() {
 } // namespace detail
 
 // Appends the JSON of a value. Throws EncodingFailure; `out` is then unspecified.
-template <class T> void append(std::string& out, const T& value) {
+template<class T> void append(std::string& out, const T& value) {
   if constexpr (IsCustomEncoded<T>) {
     value.toJson(out);
   } else if constexpr (IsRecord<T>) {
@@ -153,7 +170,8 @@ template <class T> void append(std::string& out, const T& value) {
     out += '{';
     [&]<std::size_t... I>(std::index_sequence<I...>) {
       (one(std::get<order[I]>(fields)), ...);
-    }(std::make_index_sequence<order.size()>{});
+    }
+    (std::make_index_sequence<order.size()>{});
     out += '}';
   } else if constexpr (IsNamed<T>) {
     appendString(out, nameOf(value));
@@ -177,14 +195,14 @@ template <class T> void append(std::string& out, const T& value) {
   }
 }
 
-template <class T> std::string encode(const T& value) {
+template<class T> std::string encode(const T& value) {
   std::string out;
   append(out, value);
   return out;
 }
 
 // Decodes a value that was parsed already.
-template <class T> T decode(const Value& json) {
+template<class T> T decode(const Value& json) {
   if constexpr (IsCustom<T>) {
     return T::fromJson(json);
   } else if constexpr (IsRecord<T>) {
@@ -220,7 +238,7 @@ template <class T> T decode(const Value& json) {
 }
 
 // Parses and decodes one document. Throws DecodingFailure.
-template <class T> T decode(std::string_view text) {
+template<class T> T decode(std::string_view text) {
   const Document document(text);
   return json::decode<T>(document.root());
 }

@@ -7,12 +7,15 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <limits>
 
 namespace tessarin::json {
 
 namespace {
 
 constexpr int maximumDepth = 512;
+
+using Event = nlohmann::json::parse_event_t;
 
 const nlohmann::json& node(const void* pointer) {
   return *static_cast<const nlohmann::json*>(pointer);
@@ -29,19 +32,21 @@ struct Document::Tree {
 };
 
 Document::Document(std::string_view text) : tree_(std::make_unique<Tree>()) {
-  bool tooDeep = false;
-  const auto limitDepth = [&](int depth, nlohmann::json::parse_event_t, nlohmann::json&) {
-    if (depth > maximumDepth)
-      tooDeep = true;
-    return !tooDeep;
+  // The parser takes a NUL for the end of the text, whatever stands behind it.
+  if (text.find('\0') != std::string_view::npos)
+    throw DecodingFailure("not a JSON document");
+  // The depth of a start is the number of values that enclose it. Throwing ends the parsing at once, so
+  // neither stack nor memory grow with hostile nesting.
+  const auto limitDepth = [](int depth, Event event, nlohmann::json&) {
+    if ((event == Event::array_start || event == Event::object_start) && depth >= maximumDepth)
+      throw DecodingFailure("nested too deeply");
+    return true;
   };
   try {
     tree_->json = nlohmann::json::parse(text.begin(), text.end(), limitDepth);
   } catch (const nlohmann::json::exception&) {
     throw DecodingFailure("not a JSON document");
   }
-  if (tooDeep)
-    throw DecodingFailure("nested too deeply");
 }
 
 Document::~Document() = default;
@@ -153,13 +158,27 @@ void appendString(std::string& out, std::string_view text) {
   out += '"';
   for (const char character : text) {
     switch (character) {
-    case '"': out += "\\\""; break;
-    case '\\': out += "\\\\"; break;
-    case '\b': out += "\\b"; break;
-    case '\f': out += "\\f"; break;
-    case '\n': out += "\\n"; break;
-    case '\r': out += "\\r"; break;
-    case '\t': out += "\\t"; break;
+    case '"':
+      out += "\\\"";
+      break;
+    case '\\':
+      out += "\\\\";
+      break;
+    case '\b':
+      out += "\\b";
+      break;
+    case '\f':
+      out += "\\f";
+      break;
+    case '\n':
+      out += "\\n";
+      break;
+    case '\r':
+      out += "\\r";
+      break;
+    case '\t':
+      out += "\\t";
+      break;
     default:
       if (static_cast<unsigned char>(character) < 0x20) {
         out += "\\u00";

@@ -34,10 +34,12 @@ class MediaTime {
   std::int64_t wholeMilliseconds() const;
 
   // At the least common timescale when that fits 32 bits, so exact; else rounded to the finer of the two.
+  // Not numeric when the value does not fit into 64 bits.
   friend MediaTime operator+(MediaTime a, MediaTime b);
   friend MediaTime operator-(MediaTime a, MediaTime b);
-  // This time times numerator / denominator, at this timescale where that is exact, else at the finest
-  // multiple of it that fits.
+  // This time times numerator / denominator: at the least multiple of this timescale where it is exact, or
+  // rounded at the greatest one that fits 32 bits. Not numeric when the denominator is 0 or the value does
+  // not fit into 64 bits.
   MediaTime scaledBy(std::int32_t numerator, std::int32_t denominator) const;
 
   // Exact comparison across timescales. Times that are not numeric are equal to each other and less than

@@ -2,8 +2,12 @@
 
 #include "base/FileSystem.hpp"
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 // Whole-file work on the file layer. Stateless, any thread; failures are FileFailure.
 namespace tessarin {
@@ -21,11 +25,14 @@ bool exists(FileSystem& files, const std::string& path);
 std::string readWholeFile(FileSystem& files, const std::string& path, std::size_t limit);
 
 // Writes to a hidden temporary name in the target's directory, makes the bytes durable, reads them back,
-// and moves the file into place as a whole. On failure the temporary file is gone and the target is as it was.
+// and moves the file into place as a whole. On failure the temporary file is gone and the target is as it
+// was. After a crash of the machine the target is one of the two whole files; the directory entry is made
+// durable where the volume can do it.
 void writeFileAtomically(FileSystem& files, const std::string& path, std::string_view bytes,
                          std::uint32_t permissions = 0644);
 
-// A hidden name beside the target that no other call yields: ".name.XXXXXXXXXXXXXXXX.tmp".
+// A hidden name beside the target that no other call yields: ".name.XXXXXXXXXXXXXXXX.tmp" with random
+// hexadecimal digits and at most 200 bytes of the name.
 std::string hiddenTemporaryName(const std::string& path);
 
 // Removes a file, and drops a failure: for clean-up on paths that report another failure already.

@@ -8,7 +8,8 @@
 namespace tessarin {
 
 // A pending or repeating call on a SerialQueue. Destroying or cancelling it prevents every later call; a
-// call that runs at that moment on the queue is not waited for, unless the cancelling code runs there too.
+// call that runs at that moment on the queue is not waited for. Both may be done on any thread, within its
+// own call too, and after the queue is gone.
 class QueueTimer {
  public:
   virtual ~QueueTimer() = default;
@@ -24,6 +25,7 @@ class SerialQueue {
 
   virtual ~SerialQueue() = default;
 
+  // The task must not throw.
   virtual void async(Task task) = 0;
   // Runs the task on the queue and returns when it has run; runs it at once when already there. What the
   // task throws is thrown here.
@@ -31,13 +33,14 @@ class SerialQueue {
   virtual bool isCurrent() const = 0;
 
   // Calls once after the delay, or first after `first` and then at each interval. A repeating timer that
-  // falls behind skips calls rather than bunching them.
+  // falls behind skips calls rather than bunching them. The task must not throw.
   [[nodiscard]] virtual std::unique_ptr<QueueTimer> after(Duration delay, Task task) = 0;
   [[nodiscard]] virtual std::unique_ptr<QueueTimer> every(Duration first, Duration interval, Task task) = 0;
 };
 
-// A queue with a thread of its own, named by the label. The destructor runs the tasks that are queued,
-// drops the timers and joins the thread; it must not run on the queue.
+// A queue with a thread of its own, named by the first 15 bytes behind the label's last dot. The destructor
+// runs the tasks that are queued and those that they hand over, drops the timers and joins the thread; it
+// must not run on the queue.
 std::unique_ptr<SerialQueue> makeThreadQueue(const std::string& label);
 
 // Makes queues; handed in so that tests hand out queues that they step by hand.

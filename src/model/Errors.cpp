@@ -4,13 +4,16 @@ namespace tessarin {
 
 std::string_view messageOf(CaptureRequestError error) {
   switch (error) {
-  case CaptureRequestError::invalidEncoding: return "The capture request could not be decoded.";
+  case CaptureRequestError::invalidEncoding:
+    return "The capture request could not be decoded.";
   case CaptureRequestError::invalidGeometry:
     return "Capture geometry must contain finite, positive dimensions.";
   case CaptureRequestError::invalidOutputPath:
     return "The native capture output must be an absolute PNG path.";
-  case CaptureRequestError::displayNotFound: return "The selected display is no longer available.";
-  case CaptureRequestError::windowIDRequired: return "A window capture requires a window identifier.";
+  case CaptureRequestError::displayNotFound:
+    return "The selected display is no longer available.";
+  case CaptureRequestError::windowIDRequired:
+    return "A window capture requires a window identifier.";
   case CaptureRequestError::windowChanged:
     return "The selected window moved or resized. Select it again.";
   case CaptureRequestError::regionOutsideDisplay:
@@ -21,18 +24,24 @@ std::string_view messageOf(CaptureRequestError error) {
 
 std::string_view messageOf(RecordingRequestError error) {
   switch (error) {
-  case RecordingRequestError::invalidEncoding: return "The recording request could not be decoded.";
-  case RecordingRequestError::invalidSessionID: return "The recording session identifier is invalid.";
+  case RecordingRequestError::invalidEncoding:
+    return "The recording request could not be decoded.";
+  case RecordingRequestError::invalidSessionID:
+    return "The recording session identifier is invalid.";
   case RecordingRequestError::invalidGeometry:
     return "Recording geometry must contain finite, positive dimensions.";
-  case RecordingRequestError::invalidOutputDirectory: return "The recording output directory is invalid.";
-  case RecordingRequestError::displayNotFound: return "The selected display is no longer available.";
+  case RecordingRequestError::invalidOutputDirectory:
+    return "The recording output directory is invalid.";
+  case RecordingRequestError::displayNotFound:
+    return "The selected display is no longer available.";
   case RecordingRequestError::regionOutsideDisplay:
     return "The recording region must stay within its display.";
   case RecordingRequestError::unsupportedFrameRate:
     return "The recording frame rate must be 15, 30, or 60 FPS.";
-  case RecordingRequestError::windowIDRequired: return "Window recording requires a selected window.";
-  case RecordingRequestError::windowNotFound: return "The selected window is no longer available.";
+  case RecordingRequestError::windowIDRequired:
+    return "Window recording requires a selected window.";
+  case RecordingRequestError::windowNotFound:
+    return "The selected window is no longer available.";
   case RecordingRequestError::windowChanged:
     return "The selected window changed before recording started.";
   }
@@ -51,22 +60,22 @@ std::string_view messageOf(ModelValidationError error) {
 
 namespace serviceErrors {
 
-using enum NativeErrorCode;
-
 NativeServiceError screenPermissionDenied() {
-  return {permissionDenied, "Screen Recording permission is required to capture the display."};
+  return {NativeErrorCode::permissionDenied,
+          "Screen Recording permission is required to capture the display."};
 }
 NativeServiceError interactionPermissionDenied() {
-  return {permissionDenied, "Input Monitoring permission is required for shortcut badges."};
+  return {NativeErrorCode::permissionDenied, "Input Monitoring permission is required for shortcut badges."};
 }
 NativeServiceError contentUnavailable() {
   return {NativeErrorCode::contentUnavailable, "Shareable screen content is temporarily unavailable."};
 }
 NativeServiceError windowUnavailable() {
-  return {windowNotFound, "The selected window is no longer available."};
+  return {NativeErrorCode::windowNotFound, "The selected window is no longer available."};
 }
 NativeServiceError windowClosedDuringRecording() {
-  return {windowNotFound, "The selected window closed during recording. Finalized segments were preserved."};
+  return {NativeErrorCode::windowNotFound,
+          "The selected window closed during recording. Finalized segments were preserved."};
 }
 NativeServiceError protectedContent() {
   return {NativeErrorCode::protectedContent, "The selected content cannot be captured."};

@@ -16,8 +16,8 @@ enum class PixelFormat : std::uint8_t {
 // them; whoever hands out a view says how long it holds.
 struct PictureView {
   const std::uint8_t* data = nullptr;
-  std::int32_t width = 0;  // pixels
-  std::int32_t height = 0; // pixels
+  std::int32_t width = 0;    // pixels
+  std::int32_t height = 0;   // pixels
   std::ptrdiff_t stride = 0; // bytes from one row to the next
   PixelFormat format = PixelFormat::bgrx8;
 };
