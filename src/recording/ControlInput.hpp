@@ -18,9 +18,9 @@ class ControlInput {
   ControlInput& operator=(const ControlInput&) = delete;
 
   // Waits for the next line and returns it without its line feed; a last fragment counts as a line. Nothing
-  // at the end of input, after a read that failed, and from close() on, even with lines still unread. A line
-  // beyond the control protocol's limit is returned as soon as that is known, cut off one byte behind the
-  // limit, and is the last one. One thread at a time.
+  // at the end of input, which a failed read counts as, and from close() on, even with lines still unread. A
+  // line beyond the control protocol's limit is returned as soon as that is known, cut off one byte behind
+  // the limit, and is the last one. One thread at a time.
   std::optional<std::string> nextLine();
 
   // Ends the input for good and wakes the reader. Any thread, any number of times, never blocks.
