@@ -10,7 +10,8 @@
 
 #include <cstdint>
 #include <functional>
-#include <string>
+#include <string_view>
+#include <utility>
 
 namespace tessarin {
 
@@ -46,7 +47,7 @@ class RecordingService {
  private:
   // Throws on every failure and leaves in `failureStage` the step that it happened in.
   void runAvailable(const RecordingRequestDTO& request, ControlInput& input, RecordingEventWriter& events,
-                    std::string& failureStage);
+                    std::string_view& failureStage);
 
   RecordingEnvironment environment_;
 };

@@ -1,0 +1,143 @@
+#include "recording/RecordingService.hpp"
+
+#include "base/SafeFile.hpp"
+#include "recording/RecordingConfiguration.hpp"
+#include "recording/RecordingSession.hpp"
+
+#include <memory>
+#include <string>
+
+namespace tessarin {
+
+namespace {
+
+NativeErrorCode codeOf(RecordingRequestError error) {
+  switch (error) {
+  case RecordingRequestError::displayNotFound:
+    return NativeErrorCode::displayNotFound;
+  case RecordingRequestError::windowNotFound:
+  case RecordingRequestError::windowChanged:
+    return NativeErrorCode::windowNotFound;
+  default:
+    return NativeErrorCode::invalidRequest;
+  }
+}
+
+ValidatedRecordingRequest validatedRequest(const RecordingRequestDTO& request,
+                                           const CaptureContextPayload& context) {
+  try {
+    return request.validated(context.displays, context.windows);
+  } catch (const Failure<RecordingRequestError>& failure) {
+    throw NativeServiceError{codeOf(failure.value()), std::string(messageOf(failure.value())), true};
+  }
+}
+
+// What the stream shows. The platform's own view can disagree with the record that was validated.
+ContentFilter contentFilter(const ValidatedRecordingRequest& validated, const ContentSnapshot& snapshot) {
+  const auto display = snapshot.displaysByID.find(validated.display.id);
+  if (display == snapshot.displaysByID.end())
+    throw serviceErrors::contentUnavailable();
+  ContentFilter filter;
+  filter.displayID = display->second.displayID;
+  if (!validated.window) {
+    filter.excludedApplications = snapshot.excludedApplications;
+    return filter;
+  }
+  const auto window = snapshot.windowsByID.find(validated.window->id);
+  if (window == snapshot.windowsByID.end())
+    throw serviceErrors::contentUnavailable();
+  filter.kind = ContentFilter::Kind::desktopIndependentWindow;
+  filter.windowID = window->second.windowID;
+  return filter;
+}
+
+// Refuses a directory that is none, or that holds an earlier recording, before anything is made in it.
+void checkOutputDirectory(FileSystem& files, const RecordingSessionPaths& paths) {
+  if (!isRealDirectory(files, paths.sessionDirectory))
+    throw serviceErrors::recordingFailed();
+  for (const std::string& output : {paths.finalOutput, paths.screenOutput, paths.cameraOutput,
+                                    paths.systemAudioOutput, paths.microphoneOutput})
+    if (exists(files, output))
+      throw serviceErrors::recordingFailed();
+}
+
+// A running session's failure is often a symptom, such as the closed input; throws the cause where a
+// source, the monitor or the stream knows it.
+void throwRootCause(RecordingHealthMonitor& health, const RecordingStreamStopDelegate& stopDelegate,
+                    CaptureKind kind) {
+  if (const std::optional<NativeServiceError> error = health.terminalError())
+    throw NativeServiceError(*error);
+  if (stopDelegate.stoppedWithError() && kind == CaptureKind::window)
+    throw serviceErrors::windowClosedDuringRecording();
+}
+
+} // namespace
+
+std::int32_t RecordingService::run(const RecordingRequestDTO& request, ControlInput& input,
+                                   RecordingEventWriter& events) {
+  std::string_view stage = RecordingStage::prepareRequest;
+  NativeServiceError failure = serviceErrors::recordingFailed();
+  try {
+    runAvailable(request, input, events, stage);
+    return 0;
+  } catch (const NativeServiceError& error) {
+    failure = error;
+  } catch (const MediaUnavailable&) {
+    failure = serviceErrors::codecUnavailable();
+  } catch (...) {
+    // No more is told to the host of a failure without a wire outcome of its own.
+  }
+  environment_.diagnostics(recordingFailedLine(stage, failure.code));
+  try {
+    events.write(
+        {request.sessionID, RecordingEvent::Failed{{failure.code, failure.message, failure.recoverable}}});
+  } catch (...) {
+    // A host that has gone cannot be told.
+  }
+  return 1;
+}
+
+void RecordingService::runAvailable(const RecordingRequestDTO& request, ControlInput& input,
+                                    RecordingEventWriter& events, std::string_view& stage) {
+  const RecordingSettingsDTO& settings = request.settings;
+  if (settings.recordKeyboardShortcuts.value_or(false) && !environment_.hasListenEventAccess())
+    throw serviceErrors::interactionPermissionDenied();
+
+  stage = RecordingStage::shareableContent;
+  const ContentSnapshot snapshot = environment_.contentService.load();
+
+  stage = RecordingStage::validateTarget;
+  const ValidatedRecordingRequest validated = validatedRequest(request, snapshot.payload);
+  const ContentFilter filter = contentFilter(validated, snapshot);
+  const RecordingConfigurationPlan plan = RecordingConfigurationBuilder::plan(validated);
+  const StreamConfiguration configuration =
+      RecordingConfigurationBuilder::streamConfiguration(plan, settings);
+  const auto stopDelegate = std::make_shared<RecordingStreamStopDelegate>(input);
+  RecordingHealthMonitor health(environment_.clock, environment_.files, environment_.makeQueue);
+
+  stage = RecordingStage::microphoneStart;
+  if (settings.microphone)
+    throw serviceErrors::microphoneUnavailable();
+
+  stage = RecordingStage::cameraStart;
+  if (settings.camera)
+    throw serviceErrors::cameraUnavailable();
+
+  stage = RecordingStage::prepareOutput;
+  checkOutputDirectory(environment_.files, RecordingSessionPaths(request.outputDirectory));
+  RecordingSegmentStore store(environment_.files, request.sessionID, request.outputDirectory);
+
+  stage = RecordingStage::interactionRecorder;
+  RecordingSession session(environment_, request, plan, events, health, store, stopDelegate,
+                           environment_.streams.makeStream(filter, configuration, stopDelegate), stage);
+  session.start();
+  try {
+    session.serveControlLines(input);
+  } catch (...) {
+    session.salvage();
+    throwRootCause(health, *stopDelegate, request.kind);
+    throw;
+  }
+}
+
+} // namespace tessarin

@@ -1,0 +1,226 @@
+#include "recording/RecordingSession.hpp"
+
+#include "base/SafeFile.hpp"
+#include "recording/RecordingMediaValidator.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
+namespace tessarin {
+
+namespace {
+
+// How far a segment's file may differ in length from what its writer says it has written.
+constexpr std::int64_t segmentToleranceMs = 250;
+
+std::int64_t checkedSum(std::int64_t a, std::int64_t b) {
+  std::int64_t sum = 0;
+  if (__builtin_add_overflow(a, b, &sum))
+    throw serviceErrors::recordingFailed();
+  return sum;
+}
+
+} // namespace
+
+std::int64_t ActiveRecordingSegment::recordedMilliseconds() const {
+  return std::max<std::int64_t>(writer->recordedDuration().wholeMilliseconds(), 0);
+}
+
+RecordingSession::RecordingSession(const RecordingEnvironment& environment,
+                                   const RecordingRequestDTO& request, const RecordingConfigurationPlan& plan,
+                                   RecordingEventWriter& events, RecordingHealthMonitor& health,
+                                   RecordingSegmentStore& store,
+                                   const std::shared_ptr<RecordingStreamStopDelegate>& stopDelegate,
+                                   std::unique_ptr<ScreenStream> stream, std::string_view& stage)
+    : environment_(environment), request_(request), plan_(plan), events_(events), health_(health),
+      store_(store), stopDelegate_(stopDelegate), stage_(stage), stream_(std::move(stream)) {}
+
+RecordingSession::~RecordingSession() {
+  if (active_) {
+    active_->writer->detach(*stream_);
+    active_->writer->cancel();
+  }
+  stopCaptureQuietly();
+  health_.stop();
+}
+
+void RecordingSession::start() {
+  stage_ = RecordingStage::prepareWriter;
+  active_ = makeSegment();
+
+  stage_ = RecordingStage::startCapture;
+  if (request_.settings.systemAudio) // the stream delivers pictures only
+    throw serviceErrors::recordingFailed();
+  active_->writer->attach(*stream_);
+  stream_->startCapture();
+  isCapturing_ = true;
+  active_->writer->waitUntilStarted(startTimeout);
+  const std::optional<std::uint64_t> epoch = active_->writer->epochHostTimeNanoseconds();
+  if (!epoch)
+    throw serviceErrors::recordingFailed();
+  epochHostTimeNs_ = *epoch;
+
+  writeState(RecordingPhase::recording, 0);
+  startHealth();
+}
+
+void RecordingSession::serveControlLines(ControlInput& input) {
+  for (;;) {
+    stage_ = RecordingStage::recordingControl;
+    const std::optional<std::string> line = input.nextLine();
+    if (!line) {
+      stage_ = RecordingStage::unexpectedStreamStop;
+      throw serviceErrors::recordingFailed();
+    }
+    const auto command = RecordingControlCommand::decodeLine(*line, request_.sessionID).command;
+    if (command == RecordingControlAction::resume && active_) {
+      writeState(RecordingPhase::recording, accumulatedDurationMs_);
+      continue;
+    }
+    health_.stop();
+    switch (command) {
+    case RecordingControlAction::pause:
+      pause();
+      break;
+    case RecordingControlAction::resume:
+      resume();
+      break;
+    case RecordingControlAction::stop:
+      return stop();
+    case RecordingControlAction::cancel:
+      return cancel();
+    }
+  }
+}
+
+ActiveRecordingSegment RecordingSession::makeSegment() {
+  ActiveRecordingSegment segment;
+  segment.pending = store_.allocateNextSegment();
+  segment.frameRate = request_.settings.frameRate;
+  segment.writer = std::make_unique<CameraCompositeRecorder>(
+      CameraCompositeSetup{.outputPath = segment.pending.path,
+                           .plan = plan_,
+                           .settings = request_.settings,
+                           .media = environment_.media,
+                           .clock = environment_.clock,
+                           .diagnostics = environment_.diagnostics,
+                           .wroteScreenFrame = [&health = health_] { health.wroteScreenFrame(); },
+                           .failureHandler = [stop = stopDelegate_] { stop->stopReading(); }},
+      environment_.makeQueue);
+  return segment;
+}
+
+// The stream goes on while paused; nobody takes its pictures.
+void RecordingSession::pause() {
+  stage_ = RecordingStage::pauseFinalize;
+  if (active_) {
+    writeState(RecordingPhase::pausing, accumulatedDurationMs_);
+    finalize(false);
+  }
+  writeState(RecordingPhase::paused, accumulatedDurationMs_);
+}
+
+void RecordingSession::resume() {
+  stage_ = RecordingStage::resumeStart;
+  writeState(RecordingPhase::resuming, accumulatedDurationMs_);
+  active_ = makeSegment();
+  active_->writer->attach(*stream_);
+  active_->writer->waitUntilStarted(startTimeout);
+  startHealth();
+  writeState(RecordingPhase::recording, accumulatedDurationMs_);
+}
+
+void RecordingSession::cancel() {
+  stage_ = RecordingStage::cancel;
+  std::optional<PendingRecordingSegment> cancelled;
+  if (active_) {
+    active_->writer->detach(*stream_);
+    active_->writer->cancel();
+    cancelled = active_->pending;
+    active_.reset();
+  }
+  stopCapture();
+  if (cancelled)
+    removeQuietly(environment_.files, cancelled->path);
+  store_.discardAll();
+  write(RecordingEvent::Cancelled{});
+}
+
+// Closes the active segment's file, checks it and enters it into the manifest. Whatever happens, the
+// segment is active no longer.
+FinalizedRecordingSegment RecordingSession::finalize(bool outputAlreadyDetached) {
+  const ActiveRecordingSegment segment = *std::exchange(active_, std::nullopt);
+  if (!outputAlreadyDetached)
+    segment.writer->detach(*stream_);
+
+  const std::uint64_t startedAt = now();
+  segment.writer->finish();
+  const std::uint64_t finishedAt = now();
+
+  const ValidatedMedia media = RecordingMediaValidator::validateRecording(
+      environment_.files, segment.pending.path, segment.writer->recordedDuration(),
+      segment.expectedVideoTrackCount, segment.expectedAudioTrackCount, segment.frameRate);
+  const std::int64_t recordedMs = segment.recordedMilliseconds();
+  if (media.durationMs < 1 || recordedMs < 1 || std::abs(media.durationMs - recordedMs) > segmentToleranceMs)
+    throw serviceErrors::recordingFailed();
+
+  store_.finalize(segment.pending, media.durationMs, media.sizeBytes);
+  const std::int64_t accumulated = checkedSum(accumulatedDurationMs_, media.durationMs);
+  write(RecordingEvent::SegmentFinalized{.index = segment.pending.index,
+                                         .path = segment.pending.path,
+                                         .durationMs = media.durationMs,
+                                         .sizeBytes = media.sizeBytes,
+                                         .activeDurationMs = accumulated});
+  accumulatedDurationMs_ = accumulated;
+  return {.durationMs = media.durationMs,
+          .writerFinishMs = elapsedMilliseconds(startedAt, finishedAt),
+          .segmentValidationMs = elapsedMilliseconds(finishedAt, now())};
+}
+
+void RecordingSession::salvage() noexcept {
+  health_.stop();
+  if (active_) {
+    try {
+      finalize(false);
+    } catch (...) {
+      // The failure on its way out is the one to report; earlier segments are in the manifest.
+    }
+  }
+  stopCaptureQuietly();
+}
+
+void RecordingSession::stopCapture() {
+  isCapturing_ = false;
+  stream_->stopCapture();
+}
+
+void RecordingSession::stopCaptureQuietly() noexcept {
+  streamStop_.reset();
+  if (!isCapturing_)
+    return;
+  try {
+    stopCapture();
+  } catch (...) {
+    // A stream that has ended by itself refuses to be stopped; it has stopped all the same.
+  }
+}
+
+void RecordingSession::startHealth() {
+  health_.start(request_.settings, {}, request_.outputDirectory, request_.sessionID, events_,
+                [stop = stopDelegate_] { stop->stopReading(); });
+}
+
+void RecordingSession::writeState(RecordingPhase phase, std::int64_t activeDurationMs) {
+  write(RecordingEvent::StateChanged{phase, activeDurationMs});
+}
+
+void RecordingSession::write(decltype(RecordingEvent::what) what) {
+  events_.write({request_.sessionID, std::move(what)});
+}
+
+std::uint64_t RecordingSession::now() const {
+  return hostNanoseconds(environment_.clock.now()).value_or(0);
+}
+
+} // namespace tessarin

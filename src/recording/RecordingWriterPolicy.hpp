@@ -1,0 +1,17 @@
+#pragma once
+
+#include "base/MediaTime.hpp"
+
+#include <cstddef>
+
+// The named constants of the segment writer.
+namespace tessarin::RecordingWriterPolicy {
+
+// How much a crash can lose: at first little, then seldom enough to cost nothing.
+inline constexpr MediaTime initialFragmentInterval{600, 600};
+inline constexpr MediaTime fragmentInterval{6000, 600};
+
+// A hole in the stream is plugged with at most so many copies of the picture before it.
+inline constexpr std::size_t maximumFillerFrames = 3;
+
+} // namespace tessarin::RecordingWriterPolicy
