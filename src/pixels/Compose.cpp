@@ -1,0 +1,84 @@
+#include "pixels/Compose.hpp"
+
+#include <algorithm>
+#include <cstring>
+
+namespace tessarin::pixels {
+
+namespace {
+
+constexpr std::ptrdiff_t pixelBytes = 4;
+
+// Where a picture at (x, y) lies on a target, in the target's coordinates; 64 bits, as positions are
+// arbitrary.
+struct Overlap {
+  std::int64_t left, top, right, bottom;
+  bool isEmpty() const { return left >= right || top >= bottom; }
+};
+
+Overlap overlapOf(const PictureView& source, const Canvas& target, std::int32_t x, std::int32_t y) {
+  return {std::max<std::int64_t>(x, 0), std::max<std::int64_t>(y, 0),
+          std::min<std::int64_t>(std::int64_t{x} + source.width, target.width),
+          std::min<std::int64_t>(std::int64_t{y} + source.height, target.height)};
+}
+
+template<class Row>
+void forEachRow(const PictureView& source, const Canvas& target, std::int32_t x, std::int32_t y,
+                const Row& row) {
+  const Overlap overlap = overlapOf(source, target, x, y);
+  if (overlap.isEmpty())
+    return;
+  for (std::int64_t line = overlap.top; line < overlap.bottom; ++line)
+    row(source.data + (line - y) * source.stride + (overlap.left - x) * pixelBytes,
+        target.data + line * target.stride + overlap.left * pixelBytes,
+        static_cast<std::size_t>(overlap.right - overlap.left));
+}
+
+// Exact for value * scale / 255 rounded to nearest, both at most 255.
+inline unsigned dividedBy255(unsigned product) {
+  product += 128;
+  return (product + (product >> 8)) >> 8;
+}
+
+void blendRow(const std::uint8_t* source, std::uint8_t* target, std::size_t pixels) {
+  for (std::size_t i = 0; i < pixels; ++i, source += pixelBytes, target += pixelBytes) {
+    const unsigned alpha = source[3];
+    if (alpha == 0 && source[0] == 0 && source[1] == 0 && source[2] == 0)
+      continue;
+    for (int channel = 0; channel < 3; ++channel)
+      target[channel] = static_cast<std::uint8_t>(
+          std::min(255U, source[channel] + dividedBy255(target[channel] * (255 - alpha))));
+  }
+}
+
+} // namespace
+
+void copyPixels(const PictureView& source, const Canvas& target, std::int32_t x, std::int32_t y) {
+  forEachRow(source, target, x, y, [](const std::uint8_t* from, std::uint8_t* to, std::size_t pixels) {
+    std::memcpy(to, from, pixels * pixelBytes);
+  });
+}
+
+void blendOver(const PictureView& source, const Canvas& target, std::int32_t x, std::int32_t y) {
+  forEachRow(source, target, x, y, blendRow);
+}
+
+void extendEdges(const Canvas& canvas, const Borders& borders) {
+  const std::int32_t right = canvas.width - borders.right;
+  const std::int32_t bottom = canvas.height - borders.bottom;
+  const auto fill = [](std::uint8_t* row, std::int32_t from, std::int32_t to, std::int32_t pixel) {
+    for (std::int32_t x = from; x < to; ++x)
+      std::memcpy(row + x * pixelBytes, row + pixel * pixelBytes, pixelBytes);
+  };
+  for (std::int32_t y = borders.top; y < bottom; ++y) {
+    fill(canvas.row(y), 0, borders.left, borders.left);
+    fill(canvas.row(y), right, canvas.width, right - 1);
+  }
+  const std::size_t rowBytes = static_cast<std::size_t>(canvas.width) * pixelBytes;
+  for (std::int32_t y = 0; y < borders.top; ++y)
+    std::memcpy(canvas.row(y), canvas.row(borders.top), rowBytes);
+  for (std::int32_t y = bottom; y < canvas.height; ++y)
+    std::memcpy(canvas.row(y), canvas.row(bottom - 1), rowBytes);
+}
+
+} // namespace tessarin::pixels

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "pixels/Canvas.hpp"
+
+#include <cstdint>
+
+// Putting pictures together. Any thread, no state; nothing fails.
+namespace tessarin::pixels {
+
+// Copies the picture so that its top left pixel comes to (x, y) of the target; what lies outside is left out.
+// The formats are the same.
+void copyPixels(const PictureView& source, const Canvas& target, std::int32_t x, std::int32_t y);
+
+// Lays a picture with premultiplied alpha over the opaque target, its top left pixel at (x, y); what lies
+// outside is left out. Each channel is source + target * (255 - alpha) / 255, rounded to nearest.
+void blendOver(const PictureView& source, const Canvas& target, std::int32_t x, std::int32_t y);
+
+// How many pixels of a canvas at each side hold no picture yet.
+struct Borders {
+  std::int32_t left = 0;
+  std::int32_t top = 0;
+  std::int32_t right = 0;
+  std::int32_t bottom = 0;
+};
+
+// Fills the borders with the nearest pixel of what is between them, of which there is at least one.
+void extendEdges(const Canvas& canvas, const Borders& borders);
+
+} // namespace tessarin::pixels

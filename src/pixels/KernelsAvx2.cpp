@@ -1,0 +1,65 @@
+#if defined(__x86_64__)
+
+#include "pixels/KernelsVector.hpp"
+
+#include <immintrin.h>
+
+namespace tessarin::pixels {
+
+namespace {
+
+// Packing works on the halves of a vector by themselves; the stores put the order right again.
+struct Avx2 {
+  using Type = __m256i;
+  static constexpr std::size_t bytes = 32;
+
+  static Type load(const std::uint8_t* from) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
+  }
+  static Type set32(int value) { return _mm256_set1_epi32(value); }
+  static Type bitAnd(Type a, Type b) { return _mm256_and_si256(a, b); }
+  static Type add16(Type a, Type b) { return _mm256_add_epi16(a, b); }
+  static Type add32(Type a, Type b) { return _mm256_add_epi32(a, b); }
+  static Type multiplyPairs(Type a, Type b) { return _mm256_madd_epi16(a, b); }
+  static Type shiftRight16(Type a, int bits) { return _mm256_srli_epi16(a, bits); }
+  static Type shiftRight32(Type a, int bits) { return _mm256_srai_epi32(a, bits); }
+  static Type interleaveLow8(Type a, Type b) { return _mm256_unpacklo_epi8(a, b); }
+  static Type interleaveHigh8(Type a, Type b) { return _mm256_unpackhi_epi8(a, b); }
+  static Type evenLanes(Type a, Type b) {
+    return _mm256_castps_si256(_mm256_shuffle_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), 0x88));
+  }
+  static Type oddLanes(Type a, Type b) {
+    return _mm256_castps_si256(_mm256_shuffle_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), 0xDD));
+  }
+
+  static void storeBytes(const Type (&values)[4], std::uint8_t* to) {
+    const Type packed = _mm256_packus_epi16(_mm256_packs_epi32(values[0], values[1]),
+                                            _mm256_packs_epi32(values[2], values[3]));
+    const Type order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), _mm256_permutevar8x32_epi32(packed, order));
+  }
+  static void storeWords(const Type (&values)[4], std::int16_t* to) {
+    const Type low = _mm256_packs_epi32(values[0], values[1]);
+    const Type high = _mm256_packs_epi32(values[2], values[3]);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), _mm256_permute2x128_si256(low, high, 0x20));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(to + 16), _mm256_permute2x128_si256(low, high, 0x31));
+  }
+  static void storeChroma(Type cbLeft, Type cbRight, Type crLeft, Type crRight, std::uint8_t* cb,
+                          std::uint8_t* cr) {
+    const Type both =
+        _mm256_packus_epi16(_mm256_packs_epi32(cbLeft, cbRight), _mm256_packs_epi32(crLeft, crRight));
+    const __m128i low = _mm256_castsi256_si128(both);
+    const __m128i high = _mm256_extracti128_si256(both, 1);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(cb), _mm_unpacklo_epi16(low, high));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(cr), _mm_unpackhi_epi16(low, high));
+  }
+};
+
+} // namespace
+
+extern const Kernels avx2Kernels;
+const Kernels avx2Kernels{"avx2", convertRowsVector<Avx2>, combineRowsVector<Avx2>, resampleRowVector};
+
+} // namespace tessarin::pixels
+
+#endif

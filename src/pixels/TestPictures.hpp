@@ -1,0 +1,36 @@
+#pragma once
+
+#include "pixels/Canvas.hpp"
+
+#include <cstdint>
+#include <random>
+#include <vector>
+
+namespace tessarin::pixels {
+
+// A picture of noise for tests, that begins at an odd address and has a stride beyond its width.
+class TestPicture {
+ public:
+  TestPicture(int width, int height, int offset, int slack, unsigned seed)
+      : width_(width), height_(height), offset_(offset), stride_(width * 4 + slack),
+        bytes_(static_cast<std::size_t>(offset + stride_ * height)) {
+    std::minstd_rand random(seed);
+    for (std::uint8_t& byte : bytes_) {
+      const auto value = random() >> 8;
+      byte = static_cast<std::uint8_t>(value % 5 == 0 ? (value & 256 ? 255 : 0) : value);
+    }
+  }
+
+  Canvas canvas() { return {bytes_.data() + offset_, width_, height_, stride_}; }
+  PictureView view() const { return {bytes_.data() + offset_, width_, height_, stride_}; }
+  std::uint8_t* pixel(int x, int y) { return bytes_.data() + offset_ + y * stride_ + x * 4; }
+  const std::uint8_t* pixel(int x, int y) const { return bytes_.data() + offset_ + y * stride_ + x * 4; }
+  std::vector<std::uint8_t>& bytes() { return bytes_; }
+
+ private:
+  int width_, height_, offset_;
+  std::ptrdiff_t stride_;
+  std::vector<std::uint8_t> bytes_;
+};
+
+} // namespace tessarin::pixels
