@@ -1,0 +1,37 @@
+#!/usr/bin/env python3
+"""Measures the program against peers on this machine.
+
+Usage: run.py BUILD-FOLDER [name...]   names: stills, recording, still-screen, stop, stop-long; default all but the
+last, which records for ten minutes. Prints a line a figure: a ratio or a share, its bound, and whether it holds.
+Exits with 1 when a bound is missed.
+"""
+import pathlib
+import sys
+
+import recording
+import stills
+from harness import Report
+
+benches = {
+    "stills": stills.run,
+    "recording": recording.run,
+    "still-screen": recording.run_still_screen,
+    "stop": lambda build, report: recording.run_stop(build, report, seconds=60),
+    "stop-long": lambda build, report: recording.run_stop(build, report, seconds=600),
+}
+
+
+def main():
+    build = pathlib.Path(sys.argv[1]).resolve()
+    names = sys.argv[2:] or [name for name in benches if name != "stop-long"]
+    unknown = [name for name in names if name not in benches]
+    if unknown:
+        sys.exit(f"no such benchmark: {' '.join(unknown)} (there are {', '.join(benches)})")
+    report = Report()
+    for name in names:
+        benches[name](build, report)
+    sys.exit(1 if report.missed else 0)
+
+
+if __name__ == "__main__":
+    main()
