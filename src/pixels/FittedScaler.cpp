@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 #include <vector>
 
 namespace tessarin::pixels {
@@ -54,6 +55,21 @@ void addBilinearWeights(const Span& span, std::int32_t sourceLength, Direction& 
   direction.weights.push_back(static_cast<std::int16_t>(second));
 }
 
+// Leaves out the last taps, two by two, where no target pixel needs them.
+void trim(Direction& direction) {
+  const auto taps = static_cast<std::size_t>(direction.taps);
+  std::size_t needed = 2;
+  for (std::size_t i = 0; i < direction.weights.size(); ++i)
+    if (direction.weights[i] != 0)
+      needed = std::max(needed, (i % taps + 2) / 2 * 2);
+  std::vector<std::int16_t> kept;
+  for (std::size_t i = 0; i < direction.weights.size(); ++i)
+    if (i % taps < needed)
+      kept.push_back(direction.weights[i]);
+  direction.weights = std::move(kept);
+  direction.taps = static_cast<std::int32_t>(needed);
+}
+
 Direction makeDirection(std::int32_t sourceLength, std::int32_t targetLength, double scale) {
   Direction direction;
   const double step = 1 / scale;
@@ -69,6 +85,7 @@ Direction makeDirection(std::int32_t sourceLength, std::int32_t targetLength, do
     else
       addBilinearWeights(span, sourceLength, direction);
   }
+  trim(direction);
   return direction;
 }
 
