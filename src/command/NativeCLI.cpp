@@ -1,0 +1,167 @@
+#include "command/NativeCLI.hpp"
+
+#include "base/Failure.hpp"
+#include "base/Text.hpp"
+#include "command/CommandParser.hpp"
+#include "command/ErrorMapping.hpp"
+#include "desktop/CapturePreparationRequest.hpp"
+#include "desktop/CaptureService.hpp"
+#include "desktop/ContentService.hpp"
+#include "model/MediaErrors.hpp"
+#include "model/Permission.hpp"
+#include "recording/RecordingSystemAudioSampleRequest.hpp"
+
+#include <exception>
+#include <set>
+#include <variant>
+
+namespace tessarin {
+
+namespace {
+
+namespace c = commands;
+
+// Decodes the request that a command carries. What was wrong with it is dropped: the command's own error
+// says all that a host is told.
+template<class Request, class Case> Request decoded(const std::string& requestJSONBase64, Case undecodable) {
+  const auto text = decodedBase64(requestJSONBase64);
+  if (!text)
+    fail(undecodable);
+  try {
+    return json::decode<Request>(std::string_view(*text));
+  } catch (const json::DecodingFailure&) {
+    fail(undecodable);
+  }
+}
+
+// The command is part of the grammar, but its service is built later.
+class NotBuiltYet : public std::exception {
+ public:
+  const char* what() const noexcept override { return "the service of this command is built later"; }
+};
+
+[[noreturn]] NativeExecution later() {
+  throw NotBuiltYet();
+}
+
+// A request whose record comes with its service: all that can be said of it is that it is an object.
+struct LaterRequest {
+  static constexpr auto fields() { return json::table(); }
+};
+
+template<class Request = LaterRequest, class Case>
+NativeExecution later(const std::string& requestJSONBase64, Case undecodable) {
+  (void)decoded<Request>(requestJSONBase64, undecodable);
+  later();
+}
+
+NativeExecution sampleSystemAudio(const std::string& requestJSONBase64) {
+  constexpr auto undecodable = RecordingRequestError::invalidEncoding;
+  if (decoded<RecordingSystemAudioSampleRequestDTO>(requestJSONBase64, undecodable).displayID.empty())
+    fail(undecodable);
+  later();
+}
+
+NativeExecution list(const NativeServices& services, bool excludeParentApplication) {
+  std::set<std::int32_t> excludedProcessIdentifiers;
+  if (excludeParentApplication)
+    excludedProcessIdentifiers.insert(services.parentProcessIdentifier);
+  const ContentService content(services.desktop, {}, std::move(excludedProcessIdentifiers));
+  return succeeded(content.load().payload);
+}
+
+NativeExecution capture(const NativeServices& services, const std::string& requestJSONBase64) {
+  const auto request = decoded<CaptureRequestDTO>(requestJSONBase64, CaptureRequestError::invalidEncoding);
+  const CaptureService service(
+      {services.desktop, services.stills, services.images, services.applications, services.sleep},
+      services.parentProcessIdentifier);
+  return succeeded(service.capture(request));
+}
+
+// The session reports by its own events; there is no reply at its end.
+NativeExecution record(const NativeServices& services, const std::string& requestJSONBase64) {
+  const auto request =
+      decoded<RecordingRequestDTO>(requestJSONBase64, RecordingRequestError::invalidEncoding);
+  return {std::string(), services.record(request)};
+}
+
+// The preflight cannot tell a refusal from a question not asked yet.
+NativeExecution status(const NativeServices& services) {
+  const bool hasAccess = services.desktop.hasScreenCaptureAccess();
+  return succeeded(
+      PermissionPayload{hasAccess ? PermissionStatus::granted : PermissionStatus::notDetermined});
+}
+
+// The dispatch table, one entry a command. Where an entry says `later`, that is all its service replaces.
+struct Dispatch {
+  const NativeServices& services;
+
+  NativeExecution operator()(const c::RenderHdr&) const { return later(); }
+  NativeExecution operator()(const c::CopyHdr&) const { return later(); }
+  NativeExecution operator()(const c::RecognizeText& it) const {
+    return later(it.requestJSONBase64, CommandParserError::invalidRequestEncoding);
+  }
+  NativeExecution operator()(const c::WarmTextRecognition&) const { return later(); }
+  NativeExecution operator()(const c::RecognizeQr& it) const {
+    return later(it.requestJSONBase64, CommandParserError::invalidRequestEncoding);
+  }
+  NativeExecution operator()(const c::SampleRecordingSystemAudio& it) const {
+    return sampleSystemAudio(it.requestJSONBase64);
+  }
+  NativeExecution operator()(const c::List& it) const { return list(services, it.excludeParentApplication); }
+  NativeExecution operator()(const c::Capture& it) const { return capture(services, it.requestJSONBase64); }
+  NativeExecution operator()(const c::PrepareCapture& it) const {
+    return later<CapturePreparationRequest>(it.requestJSONBase64, CommandParserError::invalidRequestEncoding);
+  }
+  NativeExecution operator()(const c::Record& it) const { return record(services, it.requestJSONBase64); }
+  NativeExecution operator()(const c::RecoverRecording& it) const {
+    return later(it.requestJSONBase64, RecordingRecoveryError::invalidRequest);
+  }
+  NativeExecution operator()(const c::InspectEditSource& it) const {
+    return later(it.requestJSONBase64, VideoAssetInspectionRequestError::invalidEncoding);
+  }
+  NativeExecution operator()(const c::AudioWaveform& it) const {
+    return later(it.requestJSONBase64, AudioWaveformRequestError::invalidEncoding);
+  }
+  NativeExecution operator()(const c::PrepareNarrationFile&) const { return later(); }
+  NativeExecution operator()(const c::TranscribeCaptions&) const { return later(); }
+  NativeExecution operator()(const c::ExportEdit& it) const {
+    return later(it.requestJSONBase64, VideoEditExportError::invalidRequest);
+  }
+  NativeExecution operator()(const c::ExportEditFile&) const { return later(); }
+  NativeExecution operator()(const c::ExportGIF& it) const {
+    return later(it.requestJSONBase64, GifExportError::invalidRequest);
+  }
+  NativeExecution operator()(const c::Thumbnail& it) const {
+    return later(it.requestJSONBase64, ThumbnailRequestError::invalidEncoding);
+  }
+  NativeExecution operator()(const c::Copy&) const { return later(); }
+  NativeExecution operator()(const c::CopyFile&) const { return later(); }
+  NativeExecution operator()(const c::Share&) const { return later(); }
+  NativeExecution operator()(const c::TranslateText&) const { return later(); }
+  NativeExecution operator()(const c::Status&) const { return status(services); }
+  NativeExecution operator()(const c::MicrophoneStatus&) const { return later(); }
+  NativeExecution operator()(const c::RequestMicrophonePermission&) const { return later(); }
+  NativeExecution operator()(const c::CameraStatus&) const { return later(); }
+  NativeExecution operator()(const c::RequestCameraPermission&) const { return later(); }
+  NativeExecution operator()(const c::InteractionPermissionStatus&) const { return later(); }
+  NativeExecution operator()(const c::RequestInteractionPermission&) const { return later(); }
+  NativeExecution operator()(const c::SpeechPermissionStatus&) const { return later(); }
+  NativeExecution operator()(const c::RequestSpeechPermission&) const { return later(); }
+  NativeExecution operator()(const c::RecordingInputDevices&) const { return later(); }
+  NativeExecution operator()(const c::RecordingAvailableBytes&) const { return later(); }
+};
+
+} // namespace
+
+NativeExecution NativeCLI::run(const std::vector<std::string>& arguments) const {
+  try {
+    return std::visit(Dispatch{services_}, CommandParser::parse(arguments));
+  } catch (...) {
+    const ErrorOutcome outcome = outcomeOf(std::current_exception());
+    return encode(NativeResponse<OperationPayload>{.ok = false, .data = std::nullopt, .error = outcome.error},
+                  outcome.exitCode);
+  }
+}
+
+} // namespace tessarin
