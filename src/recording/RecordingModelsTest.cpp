@@ -1,0 +1,443 @@
+#include "recording/RecordingModels.hpp"
+
+#include "base/Failure.hpp"
+#include "support/RecordingRequests.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <limits>
+
+namespace tessarin {
+namespace {
+
+using namespace tessarin::testing;
+using ::testing::HasSubstr;
+
+// ---- Decoding
+
+const std::string settingsJson =
+    R"({"microphone":false,"systemAudio":false,"camera":false,"cameraPosition":"bottomRight",)"
+    R"("showsCursor":true,"showMouseClicks":false,"frameRate":30,"quality":"standard",)"
+    R"("outputScale":"original"})";
+
+std::string requestJson(const std::string& settings = settingsJson) {
+  return R"({"sessionId":")" + sampleSessionID +
+         R"(","kind":"region","displayId":"77","rectPoints":{"x":1,"y":2,"width":3,"height":4},)"
+         R"("outputDirectory":"/tmp/a","settings":)" +
+         settings + "}";
+}
+
+std::string with(std::string text, const std::string& from, const std::string& to) {
+  const std::size_t place = text.find(from);
+  EXPECT_NE(place, std::string::npos) << from;
+  return text.replace(place, from.size(), to);
+}
+
+std::string decodingFailureOf(const std::string& text) {
+  try {
+    json::decode<RecordingRequestDTO>(text);
+  } catch (const json::DecodingFailure& failure) {
+    return failure.what();
+  }
+  return "decoded";
+}
+
+TEST(RecordingRequestDecoding, TakesTheSmallestRequestAndLeavesOptionalsAbsent) {
+  const auto request = json::decode<RecordingRequestDTO>(requestJson());
+  EXPECT_EQ(request.sessionID, sampleSessionID);
+  EXPECT_EQ(request.kind, CaptureKind::region);
+  EXPECT_EQ(request.displayID, "77");
+  EXPECT_EQ(request.windowID, std::nullopt);
+  EXPECT_EQ(request.rectPoints, (RectDTO{1, 2, 3, 4}));
+  EXPECT_EQ(request.outputDirectory, "/tmp/a");
+  RecordingSettingsDTO settings;
+  settings.showsCursor = true;
+  EXPECT_EQ(request.settings, settings);
+}
+
+TEST(RecordingRequestDecoding, TakesEveryOptionalKey) {
+  const std::string settings =
+      R"({"presentation":{"cameraPlacement":{"x":0,"y":10000},"cursorStyle":"dark",)"
+      R"("cursorScale":150,"cameraBorder":true},"microphone":true,"systemAudio":true,)"
+      R"("camera":true,"microphoneDeviceId":"m","cameraDeviceId":"c",)"
+      R"("cameraPreviewMirrored":true,"cameraOutputMirrored":false,)"
+      R"("cameraPosition":"topLeft","showsCursor":false,"showMouseClicks":true,)"
+      R"("recordKeyboardShortcuts":true,"cursorFollow":true,"frameRate":60,)"
+      R"("quality":"high","outputScale":"720p","codec":"hevc"})";
+  const auto decoded = json::decode<RecordingRequestDTO>(
+      with(requestJson(settings), R"("displayId")", R"("windowId":"9","displayId")"));
+  EXPECT_EQ(decoded.windowID, "9");
+  RecordingSettingsDTO expected;
+  expected.presentation =
+      RecordingPresentationDTO{RecordingCameraPlacementDTO{0, 10000}, RecordingCursorStyle::dark, 150, true};
+  expected.microphone = true;
+  expected.microphoneDeviceID = "m";
+  expected.systemAudio = true;
+  expected.camera = true;
+  expected.cameraDeviceID = "c";
+  expected.cameraPreviewMirrored = true;
+  expected.cameraOutputMirrored = false;
+  expected.cameraPosition = CameraPosition::topLeft;
+  expected.cursorFollow = true;
+  expected.showMouseClicks = true;
+  expected.recordKeyboardShortcuts = true;
+  expected.frameRate = 60;
+  expected.quality = RecordingQuality::high;
+  expected.outputScale = RecordingOutputScale::hd720;
+  expected.codec = RecordingCodec::hevc;
+  EXPECT_EQ(decoded.settings, expected);
+}
+
+TEST(RecordingRequestDecoding, TakesNullForAbsentAndIgnoresUnknownKeys) {
+  const std::string settings =
+      with(settingsJson, "{", R"({"presentation":null,"codec":null,"colour":"red",)");
+  const auto request = json::decode<RecordingRequestDTO>(requestJson(settings));
+  EXPECT_EQ(request.settings.presentation, std::nullopt);
+  EXPECT_EQ(request.settings.codec, std::nullopt);
+}
+
+TEST(RecordingRequestDecoding, NeedsEveryRequiredKey) {
+  const std::string whole = requestJson();
+  for (const char* key : {"sessionId", "kind", "displayId", "rectPoints", "outputDirectory", "settings",
+                          "microphone", "systemAudio", "camera", "cameraPosition", "showsCursor",
+                          "showMouseClicks", "frameRate", "quality", "outputScale"}) {
+    const std::string renamed = with(whole, '"' + std::string(key) + '"', R"("other")");
+    EXPECT_THAT(decodingFailureOf(renamed), HasSubstr(key));
+  }
+}
+
+TEST(RecordingRequestDecoding, RefusesUnknownStringsAndWrongTypes) {
+  const std::vector<std::pair<std::string, std::string>> changes = {
+      {R"("kind":"region")", R"("kind":"Region")"},
+      {R"("kind":"region")", R"("kind":1)"},
+      {R"("sessionId":")", R"("sessionId":1,"was":")"},
+      {R"("quality":"standard")", R"("quality":"best")"},
+      {R"("outputScale":"original")", R"("outputScale":"hd1080")"},
+      {R"("cameraPosition":"bottomRight")", R"("cameraPosition":"centre")"},
+      {R"("frameRate":30)", R"("frameRate":30.5)"},
+      {R"("frameRate":30)", R"("frameRate":"30")"},
+      {R"("microphone":false)", R"("microphone":0)"},
+      {R"("microphone":false)", R"("microphone":null)"},
+      {R"("microphone":false)", R"("codec":"H264","microphone":false)"},
+      {R"("microphone":false)", R"("codec":"vp9","microphone":false)"},
+      {R"("microphone":false)", R"("presentation":{},"microphone":false)"},
+      {R"("microphone":false)", R"("presentation":[],"microphone":false)"},
+      {R"("microphone":false)", R"("cursorFollow":"yes","microphone":false)"},
+  };
+  for (const auto& [from, to] : changes)
+    EXPECT_NE(decodingFailureOf(with(requestJson(), from, to)), "decoded") << to;
+}
+
+TEST(RecordingRequestDecoding, TakesAWholeNumberWrittenAsAFraction) {
+  EXPECT_EQ(json::decode<RecordingRequestDTO>(with(requestJson(), ":30", ":30.0")).settings.frameRate, 30);
+}
+
+TEST(RecordingRequestDecoding, ReportsTheFirstKeyInDecodingOrder) {
+  // Everything is wrong here but what stands in the list's earlier rows.
+  const std::vector<std::string> order = {"presentation",
+                                          "microphone",
+                                          "systemAudio",
+                                          "camera",
+                                          "microphoneDeviceId",
+                                          "cameraDeviceId",
+                                          "cameraPreviewMirrored",
+                                          "cameraOutputMirrored",
+                                          "cameraPosition",
+                                          "showsCursor",
+                                          "showMouseClicks",
+                                          "recordKeyboardShortcuts",
+                                          "cursorFollow",
+                                          "frameRate",
+                                          "quality",
+                                          "outputScale",
+                                          "codec"};
+  const auto keys =
+      std::apply([](const auto&... each) { return std::vector<std::string>{std::string(each.key)...}; },
+                 RecordingSettingsDTO::fields());
+  EXPECT_EQ(keys, order);
+  EXPECT_THAT(decodingFailureOf(requestJson("{}")), HasSubstr("microphone"));
+  EXPECT_THAT(decodingFailureOf(requestJson(R"({"microphone":true})")), HasSubstr("systemAudio"));
+}
+
+TEST(RecordingRequestDecoding, KnowsEveryString) {
+  const auto all = []<class E>(std::type_identity<E>) {
+    std::vector<std::string> strings;
+    for (const auto& [value, text] : jsonNames(E{}))
+      strings.emplace_back(text);
+    return strings;
+  };
+  EXPECT_EQ(all(std::type_identity<RecordingQuality>{}), (std::vector<std::string>{"standard", "high"}));
+  EXPECT_EQ(all(std::type_identity<RecordingOutputScale>{}),
+            (std::vector<std::string>{"original", "1080p", "720p"}));
+  EXPECT_EQ(all(std::type_identity<RecordingCodec>{}), (std::vector<std::string>{"h264", "hevc"}));
+  EXPECT_EQ(all(std::type_identity<CameraPosition>{}),
+            (std::vector<std::string>{"topLeft", "topRight", "bottomLeft", "bottomRight"}));
+  EXPECT_EQ(all(std::type_identity<RecordingCursorStyle>{}),
+            (std::vector<std::string>{"system", "light", "dark"}));
+  EXPECT_EQ(all(std::type_identity<RecordingPhase>{}),
+            (std::vector<std::string>{"idle", "starting", "recording", "pausing", "paused", "resuming",
+                                      "stopping", "completed", "cancelling", "failed"}));
+}
+
+// ---- Derived properties
+
+TEST(RecordingSettings, UseH264UnlessToldOtherwise) {
+  RecordingSettingsDTO settings;
+  EXPECT_EQ(settings.effectiveCodec(), RecordingCodec::h264);
+  settings.codec = RecordingCodec::h264;
+  EXPECT_EQ(settings.effectiveCodec(), RecordingCodec::h264);
+  settings.codec = RecordingCodec::hevc;
+  EXPECT_EQ(settings.effectiveCodec(), RecordingCodec::hevc);
+}
+
+TEST(RecordingSettings, TraceWhatIsToBeDrawnOrFollowed) {
+  struct Row {
+    bool showsCursor;
+    bool showMouseClicks;
+    std::optional<bool> cursorFollow;
+    std::optional<bool> shortcuts;
+    bool cursorEvents, clickEvents, anyEvents;
+  };
+  const std::optional<bool> absent;
+  for (const Row& row : {Row{false, false, absent, absent, false, false, false},
+                         Row{false, false, false, false, false, false, false},
+                         Row{true, false, absent, absent, true, false, true},
+                         Row{false, true, absent, absent, false, true, true},
+                         Row{false, false, true, absent, true, true, true},
+                         Row{false, false, absent, true, false, false, true}}) {
+    RecordingSettingsDTO settings;
+    settings.showsCursor = row.showsCursor;
+    settings.showMouseClicks = row.showMouseClicks;
+    settings.cursorFollow = row.cursorFollow;
+    settings.recordKeyboardShortcuts = row.shortcuts;
+    EXPECT_EQ(settings.recordsCursorEvents(), row.cursorEvents);
+    EXPECT_EQ(settings.recordsClickEvents(), row.clickEvents);
+    EXPECT_EQ(settings.recordsInteractionEvents(), row.anyEvents);
+  }
+}
+
+// ---- Validation
+
+using Error = RecordingRequestError;
+
+std::optional<Error> errorOf(const RecordingRequestDTO& request,
+                             const std::vector<DisplayInfoDTO>& displays = {sampleDisplay()},
+                             const std::vector<WindowInfoDTO>& windows = {sampleWindow()}) {
+  try {
+    request.validated(displays, windows);
+    return std::nullopt;
+  } catch (const Failure<Error>& failure) {
+    return failure.value();
+  }
+}
+
+std::optional<Error> errorAfter(CaptureKind kind, const std::function<void(RecordingRequestDTO&)>& change) {
+  RecordingRequestDTO request = sampleRequest(kind);
+  change(request);
+  return errorOf(request);
+}
+
+TEST(RecordingRequestValidation, TellsEachErrorInItsOwnSentence) {
+  const std::vector<std::pair<Error, std::string>> rows = {
+      {Error::invalidEncoding, "The recording request could not be decoded."},
+      {Error::invalidSessionID, "The recording session identifier is invalid."},
+      {Error::invalidGeometry, "Recording geometry must contain finite, positive dimensions."},
+      {Error::invalidOutputDirectory, "The recording output directory is invalid."},
+      {Error::displayNotFound, "The selected display is no longer available."},
+      {Error::regionOutsideDisplay, "The recording region must stay within its display."},
+      {Error::unsupportedFrameRate, "The recording frame rate must be 15, 30, or 60 FPS."},
+      {Error::windowIDRequired, "Window recording requires a selected window."},
+      {Error::windowNotFound, "The selected window is no longer available."},
+      {Error::windowChanged, "The selected window changed before recording started."},
+  };
+  for (const auto& [error, message] : rows)
+    EXPECT_EQ(messageOf(error), message);
+}
+
+TEST(RecordingRequestValidation, NeedsAUuid) {
+  for (const std::string id :
+       {"", "session", "6f1c2d3e4a5b4c6d8e7f0a1b2c3d4e5f", "6f1c2d3e-4a5b-4c6d-8e7f-0a1b2c3d4e5",
+        "{6f1c2d3e-4a5b-4c6d-8e7f-0a1b2c3d4e5f}"})
+    EXPECT_EQ(errorAfter(CaptureKind::display,
+                         [&](auto& request) {
+                           request.sessionID = id;
+                           request.outputDirectory = "/tmp/" + id;
+                         }),
+              Error::invalidSessionID)
+        << id;
+  EXPECT_EQ(errorAfter(CaptureKind::display,
+                       [](auto& request) {
+                         request.sessionID = "6F1C2D3E-4A5B-4C6D-8E7F-0A1B2C3D4E5F";
+                         request.outputDirectory = "/tmp/6F1C2D3E-4A5B-4C6D-8E7F-0A1B2C3D4E5F";
+                       }),
+            std::nullopt);
+}
+
+TEST(RecordingRequestValidation, NeedsAFiniteRectangleWithAnArea) {
+  const double infinity = std::numeric_limits<double>::infinity();
+  for (const RectDTO rect : {RectDTO{0, 0, 0, 10}, RectDTO{0, 0, 10, 0}, RectDTO{0, 0, -1, 10},
+                             RectDTO{infinity, 0, 10, 10}, RectDTO{0, 0, infinity, 10}})
+    EXPECT_EQ(errorAfter(CaptureKind::display, [&](auto& request) { request.rectPoints = rect; }),
+              Error::invalidGeometry);
+}
+
+TEST(RecordingRequestValidation, KnowsThreeFrameRates) {
+  for (const std::int64_t rate : {15, 30, 60})
+    EXPECT_EQ(errorAfter(CaptureKind::display, [&](auto& request) { request.settings.frameRate = rate; }),
+              std::nullopt);
+  for (const std::int64_t rate : {-30, 0, 14, 16, 24, 29, 31, 59, 61, 120})
+    EXPECT_EQ(errorAfter(CaptureKind::display, [&](auto& request) { request.settings.frameRate = rate; }),
+              Error::unsupportedFrameRate)
+        << rate;
+}
+
+TEST(RecordingRequestValidation, BoundsThePresentation) {
+  const auto errorWith = [](std::int64_t scale, std::optional<RecordingCameraPlacementDTO> placement) {
+    return errorAfter(CaptureKind::display, [&](auto& request) {
+      request.settings.presentation =
+          RecordingPresentationDTO{placement, RecordingCursorStyle::system, scale, false};
+    });
+  };
+  for (const std::int64_t scale : {100, 150, 200})
+    EXPECT_EQ(errorWith(scale, std::nullopt), std::nullopt);
+  for (const std::int64_t scale : {0, 99, 101, 125, 149, 151, 199, 201})
+    EXPECT_EQ(errorWith(scale, std::nullopt), Error::invalidGeometry) << scale;
+
+  using Placement = RecordingCameraPlacementDTO;
+  for (const Placement place : {Placement{0, 0}, Placement{10000, 0}, Placement{0, 10000}})
+    EXPECT_EQ(errorWith(100, place), std::nullopt);
+  for (const Placement place : {Placement{10001, 0}, Placement{0, 10001}, Placement{-1, 0}, Placement{0, -1}})
+    EXPECT_EQ(errorWith(100, place), Error::invalidGeometry);
+}
+
+TEST(RecordingRequestValidation, TiesTheOutputDirectoryToTheSession) {
+  const auto errorWith = [](const std::string& directory) {
+    return errorAfter(CaptureKind::display, [&](auto& request) { request.outputDirectory = directory; });
+  };
+  EXPECT_EQ(errorWith("/" + sampleSessionID), std::nullopt);
+  EXPECT_EQ(errorWith("/tmp/./" + sampleSessionID + "/"), std::nullopt);
+  EXPECT_EQ(errorWith("/tmp/..hidden/" + sampleSessionID), std::nullopt);
+  for (const std::string& directory :
+       {std::string(), sampleSessionID, "./" + sampleSessionID, "~/" + sampleSessionID,
+        "/tmp/../" + sampleSessionID, "/tmp/" + sampleSessionID + "/..", "/tmp/" + sampleSessionID + "x",
+        std::string("/tmp/6F1C2D3E-4a5b-4c6d-8e7f-0a1b2c3d4e5f"), std::string("/"),
+        "/tmp" + std::string(1, '\0') + "/" + sampleSessionID})
+    EXPECT_EQ(errorWith(directory), Error::invalidOutputDirectory) << directory;
+}
+
+TEST(RecordingRequestValidation, TakesTheFirstDisplayOfThatIdentifier) {
+  EXPECT_EQ(errorOf(sampleRequest(), {}), Error::displayNotFound);
+  DisplayInfoDTO other = sampleDisplay();
+  other.id = "78";
+  EXPECT_EQ(errorOf(sampleRequest(), {other}), Error::displayNotFound);
+  DisplayInfoDTO twin = sampleDisplay();
+  twin.scaleFactor = 2;
+  EXPECT_EQ(sampleRequest().validated({other, sampleDisplay(), twin}, {}).display, sampleDisplay());
+}
+
+TEST(RecordingRequestValidation, KeepsARegionWithinItsDisplay) {
+  const RectDTO frame = sampleDisplay().framePoints; // 100, 50, 1920 x 1080
+  const auto errorWith = [](const RectDTO& region) {
+    return errorAfter(CaptureKind::region, [&](auto& request) { request.rectPoints = region; });
+  };
+  EXPECT_EQ(errorWith(frame), std::nullopt);
+  const std::vector<std::function<RectDTO(double)>> overhangs = {
+      [&](double by) {
+        return RectDTO{frame.x - by, frame.y, 10, 10};
+      },
+      [&](double by) {
+        return RectDTO{frame.x, frame.y - by, 10, 10};
+      },
+      [&](double by) {
+        return RectDTO{frame.x + 1000, frame.y, 920 + by, 10};
+      },
+      [&](double by) {
+        return RectDTO{frame.x, frame.y + 1000, 10, 80 + by};
+      },
+  };
+  for (const auto& overhang : overhangs) {
+    EXPECT_EQ(errorWith(overhang(1e-7)), std::nullopt);
+    EXPECT_EQ(errorWith(overhang(1e-5)), Error::regionOutsideDisplay);
+  }
+}
+
+TEST(RecordingRequestValidation, MakesTheSourceRelativeToWhatIsRecorded) {
+  RecordingRequestDTO region = sampleRequest(CaptureKind::region);
+  region.rectPoints = {110.5, 70, 30, 40};
+  const ValidatedRecordingRequest ofRegion = region.validated({sampleDisplay()}, {sampleWindow()});
+  EXPECT_EQ(ofRegion.sourceRectPoints, (RectDTO{10.5, 20, 30, 40}));
+  EXPECT_EQ(ofRegion.window, std::nullopt);
+  EXPECT_EQ(ofRegion.request, region);
+
+  RecordingRequestDTO display = sampleRequest(CaptureKind::display);
+  display.rectPoints = {-5000, 0, 1, 1};
+  const ValidatedRecordingRequest ofDisplay = display.validated({sampleDisplay()}, {sampleWindow()});
+  EXPECT_EQ(ofDisplay.sourceRectPoints, (RectDTO{0, 0, 1920, 1080}));
+  EXPECT_EQ(ofDisplay.window, std::nullopt);
+
+  RecordingRequestDTO window = sampleRequest(CaptureKind::window);
+  window.rectPoints.width += 0.5;
+  const ValidatedRecordingRequest ofWindow = window.validated({sampleDisplay()}, {sampleWindow()});
+  EXPECT_EQ(ofWindow.sourceRectPoints, (RectDTO{0, 0, 640, 480}));
+  EXPECT_EQ(ofWindow.window, sampleWindow());
+}
+
+TEST(RecordingRequestValidation, NeedsAWindowThatIsThere) {
+  EXPECT_EQ(errorAfter(CaptureKind::window, [](auto& request) { request.windowID.reset(); }),
+            Error::windowIDRequired);
+  EXPECT_EQ(errorAfter(CaptureKind::window, [](auto& request) { request.windowID = ""; }),
+            Error::windowIDRequired);
+  EXPECT_EQ(errorAfter(CaptureKind::window, [](auto& request) { request.windowID = "1"; }),
+            Error::windowNotFound);
+  EXPECT_EQ(errorOf(sampleRequest(CaptureKind::window), {sampleDisplay()}, {}), Error::windowNotFound);
+}
+
+TEST(RecordingRequestValidation, NeedsTheWindowAsItWasSelected) {
+  const auto errorWith = [](const std::function<void(WindowInfoDTO&)>& change) {
+    WindowInfoDTO window = sampleWindow();
+    change(window);
+    return errorOf(sampleRequest(CaptureKind::window), {sampleDisplay()}, {window});
+  };
+  EXPECT_EQ(errorWith([](auto&) {}), std::nullopt);
+  EXPECT_EQ(errorWith([](auto& window) { window.displayID = "78"; }), Error::windowChanged);
+  EXPECT_EQ(errorWith([](auto& window) { window.isOnScreen = false; }), Error::windowChanged);
+  EXPECT_EQ(errorWith([](auto& window) { window.layer = 24; }), Error::windowChanged);
+  for (double RectDTO::*side : {&RectDTO::x, &RectDTO::y, &RectDTO::width, &RectDTO::height})
+    for (const double sign : {1.0, -1.0}) {
+      EXPECT_EQ(errorWith([&](auto& window) { window.framePoints.*side += sign * 0.5; }), std::nullopt);
+      EXPECT_EQ(errorWith([&](auto& window) { window.framePoints.*side += sign * 0.6; }),
+                Error::windowChanged);
+    }
+}
+
+TEST(RecordingRequestValidation, ReportsTheFirstBrokenRule) {
+  // Every rule is broken; each row mends the one that was reported.
+  RecordingRequestDTO request = sampleRequest(CaptureKind::region);
+  request.sessionID = "x";
+  request.rectPoints = {0, 0, 0, 0};
+  request.settings.frameRate = 1;
+  request.settings.presentation =
+      RecordingPresentationDTO{std::nullopt, RecordingCursorStyle::system, 125, false};
+  request.outputDirectory = "";
+  std::vector<DisplayInfoDTO> displays;
+  EXPECT_EQ(errorOf(request, displays), Error::invalidSessionID);
+  request.sessionID = sampleSessionID;
+  EXPECT_EQ(errorOf(request, displays), Error::invalidGeometry);
+  request.rectPoints = {0, 0, 1, 1};
+  EXPECT_EQ(errorOf(request, displays), Error::unsupportedFrameRate);
+  request.settings.frameRate = 15;
+  EXPECT_EQ(errorOf(request, displays), Error::invalidGeometry);
+  request.settings.presentation->cursorScale = 150;
+  EXPECT_EQ(errorOf(request, displays), Error::invalidOutputDirectory);
+  request.outputDirectory = "/tmp/" + sampleSessionID;
+  EXPECT_EQ(errorOf(request, displays), Error::displayNotFound);
+  displays.push_back(sampleDisplay());
+  EXPECT_EQ(errorOf(request, displays), Error::regionOutsideDisplay);
+  request.rectPoints = {200, 200, 1, 1};
+  EXPECT_EQ(errorOf(request, displays), std::nullopt);
+}
+
+} // namespace
+} // namespace tessarin
