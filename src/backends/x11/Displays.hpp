@@ -58,8 +58,6 @@ class DisplayQuery {
   DisplayLayout result();
 
  private:
-  std::string_view resources() const;
-
   Connection& connection_;
   xcb_get_geometry_cookie_t geometry_;
   xcb_get_property_cookie_t resources_;
