@@ -7,8 +7,8 @@
 
 namespace tessarin::container {
 
-// A track of the file to be written. The description box may be given late, with setDescription, but before
-// the first fragment is flushed.
+// A track of the file to be written. Its sample description may be given late, with setDescription, but
+// before the first fragment is flushed.
 struct TrackSetup {
   TrackKind kind = TrackKind::video;
   std::int32_t timescale = 90000;
@@ -24,25 +24,38 @@ struct TrackSetup {
 // 16 bytes of `free` into the header of one `mdat` over all that lies between, so nothing is copied.
 //
 // A sample's duration is the distance to its track's next sample, so one sample of each track is held back
-// until the next one or the end is known. Confined to one thread. Failures are thrown as FileFailure.
+// until the next one or the end is known. After a crash at any point between two of its writes or syncs the
+// file reads up to its last whole fragment.
+//
+// Confined to one thread. Throws FileFailure from the file, after which every further call throws the same
+// failure; ContainerFailure for media that cannot be told in this form, named at each operation, with
+// nothing changed. Memory: one fragment and about 4 bytes for each sample written.
 class FragmentedMovieWriter {
  public:
-  // The file is empty and outlives the writer.
+  // The file is empty and outlives the writer. Writes nothing yet. At least one track, video or audio.
   FragmentedMovieWriter(OpenFile& file, std::vector<TrackSetup> tracks);
+  // Leaves the file as it is; what was not flushed is not in it.
   ~FragmentedMovieWriter();
+  FragmentedMovieWriter(const FragmentedMovieWriter&) = delete;
+  FragmentedMovieWriter& operator=(const FragmentedMovieWriter&) = delete;
 
-  // The whole sample entry box ("avc1" with its "avcC", ...) of the track at the index.
+  // The whole sample entry box ("avc1" with its "avcC", "colr" and "pasp", ...) of the track at the index.
+  // Unsupported once the first fragment was flushed, or without a box.
   void setDescription(std::size_t track, SampleDescription description);
 
-  // Times in units of the track's timescale; decode times strictly increase.
+  // Copies the data. Times in units of the track's timescale; decode times strictly increase from 0 or
+  // later, else it is damaged. More than 256 MiB since the last fragment are flushed as one at once.
   void append(std::size_t track, std::span<const std::byte> data, std::int64_t decodeTime,
               std::int32_t compositionOffset, bool isSync);
 
-  // Issues everything that is not held back as one fragment and makes it durable; nothing to do without samples.
+  // Issues everything that is not held back as one fragment and makes it durable: one write and one sync, and
+  // the first time one write more for the head of the file. Nothing to do without samples. Unsupported while
+  // a description is missing.
   void flushFragment();
 
-  // Ends every track at the time given in units of its timescale (later than its last sample), and makes
-  // the file an ordinary, durable one.
+  // Ends every track at the time given in units of its timescale, and makes the file an ordinary, durable
+  // one. A last sample lasts at least one unit, whatever the end. A track without samples stays, empty. The
+  // writer takes nothing more after it.
   void finish(std::span<const std::int64_t> endTimes);
 
  private:

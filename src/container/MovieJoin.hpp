@@ -7,7 +7,8 @@
 
 namespace tessarin::container {
 
-// A stretch of a source track to be placed on the joined time line.
+// A stretch of a source track to be placed on the joined time line. Both times are numeric, the start not
+// negative and the duration above zero.
 struct JoinPiece {
   const OpenFile* file = nullptr; // outlives the call
   const Track* track = nullptr;   // of that file's index
@@ -15,15 +16,24 @@ struct JoinPiece {
   MediaTime duration;             // how much of it, from its presentation start; later samples are left out
 };
 
+// At least one piece, in order of start, all of one kind; sample descriptions and timescales may differ.
 struct JoinTrack {
-  std::vector<JoinPiece> pieces; // in order of start; sample descriptions may differ between pieces
+  std::vector<JoinPiece> pieces;
 };
 
 // Writes a new ordinary MPEG-4 file whose tracks are the pieces one after another, copying coded samples
-// untouched by the file layer's own copy, index last. A piece's last sample is stretched or cut to the
-// piece's end; room between pieces of an audio track stays silent. `brand` is "mp42" or "M4A ". The output
-// is an empty file; it is durable on return. Throws FileFailure, and ContainerFailure for pieces that
-// cannot be joined. Any thread.
+// untouched by the file layer's own copy, index last. `brand` is "mp42" or "M4A ". The output is an empty
+// file; it is durable on return.
+//
+// Every time is computed from absolute ones, so nothing drifts however many pieces there are; a track takes
+// the least common timescale of its pieces where that is at most 10 million, else the finest. What a later
+// piece holds before its presentation start (the priming of its coder) is kept and takes the place of the
+// end of the piece before it. A piece's last sample is stretched or cut to where the next piece's samples
+// begin, the last piece's to its end: room between pieces shows the last picture, and is silent in an audio
+// track.
+//
+// Throws FileFailure; ContainerFailure for pieces that cannot be joined: unsupported where they break the
+// conditions above, damaged without any sample, tooLarge where a time does not fit the form. Any thread.
 void writeJoinedMovie(OpenFile& output, const std::vector<JoinTrack>& tracks, const std::string& brand);
 
 } // namespace tessarin::container

@@ -1,0 +1,309 @@
+#include "container/MovieJoin.hpp"
+
+#include "container/MovieBoxWriter.hpp"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace tessarin::container {
+
+namespace {
+
+constexpr std::int32_t maximumCommonTimescale = 10'000'000;
+
+// Consecutive samples of one source that end up in one chunk of the output.
+struct PlannedChunk {
+  const OpenFile* file = nullptr;
+  std::int64_t decodeTime = 0;   // in the output
+  std::uint32_t description = 0; // index in the output
+  std::span<const Sample> samples;
+  std::vector<std::uint32_t> durations;         // in the output
+  std::vector<std::int32_t> compositionOffsets; // in the output
+};
+
+// One track of the output: its samples with their times, before they have a place in the file.
+class JoinedTrack {
+ public:
+  explicit JoinedTrack(const JoinTrack& track);
+
+  const std::vector<PlannedChunk>& chunks() const { return chunks_; }
+  std::int32_t timescale() const { return timescale_; }
+  TrackToWrite describe(const SampleTable& table) const;
+
+ private:
+  struct Placed {
+    const JoinPiece* piece = nullptr;
+    std::int64_t start = 0;      // on the output's time line, of what is presented
+    std::int64_t end = 0;        // likewise
+    std::int64_t mediaStart = 0; // of the first sample, ahead of the start by what is primed
+    std::size_t sampleCount = 0; // that are taken
+  };
+
+  void chooseTimescale(const JoinTrack& track);
+  Placed place(const JoinPiece& piece) const;
+  std::int64_t rescaled(std::int64_t time, std::int32_t timescale) const;
+  std::int64_t decodeTime(const Placed& placed, std::size_t sample) const;
+  void plan(const Placed& placed, std::int64_t mediaEnd);
+  PlannedChunk& chunkFor(const Placed& placed, std::size_t sample, std::int64_t time,
+                         std::uint32_t description);
+  std::uint32_t descriptionIndex(const SampleDescription& description);
+
+  const Track& model_; // the first piece's
+  std::int32_t timescale_ = 1;
+  std::int64_t start_ = 0;             // of the presentation
+  std::int64_t presentationStart_ = 0; // in the media
+  std::int64_t end_ = 0;
+  std::vector<const SampleDescription*> descriptions_;
+  std::vector<PlannedChunk> chunks_;
+};
+
+const Track& firstTrack(const JoinTrack& track) {
+  if (track.pieces.empty() || track.pieces.front().track == nullptr)
+    throw ContainerFailure(ContainerError::unsupported);
+  return *track.pieces.front().track;
+}
+
+void requireJoinable(const JoinTrack& track, TrackKind kind) {
+  MediaTime last = MediaTime::zero();
+  for (const JoinPiece& piece : track.pieces) {
+    if (piece.file == nullptr || piece.track == nullptr || kind == TrackKind::other ||
+        piece.track->kind != kind || piece.start < last || !(piece.duration > MediaTime::zero()))
+      throw ContainerFailure(ContainerError::unsupported);
+    last = piece.start;
+  }
+}
+
+JoinedTrack::JoinedTrack(const JoinTrack& track) : model_(firstTrack(track)) {
+  requireJoinable(track, model_.kind);
+  chooseTimescale(track);
+  std::vector<Placed> placed;
+  for (const JoinPiece& piece : track.pieces)
+    placed.push_back(place(piece));
+
+  end_ = placed.back().end;
+  // Where each piece's samples give way to those of the pieces behind it. A short piece may vanish whole
+  // below the priming of the next one.
+  std::vector<std::int64_t> mediaEnds(placed.size(), end_);
+  for (std::size_t i = placed.size() - 1; i > 0; --i)
+    mediaEnds[i - 1] = std::min(mediaEnds[i], placed[i].mediaStart);
+  for (std::size_t i = 0; i < placed.size(); ++i)
+    plan(placed[i], mediaEnds[i]);
+  if (chunks_.empty())
+    throw ContainerFailure(ContainerError::damaged);
+  const std::int64_t mediaStart = chunks_.front().decodeTime;
+  start_ = std::max(placed.front().start, mediaStart);
+  presentationStart_ = start_ - mediaStart;
+}
+
+void JoinedTrack::chooseTimescale(const JoinTrack& track) {
+  std::int32_t finest = model_.timescale;
+  std::optional<std::int32_t> common = model_.timescale;
+  for (const JoinPiece& piece : track.pieces) {
+    finest = std::max(finest, piece.track->timescale);
+    if (common && *common != piece.track->timescale)
+      common = commonTimescale(*common, piece.track->timescale, maximumCommonTimescale);
+  }
+  timescale_ = common.value_or(finest);
+}
+
+std::int64_t JoinedTrack::rescaled(std::int64_t time, std::int32_t timescale) const {
+  const MediaTime converted = MediaTime(time, timescale).convertedTo(timescale_);
+  if (!converted.isNumeric())
+    throw ContainerFailure(ContainerError::tooLarge);
+  return converted.value();
+}
+
+std::int64_t JoinedTrack::decodeTime(const Placed& placed, std::size_t sample) const {
+  const Track& source = *placed.piece->track;
+  return placed.start +
+         rescaled(source.samples[sample].decodeTime - source.presentationStart, source.timescale);
+}
+
+JoinedTrack::Placed JoinedTrack::place(const JoinPiece& piece) const {
+  Placed placed;
+  placed.piece = &piece;
+  placed.start = rescaled(piece.start.value(), piece.start.timescale());
+  const MediaTime end = piece.start + piece.duration;
+  placed.end = rescaled(end.value(), end.timescale());
+  const std::vector<Sample>& samples = piece.track->samples;
+  if (samples.empty() || decodeTime(placed, 0) >= placed.end)
+    throw ContainerFailure(ContainerError::damaged);
+  placed.mediaStart = decodeTime(placed, 0);
+  const auto firstBeyond = std::partition_point(samples.begin(), samples.end(), [&](const Sample& sample) {
+    return decodeTime(placed, static_cast<std::size_t>(&sample - samples.data())) < placed.end;
+  });
+  placed.sampleCount = static_cast<std::size_t>(firstBeyond - samples.begin());
+  return placed;
+}
+
+// Samples that begin at the media's end or later are left out.
+void JoinedTrack::plan(const Placed& placed, std::int64_t mediaEnd) {
+  const Track& source = *placed.piece->track;
+  std::int64_t time = placed.mediaStart;
+  for (std::size_t i = 0; i < placed.sampleCount && time < mediaEnd; ++i) {
+    const Sample& sample = source.samples[i];
+    const bool isLast = i + 1 == placed.sampleCount;
+    const std::int64_t next = isLast ? mediaEnd : std::min(decodeTime(placed, i + 1), mediaEnd);
+    const std::int64_t duration = next - time;
+    if (duration > std::numeric_limits<std::uint32_t>::max())
+      throw ContainerFailure(ContainerError::tooLarge);
+    // From the two absolute times, so that the picture's time is exact too.
+    const std::int64_t composition =
+        placed.start +
+        rescaled(sample.decodeTime + sample.compositionOffset - source.presentationStart, source.timescale);
+    const std::int64_t offset = composition - time;
+    if (offset != static_cast<std::int32_t>(offset))
+      throw ContainerFailure(ContainerError::tooLarge);
+    PlannedChunk& chunk =
+        chunkFor(placed, i, time, descriptionIndex(source.descriptions.at(sample.description)));
+    chunk.durations.push_back(static_cast<std::uint32_t>(duration));
+    chunk.compositionOffsets.push_back(static_cast<std::int32_t>(offset));
+    time = next;
+  }
+}
+
+// The chunk under way with one sample more, or a new one after about a second.
+PlannedChunk& JoinedTrack::chunkFor(const Placed& placed, std::size_t index, std::int64_t time,
+                                    std::uint32_t description) {
+  const Sample* const sample = &placed.piece->track->samples[index];
+  if (!chunks_.empty()) {
+    PlannedChunk& last = chunks_.back();
+    const Sample* const end = last.samples.data() + last.samples.size();
+    if (last.file == placed.piece->file && end == sample && last.description == description &&
+        time - last.decodeTime < timescale_) {
+      last.samples = {last.samples.data(), last.samples.size() + 1};
+      return last;
+    }
+  }
+  PlannedChunk chunk;
+  chunk.file = placed.piece->file;
+  chunk.decodeTime = time;
+  chunk.description = description;
+  chunk.samples = {sample, 1};
+  return chunks_.emplace_back(std::move(chunk));
+}
+
+std::uint32_t JoinedTrack::descriptionIndex(const SampleDescription& description) {
+  // Mostly the one used last.
+  if (!chunks_.empty() && descriptions_[chunks_.back().description]->box == description.box)
+    return chunks_.back().description;
+  const auto found = std::find_if(descriptions_.begin(), descriptions_.end(),
+                                  [&](const auto* known) { return known->box == description.box; });
+  if (found == descriptions_.end())
+    return static_cast<std::uint32_t>((descriptions_.push_back(&description), descriptions_.size() - 1));
+  return static_cast<std::uint32_t>(found - descriptions_.begin());
+}
+
+TrackToWrite JoinedTrack::describe(const SampleTable& table) const {
+  TrackToWrite written;
+  written.kind = model_.kind;
+  written.timescale = timescale_;
+  written.width = descriptions_.front()->width;
+  written.height = descriptions_.front()->height;
+  written.matrix = model_.matrix;
+  written.descriptions = descriptions_;
+  written.samples = &table;
+  written.start = start_;
+  written.presentationStart = presentationStart_;
+  written.presentationDuration = end_ - start_;
+  return written;
+}
+
+// Copies ranges, those that lie side by side in both files as one.
+class RangeCopier {
+ public:
+  RangeCopier(OpenFile& output, std::uint64_t offset) : output_(output), end_(offset) {}
+
+  std::uint64_t end() const { return end_; }
+  void add(const OpenFile& file, std::uint64_t offset, std::uint32_t size) {
+    if (file_ != &file || offset_ + length_ != offset) {
+      flush();
+      file_ = &file;
+      offset_ = offset;
+    }
+    length_ += size;
+    end_ += size;
+  }
+  void flush() {
+    if (length_ > 0)
+      output_.copyFrom(*file_, offset_, end_ - length_, length_);
+    length_ = 0;
+  }
+
+ private:
+  OpenFile& output_;
+  const OpenFile* file_ = nullptr;
+  std::uint64_t offset_ = 0; // of the range in the source
+  std::uint64_t length_ = 0;
+  std::uint64_t end_; // of the output
+};
+
+std::uint64_t mediaSize(const std::vector<JoinedTrack>& tracks) {
+  std::uint64_t size = 0;
+  for (const JoinedTrack& track : tracks) {
+    for (const PlannedChunk& chunk : track.chunks()) {
+      for (const Sample& sample : chunk.samples)
+        size += sample.size;
+    }
+  }
+  return size;
+}
+
+void copyChunk(const PlannedChunk& chunk, RangeCopier& copier, SampleTable& table) {
+  table.beginChunk(copier.end(), chunk.description);
+  for (std::size_t i = 0; i < chunk.samples.size(); ++i) {
+    const Sample& sample = chunk.samples[i];
+    copier.add(*chunk.file, sample.offset, sample.size);
+    table.add(sample.size, chunk.durations[i], chunk.compositionOffsets[i], sample.isSync);
+  }
+}
+
+// The chunk that begins first among those not copied yet.
+std::optional<std::size_t> earliestTrack(const std::vector<JoinedTrack>& tracks,
+                                         const std::vector<std::size_t>& next) {
+  std::optional<std::size_t> earliest;
+  MediaTime earliestTime;
+  for (std::size_t i = 0; i < tracks.size(); ++i) {
+    if (next[i] == tracks[i].chunks().size())
+      continue;
+    const MediaTime time(tracks[i].chunks()[next[i]].decodeTime, tracks[i].timescale());
+    if (!earliest || time < earliestTime) {
+      earliest = i;
+      earliestTime = time;
+    }
+  }
+  return earliest;
+}
+
+} // namespace
+
+void writeJoinedMovie(OpenFile& output, const std::vector<JoinTrack>& tracks, const std::string& brand) {
+  if (tracks.empty() || brand.size() != 4)
+    throw ContainerFailure(ContainerError::unsupported);
+  std::vector<JoinedTrack> joined;
+  for (const JoinTrack& track : tracks)
+    joined.emplace_back(track);
+
+  BoxWriter head;
+  writeFileType(head, brand);
+  writeWideMediaHeader(head, mediaSize(joined));
+  output.write(0, head.bytes());
+
+  RangeCopier copier(output, head.size());
+  std::vector<SampleTable> tables(joined.size());
+  std::vector<std::size_t> next(joined.size(), 0);
+  while (const auto track = earliestTrack(joined, next))
+    copyChunk(joined[*track].chunks()[next[*track]++], copier, tables[*track]);
+  copier.flush();
+
+  std::vector<TrackToWrite> written;
+  for (std::size_t i = 0; i < joined.size(); ++i)
+    written.push_back(joined[i].describe(tables[i]));
+  BoxWriter index;
+  writeMovieBox(index, MovieForm::ordinary, written);
+  output.write(copier.end(), index.bytes());
+  output.sync();
+}
+
+} // namespace tessarin::container
