@@ -1,0 +1,83 @@
+#pragma once
+
+#include "backends/x11/ExclusionPlan.hpp"
+#include "backends/x11/SharedMemory.hpp"
+#include "backends/x11/WindowPixmap.hpp"
+#include "base/HostClock.hpp"
+#include "pixels/Canvas.hpp"
+#include "ports/Desktop.hpp"
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+namespace tessarin::x11 {
+
+// Paints pictures of the screen as if the windows of some processes were not there, now and as windows come,
+// go and move. Pixels that don't show such a window are left alone. Confined to the connection's thread.
+//
+//   refresh(); read the screen; request(); collect(); paint(); and, unless the events that came meanwhile
+//   have made it stale, the picture is right.
+class Exclusion {
+ public:
+  // Asks for events of the root window: selects them on it for this connection.
+  Exclusion(Connection& connection, PixelReader& reader, const HostClock& clock,
+            const std::vector<RunningApplication>& excluded, const PixelRect& area);
+  ~Exclusion();
+  Exclusion(const Exclusion&) = delete;
+  Exclusion& operator=(const Exclusion&) = delete;
+
+  // Whether the event tells that the picture may be another one now.
+  bool handle(const xcb_generic_event_t& event);
+  // Whether the windows have changed since the last refresh.
+  bool isStale() const { return isStale_; }
+
+  // Finds the windows anew, and waits, within bounds, for what has to be painted first. Events that come
+  // meanwhile go to the handler as well. Throws DesktopFailure, and CaptureFailure for windows whose pixels
+  // are of an unknown kind.
+  void refresh(const PixelRect& screen, const EventHandler& others);
+
+  // Reads what has to be painted over. Throws DesktopFailure.
+  void request();
+  // False when a window has changed meanwhile.
+  bool collect();
+  // `canvas` begins at (left, top) of the root window; what lies outside of the area is not touched.
+  void paint(const pixels::Canvas& canvas, std::int32_t left, std::int32_t top) const;
+
+  // Whether a change within this rectangle can only be one of excluded windows.
+  bool hides(const PixelRect& rectangle) const { return plan_.excluded.contains(rectangle); }
+
+ private:
+  struct Kept {
+    WindowPixmap pixmap;
+    xcb_damage_damage_t damage = 0;
+    bool isDamaged = false;
+  };
+  struct Piece {
+    PixelReader::Pending pending;
+    PixelRect area; // of the root window
+    std::size_t offset = 0;
+  };
+
+  void keepPixmaps(const EventHandler& others);
+  void dropUnused();
+  void readBackground();
+  bool readBackgroundWindow();
+  bool isOurOwn(xcb_window_t window) const;
+
+  Connection& connection_;
+  PixelReader& reader_;
+  const HostClock& clock_;
+  std::vector<std::int32_t> excluded_;
+  PixelRect area_;
+  bool isStale_ = true;
+  WindowStack stack_;
+  ExclusionPlan plan_;
+  std::map<xcb_window_t, Kept> kept_;
+  PixelBuffer pieces_;        // of the layers, one behind the other
+  std::vector<Piece> layers_; // in the plan's order
+  PixelBuffer background_;
+  PixelRect backgroundArea_;
+};
+
+} // namespace tessarin::x11
