@@ -18,9 +18,9 @@ from tessarin_host import Host, JobFailed
 
 def start_private_desktop(build):
     """An X server, a window manager and an animated window, alive until our end of its input closes."""
-    child = subprocess.Popen([build / "tessarin-private-desktop"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+    child = subprocess.Popen([build / "tests/desktop/tessarin-private-desktop"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                              text=True)
-    display = child.stdout.readline().strip()
+    display = child.stdout.readline().strip().removeprefix("DISPLAY=")
     if not display:
         sys.exit("The private desktop did not start.")
     return child, display
