@@ -104,8 +104,8 @@ std::int64_t Value::signedInteger(std::int64_t lowest, std::int64_t highest) con
     result = value.get<std::int64_t>();
   } else if (value.is_number_float()) {
     const double number = value.get<double>();
-    // 2^63 is exact as a double; the largest signed integer itself is not.
-    if (!(std::trunc(number) == number && number >= -0x1p63 && number < 0x1p63))
+    // Integers beyond 64 bits come as the nearest double too, so the bounds themselves are out.
+    if (!(std::trunc(number) == number && number > -0x1p63 && number < 0x1p63))
       wrongType("an integer");
     result = static_cast<std::int64_t>(number);
   } else {
