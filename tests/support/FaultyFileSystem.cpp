@@ -121,21 +121,11 @@ void FaultyFileSystem::inject(Fault fault) {
 }
 
 void FaultyFileSystem::failNth(FileOperation operation, std::size_t n, int errorNumber) {
-  inject({.operation = operation,
-          .pathPart = {},
-          .skip = n - 1,
-          .times = 1,
-          .errorNumber = errorNumber,
-          .shortenedTo = {}});
+  inject({.operation = operation, .skip = n - 1, .errorNumber = errorNumber});
 }
 
 void FaultyFileSystem::failAlways(FileOperation operation, int errorNumber) {
-  inject({.operation = operation,
-          .pathPart = {},
-          .skip = 0,
-          .times = always,
-          .errorNumber = errorNumber,
-          .shortenedTo = {}});
+  inject({.operation = operation, .times = always, .errorNumber = errorNumber});
 }
 
 void FaultyFileSystem::refuseClones() {

@@ -31,12 +31,12 @@ class FaultyFileSystem final : public FileSystem {
   // One thing that goes wrong: of the operations that match, `skip` go well, and the next `times` do not.
   struct Fault {
     FileOperation operation = FileOperation::open;
-    std::string pathPart; // matches paths that hold it; empty: every path
+    std::string pathPart = {}; // matches paths that hold it; empty: every path
     std::size_t skip = 0;
     std::size_t times = 1;
     int errorNumber = EIO;
     // A read yields at most so many bytes and does not fail; a write stores so many and then fails.
-    std::optional<std::size_t> shortenedTo;
+    std::optional<std::size_t> shortenedTo = {};
   };
 
   // The file layer below outlives this one.
