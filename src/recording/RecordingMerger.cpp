@@ -95,9 +95,17 @@ std::int64_t writeOutput(FileSystem& files, const std::string& path,
   }
 }
 
+bool cloned(OpenFile& output, const OpenFile& source) {
+  try {
+    return output.cloneFrom(source);
+  } catch (const FileFailure&) {
+    return false; // a copy may still do
+  }
+}
+
 std::int64_t cloneOrCopyMedia(FileSystem& files, const OpenFile& source, const std::string& outputPath) {
   return writeOutput(files, outputPath, [&](OpenFile& output) {
-    if (!output.cloneFrom(source))
+    if (!cloned(output, source))
       output.copyFrom(source, 0, 0, static_cast<std::uint64_t>(source.info().sizeBytes));
   });
 }

@@ -41,8 +41,8 @@ struct RecordingMergePlan {
 // they are, and a lone segment that already is what is asked for is cloned. Segments are only read.
 //
 // All operations return the output's size in bytes and throw Failure<RecordingMergeError>. An existing
-// output is never replaced. The output appears whole under its name or not at all; it is not flushed to
-// disk, since it can be made again from the segments, which are. No state but the file system, which
+// output is never replaced. The output appears whole under its name or not at all. A clone or copy is not
+// flushed to disk, since it can be made again from its source, which is. No state but the file system, which
 // outlives it; any thread, any number at once as long as their outputs differ.
 class RecordingMerger {
  public:
