@@ -108,15 +108,20 @@ TEST_F(ContentServiceTest, ADisplayWithImpossibleGeometryMakesTheDesktopUnavaila
   }
 }
 
-TEST_F(ContentServiceTest, ADisplayOfTwoScalesMakesTheDesktopUnavailable) {
-  // 2.0 across; down, the next whole pixel gives 2.002, then just 2.001.
-  desktop.scripted.displays = {
-      {.displayID = 1, .frame = {0, 0, 1000, 499.5}, .pointPixelScale = 2, .isMain = true}};
-  EXPECT_EQ(ContentService(desktop).load().payload.displays[0].pixelSize, (SizeDTO{2000, 999}));
-  desktop.scripted.displays[0].frame.height = 499.4999;
-  EXPECT_EQ(ContentService(desktop).load().payload.displays[0].pixelSize, (SizeDTO{2000, 999}));
-  desktop.scripted.displays[0].frame.height = 499.0001;
-  EXPECT_EQ(failure(), unavailable);
+TEST_F(ContentServiceTest, TheTwoScalesOfADisplayDifferByAThousandthAtMost) {
+  // 999 pixels down in each case, so the scale there is 2.0, 2.00096, 2.00104 and 2.002.
+  const struct {
+    double height;
+    bool isAccepted;
+  } cases[] = {{499.5, true}, {499.26, true}, {499.24, false}, {499.0001, false}};
+  for (const auto& each : cases) {
+    desktop.scripted.displays = {
+        {.displayID = 1, .frame = {0, 0, 1000, each.height}, .pointPixelScale = 2, .isMain = true}};
+    if (each.isAccepted)
+      EXPECT_EQ(ContentService(desktop).load().payload.displays[0].pixelSize, (SizeDTO{2000, 999}));
+    else
+      EXPECT_EQ(failure(), unavailable) << each.height;
+  }
 }
 
 TEST_F(ContentServiceTest, DescribesEachDisplayInOrder) {

@@ -1,0 +1,268 @@
+#include "command/NativeCLI.hpp"
+
+#include "base/Text.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+
+namespace tessarin {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr std::int32_t parent = 200;
+
+// A machine with one display, a window of the host and one of another application.
+class ScriptedMachine final : public DesktopContent,
+                              public StillCapturer,
+                              public PngWriter,
+                              public ApplicationActivator {
+ public:
+  bool hasAccess = true;
+  int calls = 0;
+  std::vector<RunningApplication> excludedFromPicture;
+
+  bool hasScreenCaptureAccess() override {
+    ++calls;
+    return hasAccess;
+  }
+  ShareableContent content() override {
+    ++calls;
+    const RunningApplication editor{"org.editor", 100, "Editor"};
+    const RunningApplication host{"org.host", parent, "Host/1"};
+    const auto window = [](std::uint32_t id, const RunningApplication& owner) {
+      return ShareableWindow{.windowID = id,
+                             .frame = {10, 10, 100, 100},
+                             .title = std::nullopt,
+                             .windowLayer = 0,
+                             .isOnScreen = true,
+                             .owningApplication = owner};
+    };
+    return {.displays = {{.displayID = 1, .frame = {0, 0, 640, 480}, .pointPixelScale = 1, .isMain = true}},
+            .windows = {window(8, editor), window(9, host)},
+            .applications = {editor, host},
+            .windowList = std::nullopt};
+  }
+  double pointPixelScale(const ContentFilter&) override { return 1; }
+  Picture captureImage(const ContentFilter& filter, const StillConfiguration& how) override {
+    ++calls;
+    excludedFromPicture = filter.excludedApplications;
+    return {{nullptr, static_cast<std::int32_t>(how.width), static_cast<std::int32_t>(how.height), 0,
+             PixelFormat::bgrx8},
+            nullptr};
+  }
+  void write(const PictureView&, const std::string&) override { ++calls; }
+  std::optional<bool> isActive(std::int32_t) override { return true; }
+  void activate(std::int32_t) override {}
+};
+
+class NativeCLITest : public testing::Test {
+ protected:
+  NativeExecution run(const std::vector<std::string>& arguments) {
+    return NativeCLI({.desktop = machine,
+                      .stills = machine,
+                      .images = machine,
+                      .applications = machine,
+                      .sleep = [](std::chrono::milliseconds) {},
+                      .parentProcessIdentifier = parent,
+                      .record =
+                          [this](const RecordingRequestDTO& request) {
+                            recorded = request;
+                            return recordStatus;
+                          }})
+        .run(arguments);
+  }
+  NativeExecution runWith(const std::string& command, std::string_view request) {
+    return run({command, "--request-json", encodedBase64(request)});
+  }
+
+  ScriptedMachine machine;
+  std::optional<RecordingRequestDTO> recorded;
+  std::int32_t recordStatus = 0;
+};
+
+NativeExecution failure(const std::string& code, const std::string& message, std::int32_t exitCode) {
+  return {R"({"error":{"code":")" + code + R"(","message":")" + message +
+              R"(","recoverable":true},"ok":false,"schemaVersion":1})",
+          exitCode};
+}
+
+const std::string captureRequest =
+    R"({"kind":"region","displayId":"1","rectPoints":{"x":0,"y":0,"width":20,"height":10},"outputPath":"/tmp/a.png"})";
+
+TEST_F(NativeCLITest, RefusedArgumentsReachNoService) {
+  const NativeExecution refused = failure("invalidArguments", "Invalid native helper arguments.", 2);
+  EXPECT_EQ(run({}), refused);
+  EXPECT_EQ(run({"unknown"}), refused);
+  EXPECT_EQ(run({"capture-worker"}), refused);
+  EXPECT_EQ(run({"capture-worker", "extra"}), refused);
+  EXPECT_EQ(run({"record"}), refused);
+  EXPECT_EQ(run({"capture", "--request-json", "***"}),
+            failure("invalidArguments", "The capture request is not valid base64 data.", 2));
+  EXPECT_EQ(run({"copy", "--path", "relative"}),
+            failure("invalidArguments", "Media paths must be absolute.", 2));
+  EXPECT_EQ(machine.calls, 0);
+  EXPECT_FALSE(recorded);
+}
+
+TEST_F(NativeCLITest, StatusTellsWhetherTheScreenCanBeReached) {
+  EXPECT_EQ(run({"status"}),
+            (NativeExecution{R"({"data":{"permission":"granted"},"ok":true,"schemaVersion":1})", 0}));
+  machine.hasAccess = false;
+  EXPECT_EQ(run({"status"}),
+            (NativeExecution{R"({"data":{"permission":"notDetermined"},"ok":true,"schemaVersion":1})", 0}));
+}
+
+TEST_F(NativeCLITest, ListTellsTheDesktop) {
+  EXPECT_EQ(
+      run({"list"}),
+      (NativeExecution{
+          R"({"data":{"displays":[{"framePoints":{"height":480,"width":640,"x":0,"y":0},"id":"1","isPrimary":true,)"
+          R"("pixelSize":{"height":480,"width":640},"scaleFactor":1}],"permission":"granted","uiElements":[],)"
+          R"("windows":[{"displayId":"1","framePoints":{"height":100,"width":100,"x":10,"y":10},"id":"8",)"
+          R"("isOnScreen":true,"layer":0,"ownerName":"Editor","ownerPid":100,"title":"Editor","zIndex":0},)"
+          R"({"displayId":"1","framePoints":{"height":100,"width":100,"x":10,"y":10},"id":"9",)"
+          R"("isOnScreen":true,"layer":0,"ownerName":"Host/1","ownerPid":200,"title":"Host/1","zIndex":1}]},)"
+          R"("ok":true,"schemaVersion":1})",
+          0}));
+}
+
+TEST_F(NativeCLITest, ListLeavesOutTheParentWhenAsked) {
+  const NativeExecution execution = run({"list", "--exclude-parent-application"});
+  EXPECT_EQ(execution.exitCode, 0);
+  EXPECT_THAT(execution.output, HasSubstr(R"("id":"8")"));
+  EXPECT_THAT(execution.output, Not(HasSubstr(R"("id":"9")")));
+}
+
+TEST_F(NativeCLITest, ListFailsWithoutAccess) {
+  machine.hasAccess = false;
+  EXPECT_EQ(run({"list"}), failure("permissionDenied",
+                                   "Screen Recording permission is required to capture the display.", 1));
+}
+
+TEST_F(NativeCLITest, CaptureTellsTheImage) {
+  EXPECT_EQ(
+      runWith("capture", captureRequest),
+      (NativeExecution{
+          R"({"data":{"heightPixels":10,"path":"/tmp/a.png","scaleFactor":1,"widthPixels":20},"ok":true,"schemaVersion":1})",
+          0}));
+  EXPECT_TRUE(machine.excludedFromPicture.empty());
+}
+
+TEST_F(NativeCLITest, CaptureLeavesOutTheParentWhenAsked) {
+  std::string request = captureRequest;
+  request.insert(1, R"("excludeParentApplication":true,)");
+  EXPECT_EQ(runWith("capture", request).exitCode, 0);
+  ASSERT_EQ(machine.excludedFromPicture.size(), 1U);
+  EXPECT_EQ(machine.excludedFromPicture[0].processID, parent);
+}
+
+TEST_F(NativeCLITest, ACaptureRequestThatCannotBeDecodedIsRefused) {
+  for (const char* const request : {"{", "{}", "[]", "null", R"({"kind":"region"})", "\xFF"})
+    EXPECT_EQ(runWith("capture", request),
+                failure("invalidRequest", "The capture request could not be decoded.", 2))
+          << request;
+  EXPECT_EQ(machine.calls, 0);
+}
+
+TEST_F(NativeCLITest, ACaptureRequestThatIsWrongFailsAsWork) {
+  std::string request = captureRequest;
+  request.replace(request.find("20"), 2, "-1");
+  EXPECT_EQ(runWith("capture", request),
+            failure("invalidRequest", "Capture geometry must contain finite, positive dimensions.", 1));
+}
+
+const std::string recordRequest =
+    R"({"sessionId":"0B8C6A52-3C5A-4F1B-9E43-1F2D3C4B5A69","kind":"display","displayId":"1",)"
+    R"("rectPoints":{"x":0,"y":0,"width":640,"height":480},"outputDirectory":"/tmp/s","settings":{)"
+    R"("microphone":false,"systemAudio":false,"camera":false,"cameraPosition":"bottomRight",)"
+    R"("showsCursor":false,"showMouseClicks":false,"frameRate":30,"quality":"standard","outputScale":"original"}})";
+
+TEST_F(NativeCLITest, RecordHandsOverTheRequestAndReturnsItsStatusWithoutOutput) {
+  for (const std::int32_t status : {0, 1}) {
+    recordStatus = status;
+    EXPECT_EQ(runWith("record", recordRequest), (NativeExecution{"", status}));
+  }
+  ASSERT_TRUE(recorded);
+  EXPECT_EQ(recorded->sessionID, "0B8C6A52-3C5A-4F1B-9E43-1F2D3C4B5A69");
+  EXPECT_EQ(recorded->displayID, "1");
+}
+
+TEST_F(NativeCLITest, ARecordRequestThatCannotBeDecodedIsRefusedByAReply) {
+  for (const char* const request : {"{}", "[", "7"})
+    EXPECT_EQ(runWith("record", request),
+              failure("invalidRequest", "The recording request could not be decoded.", 2));
+  EXPECT_FALSE(recorded);
+}
+
+TEST_F(NativeCLITest, RequestsOfServicesBuiltLaterAreRefusedAsTheyWillBe) {
+  const struct {
+    const char* command;
+    const char* request;
+    NativeExecution refusal;
+  } cases[] = {
+      {"recognize-text", "", failure("invalidArguments", "The capture request is not valid base64 data.", 2)},
+      {"recognize-qr", "", failure("invalidArguments", "The capture request is not valid base64 data.", 2)},
+      {"recognize-text", "[]",
+       failure("invalidArguments", "The capture request is not valid base64 data.", 2)},
+      {"prepare-capture", R"({"schemaVersion":1,"sessionId":"x"})",
+       failure("invalidArguments", "The capture request is not valid base64 data.", 2)},
+      {"sample-recording-system-audio", R"({"displayId":""})",
+       failure("invalidRequest", "The recording request could not be decoded.", 2)},
+      {"sample-recording-system-audio", "{}",
+       failure("invalidRequest", "The recording request could not be decoded.", 2)},
+      {"recover-recording", "1", failure("invalidRequest", "The recording recovery request is invalid.", 1)},
+      {"inspect-edit-source", "1",
+       failure("invalidRequest", "The video inspection request could not be decoded.", 2)},
+      {"audio-waveform", "1",
+       failure("invalidRequest", "The audio waveform request could not be decoded.", 2)},
+      {"export-edit", "1", failure("invalidRequest", "The video edit export request is invalid.", 2)},
+      {"export-gif", "1", failure("invalidRequest", "The GIF export request exceeds its safe limits.", 2)},
+      {"thumbnail", "1", failure("invalidRequest", "The thumbnail request is not valid JSON.", 2)},
+  };
+  for (const auto& each : cases)
+    EXPECT_EQ(runWith(each.command, each.request), each.refusal) << each.command;
+}
+
+TEST_F(NativeCLITest, CommandsWhoseServiceIsBuiltLaterFailAsUnexpected) {
+  const NativeExecution unexpected =
+      failure("internalError", "The native helper encountered an unexpected error.", 1);
+  for (const std::vector<std::string>& arguments : {
+           std::vector<std::string>{"render-hdr", "--directory", "/d"},
+           {"render-hdr", "--directory", "/d", "--format", "png"},
+           {"copy-hdr", "--directory", "/d"},
+           {"warm-text-recognition"},
+           {"prepare-narration", "--request-file", "/f"},
+           {"transcribe-captions", "--request-file", "/f", "--language", "en-US", "--audio", "mixed"},
+           {"export-edit", "--request-file", "/f"},
+           {"copy", "--path", "/f"},
+           {"copy-file", "--path", "/f"},
+           {"share", "--path", "/f"},
+           {"translate-text"},
+           {"microphone-status"},
+           {"request-microphone-permission"},
+           {"camera-status"},
+           {"request-camera-permission"},
+           {"interaction-permission-status"},
+           {"request-interaction-permission"},
+           {"speech-permission-status"},
+           {"request-speech-permission"},
+           {"recording-input-devices"},
+           {"recording-available-bytes"},
+       })
+    EXPECT_EQ(run(arguments), unexpected) << arguments[0];
+  for (const char* const command :
+       {"recognize-text", "recognize-qr", "recover-recording", "inspect-edit-source", "audio-waveform",
+        "export-edit", "export-gif", "thumbnail"})
+    EXPECT_EQ(runWith(command, "{}"), unexpected) << command;
+  EXPECT_EQ(runWith("prepare-capture", R"({"schemaVersion":1,"sessionId":"x","directory":"/d"})"),
+            unexpected);
+  EXPECT_EQ(runWith("sample-recording-system-audio", R"({"displayId":"1"})"), unexpected);
+  EXPECT_EQ(machine.calls, 0);
+}
+
+} // namespace
+} // namespace tessarin
