@@ -1,0 +1,89 @@
+#include "backends/x11/Discovery.hpp"
+
+#include "backends/x11/DiscoveryApplications.hpp"
+#include "backends/x11/Displays.hpp"
+#include "backends/x11/Windows.hpp"
+
+#include <utility>
+
+namespace tessarin::x11 {
+
+namespace {
+
+// By which a host recognises a menu bar, whatever program draws it.
+constexpr auto menuBarOwner = "Menubar";
+
+std::string nameOf(const std::optional<RunningApplication>& application) {
+  return application ? application->applicationName : std::string();
+}
+
+// The desktop itself is no entry of the list. Icons lie in front of the dock that holds them.
+void appendEntries(const TopLevelWindow& window, double scale, const DiscoveryApplications& applications,
+                   std::vector<WindowListEntry>& list) {
+  if (window.layer < 0) {
+    return;
+  }
+  for (auto icon = window.icons.rbegin(); icon != window.icons.rend(); ++icon) {
+    list.push_back({.number = icon->window,
+                    .layer = WindowLayer::statusItem,
+                    .bounds = pointsFromPixels(icon->bounds, scale),
+                    .ownerName = nameOf(applications.of(icon->owner)),
+                    .name = icon->title.value_or("")});
+  }
+  const bool isMenuBar = window.layer == WindowLayer::menuBar;
+  list.push_back({.number = window.client,
+                  .layer = window.layer,
+                  .bounds = pointsFromPixels(window.bounds, scale),
+                  .ownerName = isMenuBar ? menuBarOwner : nameOf(applications.of(window.owner)),
+                  .name = window.title.value_or("")});
+}
+
+class Discovery final : public DesktopContent {
+ public:
+  explicit Discovery(std::shared_ptr<DisplayServer> server) : server_(std::move(server)) {}
+
+  bool hasScreenCaptureAccess() override {
+    try {
+      server_->connection();
+      return true;
+    } catch (const DesktopFailure&) {
+      return false;
+    }
+  }
+
+  ShareableContent content() override {
+    auto& connection = server_->connection();
+    const auto layout = DisplayQuery(connection).result();
+    const auto windows = readWindows(connection, layout.root);
+    const DiscoveryApplications applications(windows);
+
+    ShareableContent content;
+    for (const auto& display : layout.displays) {
+      content.displays.push_back(
+          {display.id, displayPointsFromPixels(display.bounds, layout.scale), layout.scale, display.isMain});
+    }
+    auto& list = content.windowList.emplace();
+    for (auto window = windows.rbegin(); window != windows.rend(); ++window) {
+      content.windows.push_back({.windowID = window->client,
+                                 .frame = pointsFromPixels(window->bounds, layout.scale),
+                                 .title = window->title,
+                                 .windowLayer = window->layer,
+                                 .isOnScreen = true,
+                                 .owningApplication = applications.of(window->owner)});
+      appendEntries(*window, layout.scale, applications, list);
+    }
+    content.applications = applications.all();
+    return content;
+  }
+
+ private:
+  std::shared_ptr<DisplayServer> server_;
+};
+
+} // namespace
+
+std::unique_ptr<DesktopContent> makeDesktopContent(std::shared_ptr<DisplayServer> server) {
+  return std::make_unique<Discovery>(std::move(server));
+}
+
+} // namespace tessarin::x11
