@@ -1,0 +1,26 @@
+#pragma once
+
+#include "command/NativeCLI.hpp"
+
+#include <memory>
+
+namespace tessarin {
+
+// The one place that knows which backend serves which port. Making it opens nothing: a backend reaches for
+// its server or library when a command first asks something of it.
+class CompositionRoot {
+ public:
+  CompositionRoot();
+  ~CompositionRoot();
+  CompositionRoot(const CompositionRoot&) = delete;
+  CompositionRoot& operator=(const CompositionRoot&) = delete;
+
+  // Refers to this object, which must outlive its users.
+  NativeServices services();
+
+ private:
+  struct Backends;
+  std::unique_ptr<Backends> backends_;
+};
+
+} // namespace tessarin
