@@ -21,6 +21,7 @@ bool hasCompositingManager(Connection& connection) {
 
 struct ShapeQuery {
   xcb_get_geometry_cookie_t geometry{};
+  xcb_shape_query_extents_cookie_t extents{};
   xcb_shape_get_rectangles_cookie_t rectangles{};
 };
 
@@ -29,11 +30,17 @@ void takeShape(Connection& connection, const ShapeQuery& query, bool hasShapes, 
   if (const auto geometry = connection.reply(xcb_get_geometry_reply, query.geometry)) {
     stacked.borderWidth = geometry->border_width;
   }
-  const auto shape = hasShapes ? connection.reply(xcb_shape_get_rectangles_reply, query.rectangles) : nullptr;
-  if (!shape) {
-    stacked.shape = Region(outer);
+  stacked.shape = Region(outer);
+  if (!hasShapes) {
     return;
   }
+  const auto extents = connection.reply(xcb_shape_query_extents_reply, query.extents);
+  const auto shape = connection.reply(xcb_shape_get_rectangles_reply, query.rectangles);
+  // The rectangle given for a window without a shape leaves out a part of its border.
+  if (!extents || !extents->bounding_shaped || !shape) {
+    return;
+  }
+  stacked.shape = {};
   const auto* rectangles = xcb_shape_get_rectangles_rectangles(shape.get());
   for (int i = 0; i < xcb_shape_get_rectangles_rectangles_length(shape.get()); ++i) {
     const PixelRect rectangle{outer.x + stacked.borderWidth + rectangles[i].x,
@@ -66,6 +73,7 @@ WindowStack readWindowStack(Connection& connection, const PixelRect& screen) {
     auto& query = queries.emplace_back();
     query.geometry = xcb_get_geometry(connection.get(), stacked.window.top);
     if (hasShapes) {
+      query.extents = xcb_shape_query_extents(connection.get(), stacked.window.top);
       query.rectangles =
           xcb_shape_get_rectangles(connection.get(), stacked.window.top, XCB_SHAPE_SK_BOUNDING);
     }
