@@ -45,7 +45,7 @@ class MediaTime {
   // Exact comparison across timescales. Times that are not numeric are equal to each other and less than
   // every numeric one.
   friend std::strong_ordering operator<=>(MediaTime a, MediaTime b);
-  friend bool operator==(MediaTime a, MediaTime b) { return (a <=> b) == 0; }
+  friend bool operator==(MediaTime a, MediaTime b) { return std::is_eq(a <=> b); }
 
  private:
   std::int64_t value_ = 0;
