@@ -1,0 +1,21 @@
+#include "modules/media/MediaWriter.hpp"
+#include "ports/Modules.hpp"
+
+namespace tessarin::media {
+
+namespace {
+
+std::unique_ptr<MediaFileWriterFactory> makeFileWriterFactory(FileSystem& files) {
+  return std::make_unique<MediaWriterFactory>(files);
+}
+
+} // namespace
+
+} // namespace tessarin::media
+
+// The one symbol of the module.
+extern "C" __attribute__((visibility("default"))) const tessarin::ModuleHeader* tessarin_module() {
+  static const tessarin::MediaModule module{{tessarin::moduleBuildId()},
+                                            tessarin::media::makeFileWriterFactory};
+  return &module.header;
+}

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "base/FileSystem.hpp"
+#include "base/SerialQueue.hpp"
+#include "modules/media/MovieFile.hpp"
+#include "modules/media/VideoTrackInput.hpp"
+#include "modules/media/WriterState.hpp"
+#include "ports/MediaWriting.hpp"
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace tessarin::media {
+
+// Writes one recording segment. The caller's threads only convert pictures; each track codes on a thread of
+// its own, and the file has one more, so that waiting for the disk delays neither.
+//
+// Cancelling a writer that has completed or failed changes nothing: what it left is to be kept. A finish
+// under way is awaited when the writer is destroyed.
+class MediaWriter final : public MediaFileWriter {
+ public:
+  // The file system outlives the writer.
+  MediaWriter(FileSystem& files, MediaFileOptions options);
+  ~MediaWriter() override;
+  MediaWriter(const MediaWriter&) = delete;
+  MediaWriter& operator=(const MediaWriter&) = delete;
+
+  bool canApply(const VideoSettings& settings) override;
+  VideoInput* addVideoInput(const VideoSettings& settings) override;
+  bool startWriting() override;
+  void startSession(MediaTime sourceTime) override;
+  void finishWriting(std::function<void()> completion) override;
+  void cancelWriting() override;
+  MediaWriterStatus status() const override { return state_.status(); }
+  std::optional<MediaWriterError> error() const override { return state_.error(); }
+
+ private:
+  void write(std::size_t track, CodedPicture picture, std::int64_t time);
+  void coderFailed(MediaWriterError error);
+  void finishFile(const std::function<void()>& completion);
+  template<class Work> void onFile(const Work& work);
+  void notifyReadiness();
+
+  FileSystem& files_;
+  const MediaFileOptions options_;
+  WriterState state_;
+  bool isFinishing_ = false; // of the caller
+
+  // Of the file's thread, once writing has started.
+  std::optional<MovieFile> movie_;
+  std::size_t openTracks_ = 0; // that are still to be finished
+
+  // Never changed once writing has started. The tracks hand to the file's queue, so they end before it.
+  std::unique_ptr<SerialQueue> fileQueue_;
+  std::vector<std::unique_ptr<VideoTrackInput>> tracks_;
+};
+
+class MediaWriterFactory final : public MediaFileWriterFactory {
+ public:
+  explicit MediaWriterFactory(FileSystem& files) : files_(files) {}
+  std::unique_ptr<MediaFileWriter> makeWriter(const MediaFileOptions& options) override;
+
+ private:
+  FileSystem& files_;
+};
+
+} // namespace tessarin::media

@@ -1,0 +1,137 @@
+#include "modules/media/VideoTrackInput.hpp"
+
+#include "modules/media/CoderFailure.hpp"
+#include "modules/media/MovieFile.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <utility>
+
+namespace tessarin::media {
+
+namespace {
+
+// Pictures that may wait for the coder.
+constexpr int longestLine = 4;
+// Those, one being coded, the last one coded, and what the owner keeps to repeat or to append later.
+constexpr std::size_t mostPictures = longestLine + 8;
+
+std::int64_t frameDuration(const VideoSettings& settings) {
+  const MediaTime interval(1, static_cast<std::int32_t>(settings.expectedFrameRate));
+  return std::max<std::int64_t>(interval.convertedTo(videoTimescale).value(), 1);
+}
+
+KeyInterval keyInterval(const VideoSettings& settings) {
+  const auto rate = static_cast<std::int32_t>(settings.expectedFrameRate);
+  return {settings.maximumKeyFrameInterval,
+          MediaTime(settings.maximumKeyFrameInterval, rate).convertedTo(videoTimescale).value()};
+}
+
+} // namespace
+
+VideoTrackInput::VideoTrackInput(const VideoSettings& settings, WriterState& state, Sink sink)
+    : settings_(settings), state_(state), sink_(std::move(sink)),
+      pool_(static_cast<std::int32_t>(settings.width), static_cast<std::int32_t>(settings.height),
+            mostPictures),
+      coder_(makeVideoCoder(settings)),
+      sequencer_(*coder_, coder_->makeRepeater(), keyInterval(settings), sink_.coded),
+      queue_(makeThreadQueue("media-coder")) {}
+
+VideoTrackInput::~VideoTrackInput() {
+  if (!isFinishing_)
+    isStopped_ = true;
+}
+
+bool VideoTrackInput::isReadyForMoreMediaData() const {
+  return !isFinished_ && state_.isWriting() && waiting_ < longestLine && !state_.isDiskBehind();
+}
+
+std::unique_ptr<ReadinessObservation> VideoTrackInput::observeReadiness(std::function<void()> handler) {
+  return observers_.add(std::move(handler));
+}
+
+void VideoTrackInput::markAsFinished() {
+  isFinished_ = true;
+}
+
+std::shared_ptr<const CodablePicture> VideoTrackInput::render(const PictureView& source) {
+  if (source.width < 1 || source.height < 1)
+    return nullptr;
+  auto picture = pool_.take();
+  if (!picture)
+    return nullptr;
+  if (!scaler_ || !scaler_->takes(source))
+    scaler_.emplace(source.width, source.height, picture->width(), picture->height());
+  scaler_->scaleToI420(source, picture->planes());
+  return picture;
+}
+
+// The time in the track, at least one unit after the one before; nothing when it does not come after it.
+std::optional<std::int64_t> VideoTrackInput::nextTime(MediaTime presentationTime) const {
+  const MediaTime time = (presentationTime - sessionStart_).convertedTo(videoTimescale);
+  if (!time.isNumeric() || time.value() < 0 || (lastTime_ && time.value() < *lastTime_))
+    return std::nullopt;
+  return lastTime_ ? std::max(time.value(), *lastTime_ + 1) : time.value();
+}
+
+bool VideoTrackInput::append(std::shared_ptr<const CodablePicture> picture, MediaTime presentationTime) {
+  auto own = std::dynamic_pointer_cast<const I420Picture>(std::move(picture));
+  if (!isReadyForMoreMediaData())
+    return false;
+  const std::optional<std::int64_t> time = nextTime(presentationTime);
+  if (!own || own->width() != settings_.width || own->height() != settings_.height || !time) {
+    sink_.failed({"POSIX", EINVAL, std::nullopt, 0});
+    return false;
+  }
+  lastTime_ = *time;
+  ++waiting_;
+  queue_->async([this, own = std::move(own), time = *time]() mutable {
+    code(own, time);
+    own.reset();
+    if (waiting_-- == longestLine)
+      observers_.notify();
+  });
+  return true;
+}
+
+void VideoTrackInput::code(const std::shared_ptr<const I420Picture>& picture, std::int64_t time) {
+  if (!isStopped_ && state_.isWriting())
+    guarded([&] { sequencer_.append(picture, time); });
+}
+
+template<class Work> void VideoTrackInput::guarded(const Work& work) {
+  try {
+    work();
+  } catch (const CoderFailure& failure) {
+    sink_.failed({failure.domain(), failure.code(), std::nullopt, 0});
+  } catch (const std::bad_alloc&) {
+    sink_.failed({"POSIX", ENOMEM, std::nullopt, 0});
+  }
+}
+
+void VideoTrackInput::finish(std::function<void()> completion) {
+  isFinished_ = true;
+  isFinishing_ = true;
+  queue_->async([this, completion = std::move(completion)] {
+    if (!isStopped_ && state_.isWriting())
+      guarded([&] { sequencer_.finish(); });
+    completion();
+  });
+}
+
+void VideoTrackInput::stop() {
+  isStopped_ = true;
+  isFinished_ = true;
+  wait();
+}
+
+void VideoTrackInput::wait() {
+  queue_->sync([] {});
+}
+
+std::int64_t VideoTrackInput::endTime() const {
+  return lastTime_ ? *lastTime_ + frameDuration(settings_) : 0;
+}
+
+} // namespace tessarin::media

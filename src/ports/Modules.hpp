@@ -1,0 +1,32 @@
+#pragma once
+
+#include "ports/MediaWriting.hpp"
+
+#include <memory>
+
+namespace tessarin {
+
+class FileSystem;
+
+// The contract between the program and its modules: shared objects that carry a heavy library and are
+// opened when a command first needs them. A module exports one C symbol, a function without arguments that
+// returns a ModuleHeader of static storage, the first member of the module's own structure. Nothing behind
+// the header may be looked at before its build id has been found equal to the program's.
+struct ModuleHeader {
+  const char* buildId; // zero-terminated
+};
+
+inline constexpr char moduleSymbol[] = "tessarin_module";
+using ModuleEntry = const ModuleHeader*();
+
+// Of the sources that lie between program and modules and of the compiler: equal ids mean equal layouts.
+const char* moduleBuildId();
+
+// The module "media".
+struct MediaModule {
+  ModuleHeader header;
+  // The file system outlives the factory.
+  std::unique_ptr<MediaFileWriterFactory> (*makeFileWriterFactory)(FileSystem& files);
+};
+
+} // namespace tessarin
