@@ -242,7 +242,9 @@ void ClientWindow::waitUntilShown() {
     throw std::runtime_error("the window did not appear");
   }
   if (isManaged()) {
-    waitForConfiguration();
+    // Answered after everything that belongs to the appearance of the window.
+    const std::uint32_t size[2] = {static_cast<std::uint32_t>(width_), static_cast<std::uint32_t>(height_)};
+    configure(XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT, size);
   }
 }
 
@@ -293,7 +295,9 @@ void ClientWindow::carryOut(const std::string& line) {
     const std::uint32_t above = XCB_STACK_MODE_ABOVE;
     configure(XCB_CONFIG_WINDOW_STACK_MODE, &above);
   } else if (command == "unmap") {
+    const auto shownBy = frame();
     xcb_unmap_window(server_.get(), window_);
+    waitUntilHidden(shownBy);
   } else if (command == "map") {
     xcb_map_window(server_.get(), window_);
     waitUntilShown();
@@ -311,7 +315,31 @@ void ClientWindow::carryOut(const std::string& line) {
 
 void ClientWindow::closeWindow() {
   counter_.reset();
+  const auto shownBy = frame();
   xcb_destroy_window(server_.get(), window_);
+  waitUntilHidden(shownBy);
+}
+
+// The child of the root that shows the window.
+xcb_window_t ClientWindow::frame() {
+  auto window = window_;
+  for (;;) {
+    const Reply<xcb_query_tree_reply_t> tree(
+        xcb_query_tree_reply(server_.get(), xcb_query_tree(server_.get(), window), nullptr));
+    if (!tree || tree->parent == server_.root() || tree->parent == XCB_NONE) {
+      return window;
+    }
+    window = tree->parent;
+  }
+}
+
+void ClientWindow::waitUntilHidden(xcb_window_t window) {
+  constexpr int step = 2;
+  for (int waited = 0; isManaged() && server_.isViewable(window) && waited < 2000; waited += step) {
+    if (const auto event = server_.waitForEvent(step)) {
+      handle(*event);
+    }
+  }
 }
 
 void ClientWindow::cover() {

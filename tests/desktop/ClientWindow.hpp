@@ -39,6 +39,8 @@ class ClientWindow {
   void paintNow();
   void waitUntilShown();
   void waitForConfiguration();
+  xcb_window_t frame();
+  void waitUntilHidden(xcb_window_t window);
   void configure(std::uint16_t mask, const std::uint32_t* values);
   void cover();
   void askTray();

@@ -18,9 +18,9 @@ namespace tessarin {
 class ChildProcess {
  public:
   struct Settings {
-    std::vector<std::pair<std::string, std::string>> environment; // over what this process has
-    int inheritedDescriptor = -1;                                 // stays open in the child under its number
-    bool hasInput = false;                                        // otherwise standard input is empty
+    std::vector<std::pair<std::string, std::string>> environment = {}; // over what this process has
+    int inheritedDescriptor = -1; // stays open in the child under its number
+    bool hasInput = false;        // otherwise standard input is empty
   };
   // The first argument is the program, looked up in PATH. Throws std::runtime_error.
   ChildProcess(std::vector<std::string> arguments, const Settings& settings);
@@ -73,7 +73,7 @@ class PrivateDesktop {
     int height = 800;
     bool hasWindowManager = false;
     bool hasCompositingManager = false;
-    std::vector<std::string> serverArguments; // further ones
+    std::vector<std::string> serverArguments = {}; // further ones
   };
   // Returns when the server answers and the managers have taken over. Throws std::runtime_error.
   explicit PrivateDesktop(const Options& options);

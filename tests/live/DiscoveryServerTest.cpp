@@ -1,0 +1,85 @@
+#include "DiscoveryFixture.hpp"
+
+#include <atomic>
+#include <chrono>
+#include <future>
+
+// What discovery costs, and what it does without a server.
+namespace tessarin {
+namespace {
+
+class DiscoveryServer : public DiscoveryFixture {};
+
+TEST_F(DiscoveryServer, HasNoAccessWithoutADisplay) {
+  const auto absent = std::make_shared<x11::DisplayServer>(":59999");
+  const auto content = x11::makeDesktopContent(absent);
+  EXPECT_FALSE(content->hasScreenCaptureAccess());
+  EXPECT_THROW(content->content(), DesktopFailure);
+}
+
+TEST_F(DiscoveryServer, HasAccessToADisplayThatOpens) {
+  startDesktop();
+  EXPECT_TRUE(discovery->hasScreenCaptureAccess());
+}
+
+TEST_F(DiscoveryServer, FailsWhenTheServerIsGoneAndReturnsWhenAnotherOneIsThere) {
+  startDesktop();
+  show({});
+  look();
+  desktop->killServer();
+  EXPECT_THROW(discovery->content(), DesktopFailure);
+  EXPECT_FALSE(discovery->hasScreenCaptureAccess());
+  EXPECT_THROW(discovery->content(), DesktopFailure);
+}
+
+TEST_F(DiscoveryServer, FailsWhenTheServerDiesWhileItIsAsked) {
+  startDesktop();
+  ASSERT_TRUE(discovery->hasScreenCaptureAccess());
+  kill(desktop->serverPid(), SIGSTOP);
+  std::atomic<bool> isAsking = false;
+  auto answer = std::async(std::launch::async, [&] {
+    isAsking = true;
+    discovery->content();
+  });
+  isAsking.wait(false);
+  EXPECT_EQ(answer.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+  desktop->killServer();
+  ASSERT_EQ(answer.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  EXPECT_THROW(answer.get(), DesktopFailure);
+}
+
+TEST_F(DiscoveryServer, IsAskedAsOftenForManyWindowsAsForOne) {
+  startDesktop({.hasWindowManager = true});
+  const auto roundTripsWith = [&](std::size_t count) {
+    while (clients.size() < count) {
+      const auto place = std::to_string(clients.size() * 11);
+      show({"--at", place + "," + place});
+    }
+    const auto before = server->connection().roundTrips();
+    look();
+    const auto roundTrips = server->connection().roundTrips() - before;
+
+    EXPECT_EQ(latest.windows.size(), count);
+    constexpr int repetitions = 20;
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < repetitions; ++i) {
+      look();
+    }
+    const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
+    RecordProperty("millisecondsWith" + std::to_string(count), std::to_string(elapsed.count() / repetitions));
+    RecordProperty("roundTripsWith" + std::to_string(count), std::to_string(roundTrips));
+    return roundTrips;
+  };
+  const auto one = roundTripsWith(1);
+  EXPECT_EQ(roundTripsWith(10), one);
+  EXPECT_EQ(roundTripsWith(40), one);
+  EXPECT_LE(one, 8U);
+}
+
+TEST_F(DiscoveryServer, OpensInTwoRoundTripsBesideTheHandshake) {
+  startDesktop();
+  EXPECT_EQ(server->connection().roundTrips(), 2U);
+}
+
+} // namespace
+} // namespace tessarin
