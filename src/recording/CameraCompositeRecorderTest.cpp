@@ -38,7 +38,12 @@ class CameraCompositeRecorderTest : public testing::Test {
                              .media = media,
                              .clock = clock,
                              .diagnostics = [this](const std::string& line) { lines.push_back(line); },
-                             .wroteScreenFrame = [this] { ++framesTold; },
+                             .wroteScreenFrame =
+                                 [this] {
+                                   ++framesTold;
+                                   if (whenFrameIsTold)
+                                     whenFrameIsTold();
+                                 },
                              .failureHandler = [this] { ++failuresTold; }},
         scheduler.queueFactory());
   }
@@ -80,6 +85,7 @@ class CameraCompositeRecorderTest : public testing::Test {
   RecordingSettingsDTO settings;
   std::vector<std::string> lines;
   int framesTold = 0;
+  std::function<void()> whenFrameIsTold;
   int failuresTold = 0;
   std::unique_ptr<CameraCompositeRecorder> recorder;
 };
@@ -256,18 +262,31 @@ TEST_F(CameraCompositeRecorderTest, HeartbeatsKeepOneAndAQuarterIntervalsApart) 
   EXPECT_EQ(file().appends(), "1@0/10 2@1/10 2@300000000/1000000000");
 }
 
-TEST_F(CameraCompositeRecorderTest, TheQuarterIntervalCountsExactly) {
-  makeAttached();
-  deliver(1, 0ms);
-  advanceTo(200ms); // a heartbeat
-  // The timer comes late: 1 ns below 1.25 intervals behind the last frame, then at it.
-  clock.set(epoch + 324'999'999ns);
-  scheduler.runPending();
-  scheduler.advance(0ns);
-  EXPECT_EQ(file().appended.size(), 2u);
-  advanceTo(400ms);
-  EXPECT_EQ(file().appended.size(), 3u);
-  EXPECT_EQ(file().appended.back().time, MediaTime::milliseconds(400));
+TEST_F(CameraCompositeRecorderTest, TheQuarterIntervalCountsToTheNanosecond) {
+  for (const bool isEnough : {false, true}) {
+    media.files.clear();
+    clock.set(epoch);
+    makeAttached();
+    deliver(1, 0ms);
+    advanceTo(200ms); // a heartbeat
+    clock.set(epoch + (isEnough ? 325'000'000ns : 324'999'999ns));
+    scheduler.advance(0ns); // the timer that was due at 300 ms
+    EXPECT_EQ(file().appended.size(), isEnough ? 3u : 2u);
+    destroy();
+  }
+}
+
+TEST_F(CameraCompositeRecorderTest, TheSilenceOfTheStreamCountsToTheNanosecond) {
+  for (const bool isEnough : {false, true}) {
+    media.files.clear();
+    clock.set(epoch);
+    makeAttached();
+    deliver(1, 0ms);
+    clock.set(epoch + (isEnough ? 200'000'000ns : 199'999'999ns));
+    scheduler.advance(0ns); // the timer that was due at 100 ms
+    EXPECT_EQ(file().appended.size(), isEnough ? 2u : 1u);
+    destroy();
+  }
 }
 
 TEST_F(CameraCompositeRecorderTest, BehindAHeartbeatTheStreamGoesBackToTheGrid) {
@@ -333,11 +352,12 @@ TEST_F(CameraCompositeRecorderTest, APictureThatTheFileTakesAtOnceDropsTheOneTha
   deliver(1, 0ms);
   file().setReady(false);
   deliver(2, 100ms);
-  file().setReady(true); // the drain is on its way
-  clock.set(epoch + 100ms);
-  // Ahead of it in no queue: the stream's own delivery runs what waits first, so the drain comes first.
-  streams.streams[0]->deliver(3, MediaTime::nanoseconds(10'200'000'000));
-  EXPECT_EQ(file().appends(), "1@0/10 2@1/10 3@2/10");
+  scheduler.runPending(); // the observation's first call
+  file().becomeReadyUnnoticed();
+  deliver(3, 140ms); // slot 1 as well, and still free
+  file().setReady(true);
+  scheduler.runPending();
+  EXPECT_EQ(file().appends(), "1@0/10 3@1/10");
 }
 
 TEST_F(CameraCompositeRecorderTest, AFillerThatIsNotTakenEndsThePicturesWay) {
@@ -496,20 +516,26 @@ TEST_F(CameraCompositeRecorderTest, AClockBeforeTheEpochCountsAsNothingElapsed) 
 
 // ---- Detaching, finishing, cancelling
 
-TEST_F(CameraCompositeRecorderTest, DetachingTimesItsSteps) {
+TEST_F(CameraCompositeRecorderTest, DetachingTimesItsStepsInWholeMilliseconds) {
   makeAttached();
   deliver(1, 0s);
-  // A task that was handed over before the detachment runs inside it.
   file().setReady(false);
   deliver(2, 100ms);
-  file().setReady(true);
+  file().setReady(true); // a drain waits in the queue
+  streams.streams[0]->onRemoveOutput = [this] { clock.advance(7'999'999ns); };
+  whenFrameIsTold = [this] { clock.advance(3ms); };
   const RecordingDetachTiming timing = recorder->detach(*stream);
   EXPECT_EQ(timing.microphoneStopMs, 0u);
-  EXPECT_EQ(timing.outputRemovalMs, 0u);
+  EXPECT_EQ(timing.outputRemovalMs, 7u);
   EXPECT_EQ(timing.audioDrainMs, 0u);
-  EXPECT_EQ(timing.writerQueueDrainMs, 0u);
+  EXPECT_EQ(timing.writerQueueDrainMs, 3u);
   EXPECT_EQ(file().appends(), "1@0/10 2@1/10") << "what was handed to the queue has run";
   EXPECT_EQ(streams.streams[0]->outputCount(), 0u);
+}
+
+TEST_F(CameraCompositeRecorderTest, DetachingAgainRemovesNothing) {
+  makeAttached();
+  recorder->detach(*stream);
   recorder->detach(*stream);
   EXPECT_THAT(streams.streams[0]->calls, ElementsAre("addScreenOutput", "removeScreenOutput"));
 }

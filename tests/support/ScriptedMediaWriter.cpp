@@ -34,6 +34,11 @@ void ScriptedMediaFile::setReady(bool isReady) {
     handler();
 }
 
+void ScriptedMediaFile::becomeReadyUnnoticed() {
+  const std::lock_guard lock(readinessLock_);
+  isReady_ = true;
+}
+
 void ScriptedMediaFile::complete() {
   status_ = completes ? MediaWriterStatus::completed : MediaWriterStatus::failed;
   if (onFinish)

@@ -37,6 +37,8 @@ class ScriptedMediaFile {
 
   // Changes readiness and tells the observers; any thread.
   void setReady(bool isReady);
+  // Changes readiness without telling anyone yet.
+  void becomeReadyUnnoticed();
   // Ends a finish that was held.
   void complete();
 

@@ -27,6 +27,8 @@ class ScriptedScreenStream::Handle final : public ScreenStream {
   }
 
   void removeScreenOutput(const ScreenSampleOutput* output) override {
+    if (script_->onRemoveOutput)
+      script_->onRemoveOutput();
     const std::lock_guard lock(script_->lock_);
     script_->calls.emplace_back("removeScreenOutput");
     std::erase_if(script_->outputs_, [output](const Output& each) { return each.identity == output; });

@@ -24,7 +24,8 @@ class ScriptedScreenStream {
   bool refusesToStop = false; // as a stream does that has ended by itself
   // Delivered at once to every output of a stream that captures, at the clock's time.
   std::optional<std::uint8_t> presentPicture;
-  std::function<void()> onStop; // on the stopping thread, before the stop ends
+  std::function<void()> onStop;         // on the stopping thread, before the stop ends
+  std::function<void()> onRemoveOutput; // likewise
 
   // Delivers on the outputs' queues and waits there, so that the outputs have seen it on return.
   void deliver(const ScreenSample& sample);
