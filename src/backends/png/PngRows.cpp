@@ -13,8 +13,6 @@ namespace {
 
 static_assert(std::endian::native == std::endian::little, "pixels are taken apart as little-endian words");
 
-constexpr std::uint8_t filterSub = 1;
-
 // a - b in each byte by itself.
 constexpr std::uint64_t bytewiseDifference(std::uint64_t a, std::uint64_t b) {
   constexpr std::uint64_t high = 0x8080808080808080;
@@ -131,19 +129,6 @@ void filterRow(const std::uint8_t* source, PixelFormat format, std::size_t width
     filterOpaqueRow(source, width, destination);
   else
     filterAlphaRow(source, width, destination);
-}
-
-FilteredRows filteredRows(const PictureView& picture) {
-  const auto width = static_cast<std::size_t>(picture.width);
-  const auto height = static_cast<std::size_t>(picture.height);
-  const std::size_t rowSize = 1 + width * bytesPerPixel(picture.format);
-  FilteredRows rows{std::make_unique_for_overwrite<std::uint8_t[]>(rowSize * height), rowSize * height};
-  for (std::size_t y = 0; y < height; ++y) {
-    std::uint8_t* row = rows.bytes.get() + rowSize * y;
-    row[0] = filterSub;
-    filterRow(picture.data + static_cast<std::ptrdiff_t>(y) * picture.stride, picture.format, width, row + 1);
-  }
-  return rows;
 }
 
 } // namespace tessarin::png
