@@ -13,7 +13,7 @@ namespace tessarin::container {
 
 namespace {
 
-constexpr std::uint64_t maximumFragmentBytes = std::uint64_t{256} << 20;
+constexpr std::uint64_t maximumFragmentBytes = std::uint64_t{128} << 20;
 constexpr std::uint64_t reservedBytes = 16; // of `free`, the size of the wide media header
 
 // The last sample of a track, whose duration is not known yet.
@@ -181,7 +181,7 @@ std::vector<std::byte> FragmentedMovieWriter::State::ordinaryMovieBox() const {
   std::vector<TrackToWrite> tracksToWrite;
   for (const GrowingTrack& track : tracks) {
     const std::int64_t before = track.firstDecodeTime - track.setup.presentationStart;
-    const auto length = static_cast<std::int64_t>(track.table.duration());
+    const std::int64_t length = track.table.presentationEnd();
     TrackToWrite next = describe(track);
     next.samples = &track.table;
     if (length > 0) {

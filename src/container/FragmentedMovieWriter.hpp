@@ -44,13 +44,16 @@ class FragmentedMovieWriter {
   void setDescription(std::size_t track, SampleDescription description);
 
   // Copies the data. Times in units of the track's timescale; decode times strictly increase from 0 or
-  // later, else it is damaged. More than 256 MiB since the last fragment are flushed as one at once.
+  // later, else the call is refused as damaged. Once more than 128 MiB have gathered since the last fragment
+  // they are flushed as one at once; a single sample larger than that is tooLarge, as is a sample that lasts
+  // 2^32 units or more.
   void append(std::size_t track, std::span<const std::byte> data, std::int64_t decodeTime,
               std::int32_t compositionOffset, bool isSync);
 
   // Issues everything that is not held back as one fragment and makes it durable: one write and one sync, and
-  // the first time one write more for the head of the file. Nothing to do without samples. Unsupported while
-  // a description is missing.
+  // the first time one write more for the head of the file. Called right after a key frame was appended, it
+  // ends the fragment just before that key frame, which begins the next one. Waits for the disk. Nothing to
+  // do without samples. Unsupported while a description is missing.
   void flushFragment();
 
   // Ends every track at the time given in units of its timescale, and makes the file an ordinary, durable

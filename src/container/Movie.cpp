@@ -9,10 +9,18 @@ namespace tessarin::container {
 
 namespace {
 
+// When the last picture or sound ends, which with reordering lies behind the last decode time.
+std::int64_t presentationEnd(const Track& track) {
+  std::int64_t end = 0;
+  for (const Sample& sample : track.samples)
+    end = std::max(end, sample.decodeTime + sample.compositionOffset + sample.duration);
+  return end;
+}
+
 void place(TrackIndex& index, std::int32_t movieTimescale) {
   Track& track = index.track;
   const std::int64_t first = track.samples.empty() ? 0 : track.samples.front().decodeTime;
-  const std::int64_t end = track.samples.empty() ? 0 : index.endTime;
+  const std::int64_t end = presentationEnd(track);
   const Edit edit = index.edit.value_or(Edit{});
 
   // What the edit presents ahead of the first sample is a pause before the track.

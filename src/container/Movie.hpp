@@ -66,8 +66,8 @@ struct Track {
   std::vector<SampleDescription> descriptions; // at least one
   std::vector<Sample> samples;                 // in decoding order
   // The media time that is presented first (AAC priming lies before it), and how long from there; in units
-  // of the timescale. From the first sample's time to the last one's end when the file has no edit. Exact: an
-  // edit that ends within one unit of the file's coarser time line of the last sample's end, ends there.
+  // of the timescale. From the first decode time to the end of what is presented last when the file has no
+  // edit. Exact: an edit that ends within one unit of the file's coarser time line of that end, ends there.
   std::int64_t presentationStart = 0;
   std::int64_t presentationDuration = 0;
   // Row-major 16.16 (and 2.30) display matrix as stored; identity for recordings of this program.

@@ -13,6 +13,8 @@ class SampleTable {
   void add(std::uint32_t size, std::uint32_t duration, std::int32_t compositionOffset, bool isSync);
 
   std::uint64_t duration() const { return duration_; }
+  // When what is presented last ends, counted from the first decode time.
+  std::int64_t presentationEnd() const { return presentationEnd_; }
   std::size_t sampleCount() const { return sizes_.size(); }
   // The boxes inside `stbl` but its `stsd`.
   void write(BoxWriter& writer) const;
@@ -37,6 +39,7 @@ class SampleTable {
   std::vector<std::uint32_t> syncSamples_; // counted from 1
   std::vector<Chunk> chunks_;
   std::uint64_t duration_ = 0;
+  std::int64_t presentationEnd_ = 0;
 };
 
 // A track as `moov` tells it. What is pointed to is only read.

@@ -17,6 +17,7 @@ void SampleTable::add(std::uint32_t size, std::uint32_t duration, std::int32_t c
     syncSamples_.push_back(static_cast<std::uint32_t>(sizes_.size()));
   ++chunks_.back().sampleCount;
   duration_ += duration;
+  presentationEnd_ = std::max(presentationEnd_, static_cast<std::int64_t>(duration_) + compositionOffset);
 }
 
 void SampleTable::addToRuns(std::vector<Run>& runs, std::uint32_t value) {
