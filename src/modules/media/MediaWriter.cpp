@@ -30,7 +30,7 @@ MediaWriter::~MediaWriter() {
       track->wait();
     fileQueue_->sync([] {});
   } else {
-    cancelWriting();
+    abandonWriting();
   }
   tracks_.clear();
   fileQueue_.reset();
@@ -135,6 +135,14 @@ void MediaWriter::cancelWriting() {
     movie_.reset();
     removeQuietly(files_, options_.path);
   });
+}
+
+// Nobody has decided over the file, so what was coded until now is made readable and kept.
+void MediaWriter::abandonWriting() {
+  for (const auto& track : tracks_)
+    track->stop();
+  if (state_.isWriting())
+    coderFailed({"POSIX", ECANCELED, std::nullopt, 0});
 }
 
 // Runs work on the file and makes its failure the writer's.

@@ -38,6 +38,7 @@ class MediaWriter final : public MediaFileWriter {
  private:
   void write(std::size_t track, CodedPicture picture, std::int64_t time);
   void coderFailed(MediaWriterError error);
+  void abandonWriting();
   void finishFile(const std::function<void()>& completion);
   template<class Work> void onFile(const Work& work);
   void notifyReadiness();

@@ -16,7 +16,7 @@ constexpr std::int64_t longestCoderStep = 4;
 PictureSequencer::PictureSequencer(PictureCoder& coder, std::unique_ptr<PictureRepeater> repeater,
                                    KeyInterval keyInterval, Output output)
     : coder_(coder), repeater_(std::move(repeater)), keyInterval_(keyInterval),
-      slotLimit_(static_cast<std::size_t>(2 * coder.delay())), output_(std::move(output)) {}
+      freeSlotLimit_(static_cast<std::size_t>(coder.delay())), output_(std::move(output)) {}
 
 void PictureSequencer::append(std::shared_ptr<const I420Picture> picture, std::int64_t time) {
   const bool isNew = picture != current_;
@@ -35,7 +35,7 @@ void PictureSequencer::append(std::shared_ptr<const I420Picture> picture, std::i
     lastKey_ = slot;
   } else if (isNew || !repeater_ || (keyIsDue && !keyMayWait)) {
     encode(slot, true, keyIsDue);
-  } else if (requiredFrames_ > 0 && slots_.size() > slotLimit_) {
+  } else if (requiredFrames_ > 0 && slots_.size() - frames_.size() > freeSlotLimit_) {
     encode(slot, false, false);
   }
   fillSlots();

@@ -106,7 +106,8 @@ class PictureSequencer {
   PictureCoder& coder_;
   std::unique_ptr<PictureRepeater> repeater_;
   const KeyInterval keyInterval_;
-  const std::size_t slotLimit_; // slots that may be open before repetitions are coded to push a change out
+  // Open slots beyond those for what the coder holds, before repetitions are coded to push a change out.
+  const std::size_t freeSlotLimit_;
   Output output_;
 
   std::shared_ptr<const I420Picture> current_;

@@ -1,0 +1,105 @@
+#include "modules/media/VideoCoder.hpp"
+#include "modules/media/CoderFailure.hpp"
+#include "modules/media/TestDecoder.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace tessarin::media {
+namespace {
+
+VideoSettings settings(RecordingCodec codec, std::int64_t keyInterval = 30) {
+  return {.codec = codec,
+          .width = 320,
+          .height = 240,
+          .averageBitRate = 1'000'000,
+          .expectedFrameRate = 30,
+          .maximumKeyFrameInterval = keyInterval};
+}
+
+TEST(VideoCoder, codesOnlySettingsThatMakeSense) {
+  const auto with = [](auto change) {
+    VideoSettings changed = settings(RecordingCodec::h264);
+    change(changed);
+    return canCode(changed);
+  };
+  EXPECT_TRUE(with([](auto&) {}));
+  EXPECT_TRUE(with([](auto& s) { s.codec = RecordingCodec::hevc; }));
+  EXPECT_TRUE(with([](auto& s) { s.width = 2; }));
+  EXPECT_FALSE(with([](auto& s) { s.width = 0; }));
+  EXPECT_FALSE(with([](auto& s) { s.width = 321; }));
+  EXPECT_FALSE(with([](auto& s) { s.height = 241; }));
+  EXPECT_TRUE(with([](auto& s) { s.height = 16384; }));
+  EXPECT_FALSE(with([](auto& s) { s.height = 16386; }));
+  EXPECT_FALSE(with([](auto& s) { s.averageBitRate = 0; }));
+  EXPECT_FALSE(with([](auto& s) { s.expectedFrameRate = 0; }));
+  EXPECT_TRUE(with([](auto& s) { s.expectedFrameRate = 1000; }));
+  EXPECT_FALSE(with([](auto& s) { s.expectedFrameRate = 1001; }));
+  EXPECT_FALSE(with([](auto& s) { s.maximumKeyFrameInterval = 0; }));
+}
+
+TEST(VideoCoder, describesEqualSettingsEqually) {
+  for (const RecordingCodec codec : {RecordingCodec::h264, RecordingCodec::hevc}) {
+    const auto first = makeVideoCoder(settings(codec));
+    const auto second = makeVideoCoder(settings(codec));
+    for (int i = 0; i < 5; ++i)
+      second->encode(paintedPicture(320, 240, i), i, i == 0);
+    EXPECT_EQ(first->description(), second->description());
+  }
+}
+
+TEST(VideoCoder, describesItselfByTheRightSampleEntry) {
+  const auto contains = [](const Bytes& box, const std::string& text) {
+    return std::string(reinterpret_cast<const char*>(box.data()), box.size()).find(text) != std::string::npos;
+  };
+  const container::SampleDescription h264 = makeVideoCoder(settings(RecordingCodec::h264))->description();
+  EXPECT_EQ(h264.codec, "avc1");
+  EXPECT_EQ(h264.width, 320);
+  EXPECT_EQ(h264.height, 240);
+  EXPECT_TRUE(contains(h264.box, "avcC"));
+  EXPECT_TRUE(contains(h264.box, std::string("colrnclx\0\1\0\1\0\1\0", 15)));
+  const container::SampleDescription hevc = makeVideoCoder(settings(RecordingCodec::hevc))->description();
+  EXPECT_EQ(hevc.codec, "hvc1");
+  EXPECT_TRUE(contains(hevc.box, "hvcC"));
+}
+
+TEST(VideoCoder, holdsBackNoMoreThanItSays) {
+  for (const RecordingCodec codec : {RecordingCodec::h264, RecordingCodec::hevc})
+    for (const std::int64_t interval : {1, 15, 60}) {
+      const auto coder = makeVideoCoder(settings(codec, interval));
+      std::int64_t held = 0;
+      for (int i = 0; i < 60; ++i) {
+        held += 1 - static_cast<std::int64_t>(
+                        coder->encode(paintedPicture(320, 240, i), i, i % interval == 0).size());
+        EXPECT_LE(held, coder->delay());
+      }
+      EXPECT_EQ(static_cast<std::int64_t>(coder->finish().size()), held);
+    }
+}
+
+TEST(VideoCoder, letsGoOfPicturesThatItHasTaken) {
+  const auto coder = makeVideoCoder(settings(RecordingCodec::h264));
+  auto picture = paintedPicture(320, 240, 0);
+  const std::weak_ptr<const I420Picture> watched = picture;
+  coder->encode(picture, 0, true);
+  picture.reset();
+  EXPECT_TRUE(watched.expired());
+}
+
+TEST(VideoCoder, repeatsPicturesOfH264AloneAndWhereKeysHaveRoom) {
+  EXPECT_NE(makeVideoCoder(settings(RecordingCodec::h264, 60))->makeRepeater(), nullptr);
+  EXPECT_NE(makeVideoCoder(settings(RecordingCodec::h264, 15))->makeRepeater(), nullptr);
+  EXPECT_EQ(makeVideoCoder(settings(RecordingCodec::h264, 1))->makeRepeater(), nullptr);
+  EXPECT_EQ(makeVideoCoder(settings(RecordingCodec::hevc, 60))->makeRepeater(), nullptr);
+}
+
+TEST(VideoCoder, failsForASizeThatTheCoderDoesNotTake) {
+  VideoSettings impossible = settings(RecordingCodec::hevc);
+  impossible.width = 2;
+  impossible.height = 2;
+  EXPECT_THROW(makeVideoCoder(impossible), CoderFailure);
+}
+
+} // namespace
+} // namespace tessarin::media
