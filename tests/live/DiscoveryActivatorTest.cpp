@@ -29,6 +29,7 @@ TEST_F(DiscoveryActivator, BringsAnApplicationForwardByTheWindowManager) {
   const auto& first = show({"--at", "10,10", "--size", "300x300"});
   const auto& second = show({"--at", "60,60", "--size", "300x300"});
   const auto front = [&] { return look().windows.front().windowID; };
+  ASSERT_TRUE(becomesActive(*activator, second.pid())) << "as new windows do";
 
   activator->activate(first.pid());
   ASSERT_TRUE(becomesActive(*activator, first.pid()));

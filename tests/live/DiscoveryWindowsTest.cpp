@@ -163,6 +163,17 @@ TEST_F(DiscoveryWindows, CountTheirDecorationButNoClientDrawnShadow) {
   decorated.command("resize 320 240");
   look();
   EXPECT_EQ(window(decorated)->frame, decoratedFrame(decorated));
+
+  // Not every window manager lists its clients.
+  const auto told = latest.windows;
+  desktop->run({"xprop", "-root", "-remove", "_NET_SUPPORTING_WM_CHECK"});
+  look();
+  ASSERT_EQ(latest.windows.size(), told.size());
+  for (std::size_t i = 0; i < told.size(); ++i) {
+    EXPECT_EQ(latest.windows[i].windowID, told[i].windowID);
+    EXPECT_EQ(latest.windows[i].frame, told[i].frame);
+    EXPECT_EQ(latest.windows[i].windowLayer, told[i].windowLayer);
+  }
 }
 
 TEST_F(DiscoveryWindows, AreManagedOnTheScreenOnlyWhenMapped) {
@@ -178,6 +189,14 @@ TEST_F(DiscoveryWindows, AreManagedOnTheScreenOnlyWhenMapped) {
   other.command("close");
   look();
   EXPECT_THAT(listedNumbers(), ElementsAre(raised.window()));
+}
+
+TEST_F(DiscoveryWindows, OutliveTheirWindowManager) {
+  startDesktop({.hasWindowManager = true});
+  const auto& client = show({"--at", "100,100"});
+  desktop->killWindowManager();
+  look();
+  EXPECT_THAT(listedNumbers(), ElementsAre(client.window()));
 }
 
 TEST_F(DiscoveryWindows, HaveTitlesOfWellFormedText) {

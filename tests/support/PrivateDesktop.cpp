@@ -330,6 +330,10 @@ void PrivateDesktop::killServer() {
   removeTraces();
 }
 
+void PrivateDesktop::killWindowManager() {
+  managers_.at(0)->end(SIGKILL);
+}
+
 std::vector<std::pair<std::string, std::string>> PrivateDesktop::environment() const {
   // No session of the machine may be asked in passing.
   return {{"DISPLAY", display_}, {"DBUS_SESSION_BUS_ADDRESS", "disabled:"}, {"XAUTHORITY", "/dev/null"}};

@@ -97,6 +97,8 @@ class PrivateDesktop {
 
   // Ends the server at once, as if it had crashed.
   void killServer();
+  // Ends the window manager at once; it must have been asked for.
+  void killWindowManager();
 
  private:
   std::vector<std::pair<std::string, std::string>> environment() const;

@@ -19,6 +19,7 @@ namespace tessarin::x11 {
   ATOM(rootPixmap, "_XROOTPMAP_ID")                                                                          \
   ATOM(netSupportingWmCheck, "_NET_SUPPORTING_WM_CHECK")                                                     \
   ATOM(netActiveWindow, "_NET_ACTIVE_WINDOW")                                                                \
+  ATOM(netClientList, "_NET_CLIENT_LIST")                                                                    \
   ATOM(netWmName, "_NET_WM_NAME")                                                                            \
   ATOM(netWmPid, "_NET_WM_PID")                                                                              \
   ATOM(netWmState, "_NET_WM_STATE")                                                                          \

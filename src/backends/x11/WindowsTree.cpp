@@ -2,7 +2,10 @@
 
 #include <xcb/shape.h>
 
+#include <algorithm>
+#include <map>
 #include <optional>
+#include <span>
 #include <utility>
 
 namespace tessarin::x11 {
@@ -29,14 +32,33 @@ bool isPresent(Connection& connection, xcb_get_property_cookie_t cookie) {
   return reply && reply->type != XCB_ATOM_NONE;
 }
 
-void appendChildren(Connection& connection, xcb_query_tree_cookie_t cookie, std::size_t ancestor,
-                    std::vector<Descendant>& into) {
-  if (const auto reply = connection.reply(xcb_query_tree_reply, cookie)) {
-    const auto* children = xcb_query_tree_children(reply.get());
-    for (int i = 0; i < xcb_query_tree_children_length(reply.get()); ++i) {
-      into.push_back({ancestor, children[i]});
-    }
+std::vector<xcb_window_t> childrenFrom(Connection& connection, xcb_query_tree_cookie_t cookie) {
+  const auto reply = connection.reply(xcb_query_tree_reply, cookie);
+  if (!reply) {
+    return {};
   }
+  const auto* first = xcb_query_tree_children(reply.get());
+  return {first, first + xcb_query_tree_children_length(reply.get())};
+}
+
+void append(std::vector<Descendant>& into, std::size_t ancestor, std::span<const xcb_window_t> children) {
+  for (const auto child : children) {
+    into.push_back({ancestor, child});
+  }
+}
+
+xcb_get_property_cookie_t askWindows(Connection& connection, xcb_window_t window, Atom property) {
+  constexpr std::uint32_t most = 4096;
+  return xcb_get_property(connection.get(), 0, window, connection.atom(property), XCB_ATOM_WINDOW, 0, most);
+}
+
+std::vector<xcb_window_t> windowsFrom(Connection& connection, xcb_get_property_cookie_t cookie) {
+  const auto reply = connection.reply(xcb_get_property_reply, cookie);
+  if (!reply || reply->format != 32) {
+    return {};
+  }
+  const auto* first = static_cast<const xcb_window_t*>(xcb_get_property_value(reply.get()));
+  return {first, first + xcb_get_property_value_length(reply.get()) / 4};
 }
 
 struct TopCookies {
@@ -45,7 +67,6 @@ struct TopCookies {
   xcb_get_geometry_cookie_t geometry{};
   std::optional<xcb_shape_query_extents_cookie_t> extents;
   xcb_get_property_cookie_t state{};
-  xcb_query_tree_cookie_t tree{};
 };
 
 TopCookies askTop(Connection& connection, xcb_window_t window) {
@@ -58,7 +79,6 @@ TopCookies askTop(Connection& connection, xcb_window_t window) {
     cookies.extents = xcb_shape_query_extents(c, window);
   }
   cookies.state = askPresence(connection, window, Atom::wmState);
-  cookies.tree = xcb_query_tree(c, window);
   return cookies;
 }
 
@@ -73,18 +93,13 @@ PixelRect visibleRect(const xcb_get_geometry_reply_t& geometry, const PixelRect&
           extents->bounding_shape_extents_width, extents->bounding_shape_extents_height};
 }
 
-// Takes all replies, whatever they say. Nothing for a window that is not to be seen; otherwise its children
-// are added, unless it is the client itself.
-std::optional<TreeWindow> takeTop(Connection& connection, const TopCookies& cookies, std::size_t index,
-                                  std::vector<Descendant>& children) {
+// Takes all replies, whatever they say. Nothing for a window that is not to be seen.
+std::optional<TreeWindow> takeTop(Connection& connection, const TopCookies& cookies) {
   const auto attributes = connection.reply(xcb_get_window_attributes_reply, cookies.attributes);
   const auto geometry = connection.reply(xcb_get_geometry_reply, cookies.geometry);
   const auto extents = cookies.extents ? connection.reply(xcb_shape_query_extents_reply, *cookies.extents)
                                        : Owned<xcb_shape_query_extents_reply_t>();
   const bool isManaged = isPresent(connection, cookies.state);
-  std::vector<Descendant> own;
-  appendChildren(connection, cookies.tree, index, own);
-
   if (!attributes || !geometry || attributes->_class != XCB_WINDOW_CLASS_INPUT_OUTPUT ||
       attributes->map_state != XCB_MAP_STATE_VIEWABLE) {
     return std::nullopt;
@@ -99,15 +114,63 @@ std::optional<TreeWindow> takeTop(Connection& connection, const TopCookies& cook
   window.visible = visibleRect(*geometry, window.outer, extents.get());
   window.depth = geometry->depth;
   window.visual = attributes->visual;
-  if (!isManaged) {
-    children.insert(children.end(), own.begin(), own.end());
-  }
   return window;
 }
 
-// A managed client has a state; its frame has none.
-void findClients(Connection& connection, std::vector<TreeWindow>& windows, std::vector<Descendant> level) {
-  for (int depth = 1; depth <= deepestClient && !level.empty(); ++depth) {
+// The clients that a window manager lists, followed up to the windows that show them. Decorations may have
+// dozens of windows for each client, so that looking downwards for the clients costs ten times more.
+class ListedClients {
+ public:
+  // Asks for the parents of the clients.
+  ListedClients(Connection& connection, std::span<const xcb_window_t> clients) : connection_(connection) {
+    for (const auto client : clients) {
+      ascents_.push_back({client, client, xcb_query_tree(connection.get(), client)});
+    }
+  }
+
+  // The client of each of the top-level windows that has one. They are in ascending order.
+  std::map<xcb_window_t, xcb_window_t> follow(const std::vector<xcb_window_t>& tops) {
+    std::map<xcb_window_t, xcb_window_t> clientOfTop;
+    for (int height = 0; height <= deepestClient && !ascents_.empty(); ++height) {
+      std::vector<Ascent> higher;
+      for (const auto& each : ascents_) {
+        const auto reply = connection_.reply(xcb_query_tree_reply, each.tree);
+        if (std::binary_search(tops.begin(), tops.end(), each.reached)) {
+          clientOfTop.emplace(each.reached, each.client);
+        } else if (reply && std::binary_search(tops.begin(), tops.end(), reply->parent)) {
+          clientOfTop.emplace(reply->parent, each.client);
+        } else if (reply && reply->parent != XCB_NONE && height < deepestClient) {
+          higher.push_back({each.client, reply->parent, {}});
+        }
+      }
+      ascents_ = std::move(higher);
+      for (auto& each : ascents_) {
+        each.tree = xcb_query_tree(connection_.get(), each.reached);
+      }
+    }
+    return clientOfTop;
+  }
+
+ private:
+  struct Ascent {
+    xcb_window_t client = 0;
+    xcb_window_t reached = 0;
+    xcb_query_tree_cookie_t tree{};
+  };
+
+  Connection& connection_;
+  std::vector<Ascent> ascents_;
+};
+
+// For window managers that list nothing: a managed client has a state; its frame has none.
+void searchClients(Connection& connection, std::vector<TreeWindow>& windows) {
+  std::vector<Descendant> level;
+  for (std::size_t i = 0; i < windows.size(); ++i) {
+    if (!windows[i].isManaged) {
+      level.push_back({i, windows[i].top});
+    }
+  }
+  for (int depth = 0; depth <= deepestClient && !level.empty(); ++depth) {
     std::vector<std::pair<xcb_get_property_cookie_t, xcb_query_tree_cookie_t>> cookies;
     cookies.reserve(level.size());
     for (const auto& each : level) {
@@ -121,7 +184,7 @@ void findClients(Connection& connection, std::vector<TreeWindow>& windows, std::
         window.client = level[i].window;
         window.isManaged = true;
       }
-      appendChildren(connection, cookies[i].second, level[i].ancestor, next);
+      append(next, level[i].ancestor, childrenFrom(connection, cookies[i].second));
     }
     std::erase_if(next, [&](const Descendant& each) { return windows[each.ancestor].isManaged; });
     level = std::move(next);
@@ -131,24 +194,46 @@ void findClients(Connection& connection, std::vector<TreeWindow>& windows, std::
 } // namespace
 
 std::vector<TreeWindow> readTree(Connection& connection) {
-  std::vector<Descendant> tops;
-  appendChildren(connection, xcb_query_tree(connection.get(), connection.root()), 0, tops);
+  const auto root = connection.root();
+  const auto rootTree = xcb_query_tree(connection.get(), root);
+  const auto rootList = askWindows(connection, root, Atom::netClientList);
+  const auto rootCheck = askWindows(connection, root, Atom::netSupportingWmCheck);
+  auto tops = childrenFrom(connection, rootTree);
+  const auto listed = windowsFrom(connection, rootList);
+  const auto check = windowsFrom(connection, rootCheck);
   // A compositing manager's overlay shows the other windows once more.
-  std::erase_if(tops, [&](const Descendant& each) { return connection.clientBase(each.window) == 0; });
+  std::erase_if(tops, [&](xcb_window_t each) { return connection.clientBase(each) == 0; });
 
   std::vector<TopCookies> cookies;
   cookies.reserve(tops.size());
-  for (const auto& each : tops) {
-    cookies.push_back(askTop(connection, each.window));
+  for (const auto each : tops) {
+    cookies.push_back(askTop(connection, each));
   }
+  // The properties outlive a window manager that is gone; the window they point to doesn't.
+  ListedClients clients(connection, listed);
+  std::optional<xcb_get_property_cookie_t> checkCookie;
+  if (!check.empty()) {
+    checkCookie = askWindows(connection, check.front(), Atom::netSupportingWmCheck);
+  }
+
   std::vector<TreeWindow> windows;
-  std::vector<Descendant> children;
   for (const auto& each : cookies) {
-    if (auto window = takeTop(connection, each, windows.size(), children)) {
+    if (const auto window = takeTop(connection, each)) {
       windows.push_back(*window);
     }
   }
-  findClients(connection, windows, std::move(children));
+  std::sort(tops.begin(), tops.end());
+  const auto clientOfTop = clients.follow(tops);
+  if (checkCookie && windowsFrom(connection, *checkCookie) == std::vector{check.front()}) {
+    for (auto& window : windows) {
+      if (const auto found = clientOfTop.find(window.top); found != clientOfTop.end()) {
+        window.client = found->second;
+        window.isManaged = true;
+      }
+    }
+  } else {
+    searchClients(connection, windows);
+  }
   return windows;
 }
 
@@ -181,8 +266,7 @@ std::vector<EmbeddedWindow> readEmbedded(Connection& connection, const std::vect
       const auto geometry = connection.reply(xcb_get_geometry_reply, cookies[i].geometry);
       const auto place = connection.reply(xcb_translate_coordinates_reply, cookies[i].place);
       const bool isEmbedded = isPresent(connection, cookies[i].info) && depth > 0;
-      std::vector<Descendant> children;
-      appendChildren(connection, cookies[i].tree, level[i].ancestor, children);
+      const auto children = childrenFrom(connection, cookies[i].tree);
       if (!attributes || !geometry || !place || attributes->map_state != XCB_MAP_STATE_VIEWABLE) {
         continue;
       }
@@ -191,7 +275,7 @@ std::vector<EmbeddedWindow> readEmbedded(Connection& connection, const std::vect
                          level[i].window,
                          {place->dst_x, place->dst_y, geometry->width, geometry->height}});
       } else {
-        next.insert(next.end(), children.begin(), children.end());
+        append(next, level[i].ancestor, children);
       }
     }
     level = std::move(next);
