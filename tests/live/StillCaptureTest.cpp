@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <functional>
 
-namespace tessarin::testing {
+namespace tessarin {
 namespace {
 
 using Arguments = std::vector<std::string>;
@@ -318,4 +318,4 @@ TEST_F(StillExclusion, KnowsTheWindowsOfAManagedApplication) {
 }
 
 } // namespace
-} // namespace tessarin::testing
+} // namespace tessarin

@@ -19,7 +19,7 @@
 #include <vector>
 
 // Pictures as tests compare them.
-namespace tessarin::testing {
+namespace tessarin {
 
 struct Pixels {
   int width = 0;
@@ -115,4 +115,4 @@ inline std::uint32_t firstDisplay(const std::string& display) {
   return x11::DisplayQuery(connection).result().displays.at(0).id;
 }
 
-} // namespace tessarin::testing
+} // namespace tessarin

@@ -4,7 +4,36 @@
 
 #include <xcb/xinput.h>
 
+#include <array>
+#include <string_view>
+#include <utility>
+
 namespace tessarin::x11 {
+
+namespace {
+
+constexpr std::int32_t arrowWidth = 11;
+constexpr auto arrow = std::to_array<std::string_view>({
+    "#          ",
+    "##         ",
+    "#.#        ",
+    "#..#       ",
+    "#...#      ",
+    "#....#     ",
+    "#.....#    ",
+    "#......#   ",
+    "#.......#  ",
+    "#........# ",
+    "#.....#####",
+    "#..#..#    ",
+    "#.# #..#   ",
+    "##  #..#   ",
+    "#    #..#  ",
+    "     #..#  ",
+    "      ##   ",
+});
+
+} // namespace
 
 Cursor::Cursor(Connection& connection) : connection_(connection) {}
 
@@ -58,16 +87,43 @@ void Cursor::collect() {
     y_ = pointer->root_y;
   }
   if (image_) {
-    const auto image = connection_.reply(xcb_xfixes_get_cursor_image_reply, *image_);
-    image_.reset();
-    isShapeKnown_ = true;
-    width_ = image ? image->width : 0; // refused as long as no client has given the pointer a shape
-    height_ = image ? image->height : 0;
-    if (image) {
-      hotX_ = image->xhot;
-      hotY_ = image->yhot;
-      const auto* first = xcb_xfixes_get_cursor_image_cursor_image(image.get());
-      pixels_.assign(first, first + xcb_xfixes_get_cursor_image_cursor_image_length(image.get()));
+    takeShape();
+  }
+}
+
+void Cursor::takeShape() {
+  xcb_generic_error_t* error = nullptr;
+  const Owned<xcb_xfixes_get_cursor_image_reply_t> image(
+      xcb_xfixes_get_cursor_image_reply(connection_.get(), *std::exchange(image_, std::nullopt), &error));
+  const Owned<xcb_generic_error_t> refusal(error);
+  if (!image && !refusal) {
+    throw DesktopFailure();
+  }
+  isShapeKnown_ = true;
+  if (image) {
+    width_ = image->width;
+    height_ = image->height;
+    hotX_ = image->xhot;
+    hotY_ = image->yhot;
+    const auto* first = xcb_xfixes_get_cursor_image_cursor_image(image.get());
+    pixels_.assign(first, first + xcb_xfixes_get_cursor_image_cursor_image_length(image.get()));
+  } else if (refusal->error_code == XCB_ACCESS) {
+    takeArrow();
+  } else { // as long as no client has given the pointer a shape, it is not to be seen
+    width_ = height_ = 0;
+  }
+}
+
+// The server may keep to itself what a pointer looks like whose client has gone, as one that sets the
+// pointer of the screen's background and ends. It is there all the same.
+void Cursor::takeArrow() {
+  width_ = arrowWidth;
+  height_ = static_cast<std::int32_t>(arrow.size());
+  hotX_ = hotY_ = 0;
+  pixels_.clear();
+  for (const auto row : arrow) {
+    for (const auto dot : row) {
+      pixels_.push_back(dot == '#' ? 0xFF000000 : dot == '.' ? 0xFFFFFFFF : 0);
     }
   }
 }

@@ -34,6 +34,9 @@ class Cursor {
   void blendOver(const pixels::Canvas& canvas, std::int32_t left, std::int32_t top) const;
 
  private:
+  void takeShape();
+  void takeArrow();
+
   Connection& connection_;
   std::uint8_t inputOpcode_ = 0; // 0: no input extension
   bool isShapeKnown_ = false;

@@ -129,6 +129,9 @@ class X11ScreenStream final : public ScreenStream {
     std::int64_t knownChange = capture_->changedAt();
     while (!isStopping_) {
       capture_->takeEvents();
+      if (!outputs_.isEmpty()) {
+        capture_->lookAtPointer();
+      }
       if (capture_->hasEnded()) {
         return;
       }
@@ -146,8 +149,12 @@ class X11ScreenStream final : public ScreenStream {
         lastTick = tick;
         continue;
       }
-      // Between now and a tick that will be sampled anyway, events can wait.
-      wait(isDue ? std::optional(ticks.sampleTime(lastTick + 1)) : std::nullopt);
+      if (isDue) {
+        // Between now and a tick that will be sampled anyway, events can wait.
+        wait(ticks.sampleTime(lastTick + 1), false);
+      } else {
+        wait(outputs_.isEmpty() ? std::nullopt : capture_->pointerLookTime(), true);
+      }
     }
   }
 
@@ -163,15 +170,15 @@ class X11ScreenStream final : public ScreenStream {
 
   std::int64_t now() const { return clock_.now().convertedTo(MediaTime::nanosecondScale).value(); }
 
-  // Until the time, or for as long as nothing happens.
-  void wait(std::optional<std::int64_t> until) const {
+  // Until the time, or somebody wants something of this thread, or there are events if they matter.
+  void wait(std::optional<std::int64_t> until, bool forEvents) const {
     std::array<pollfd, 2> descriptors{{{signal_.descriptor(), POLLIN, 0}, {descriptor_, POLLIN, 0}}};
     timespec timeout{};
     if (until) {
       const auto left = std::max<std::int64_t>(*until - now(), 0);
       timeout = {left / nanosecondsPerSecond, left % nanosecondsPerSecond};
     }
-    ppoll(descriptors.data(), until ? 1 : 2, until ? &timeout : nullptr, nullptr);
+    ppoll(descriptors.data(), forEvents ? 2 : 1, until ? &timeout : nullptr, nullptr);
     signal_.consume();
   }
 

@@ -18,6 +18,11 @@ namespace {
 // Content that is rearranged this often while it is read is left for the next time.
 constexpr int attempts = 3;
 constexpr std::int64_t millisecond = 1'000'000;
+// A pointer that a program moves gives no event: it is looked at from time to time, and often once it has
+// been seen to move like that.
+constexpr std::int64_t rareLooks = 100 * millisecond;
+constexpr std::int64_t frequentLooks = 15 * millisecond;
+constexpr std::int64_t frequentLooksEnd = 1000 * millisecond;
 
 std::int64_t nanoseconds(const HostClock& clock) {
   return clock.now().convertedTo(MediaTime::nanosecondScale).value();
@@ -155,6 +160,29 @@ void StreamCapture::noteChange(std::int64_t when) {
   if (!hasChanged_) {
     hasChanged_ = true;
     changedAt_ = when;
+  }
+}
+
+std::optional<std::int64_t> StreamCapture::pointerLookTime() const {
+  if (!cursor_) {
+    return std::nullopt;
+  }
+  return lastLook_ + (lastLook_ - lastSilentMotion_ < frequentLooksEnd ? frequentLooks : rareLooks);
+}
+
+void StreamCapture::lookAtPointer() {
+  const auto now = nanoseconds(clock_);
+  if (hasChanged_ || !cursor_ || now < *pointerLookTime()) {
+    return;
+  }
+  lastLook_ = now;
+  const auto before = cursor_->bounds();
+  cursor_->request();
+  cursor_->collect();
+  takeEvents();
+  if (!hasChanged_ && cursor_->bounds() != before) {
+    lastSilentMotion_ = now;
+    noteChange(now);
   }
 }
 

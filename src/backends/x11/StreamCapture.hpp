@@ -29,6 +29,12 @@ class StreamCapture {
   bool hasChanged() const { return hasChanged_; }
   std::int64_t changedAt() const { return changedAt_; }
 
+  // When the pointer has to be looked at next, for what moves it without an event; nothing when it is not to
+  // be seen. lookAtPointer() does so when it is time.
+  std::optional<std::int64_t> pointerLookTime() const;
+  // Throws DesktopFailure.
+  void lookAtPointer();
+
   // Takes the picture as it is now. True when it differs from the present one, which it then replaces. While
   // receivers hold all buffers, or the content changes faster than it can be read, it remains to be taken.
   // Throws DesktopFailure and CaptureFailure.
@@ -59,6 +65,8 @@ class StreamCapture {
   std::optional<Cursor> cursor_;
   PixelRect presentPointer_; // where the present picture shows the pointer, in the picture's coordinates
   PixelRect readPointer_;    // the same for the picture that was read last
+  std::int64_t lastLook_ = 0;         // at the pointer
+  std::int64_t lastSilentMotion_ = 0; // of the pointer
   bool hasEnded_ = false;
   bool hasChanged_ = true;
   bool hasContentChanged_ = true; // and not the pointer alone

@@ -90,15 +90,27 @@ WindowPicture::Sign WindowPicture::handle(const xcb_generic_event_t& event) {
   default:
     return Sign::none;
   }
-  if (window != client_ && window != top && window != keptWindow_) {
+  if (window != client_ && window != top && !isWatchingOthers_) {
     return Sign::none;
   }
   isStale_ = true;
   return Sign::changed;
 }
 
+// A window that is not shown may come to be so inside of any other.
+void WindowPicture::watchOthers(bool isWatching) {
+  std::uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+  if (isWatching) {
+    events |= XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
+  }
+  xcb_change_window_attributes(connection_.get(), connection_.root(), XCB_CW_EVENT_MASK, &events);
+  isWatchingOthers_ = isWatching;
+}
+
 void WindowPicture::refresh(const PixelRect& screen, const EventHandler& others) {
-  for (int reading = 0; reading < 2; ++reading) {
+  // What changes before its events are asked for is found by reading once more after that.
+  constexpr int readings = 3;
+  for (int reading = 0; reading < readings; ++reading) {
     isStale_ = false; // what happens from here on makes it stale again
     stacked_.reset();
     const auto stack = readWindowStack(connection_, screen);
@@ -107,19 +119,24 @@ void WindowPicture::refresh(const PixelRect& screen, const EventHandler& others)
     if (found == stack.windows.end()) {
       pixmap_.reset();
       keptWindow_ = 0;
-      return;
+      if (isWatchingOthers_) {
+        return;
+      }
+      watchOthers(true);
+      continue;
     }
-    const auto& window = found->window;
-    if (!reader_.understands(window.depth, window.visual)) {
+    if (!reader_.understands(found->window.depth, found->window.visual)) {
       throw CaptureFailure();
     }
     stacked_ = *found;
-    if (window.top == keptWindow_) {
+    if (isWatchingOthers_) {
+      watchOthers(false);
+    }
+    if (found->window.top == keptWindow_) {
       pixmap_->rename();
       return;
     }
     keepPixels(stack, static_cast<std::size_t>(found - stack.windows.begin()), others);
-    // Once more: it may have changed before its events were asked for.
   }
 }
 

@@ -44,6 +44,7 @@ class WindowPicture {
 
  private:
   Sign handleConfigure(const xcb_configure_notify_event_t& event);
+  void watchOthers(bool isWatching);
   void keepPixels(const WindowStack& stack, std::size_t index, const EventHandler& others);
 
   Connection& connection_;
@@ -52,6 +53,7 @@ class WindowPicture {
   xcb_window_t client_;
   CanvasReader canvasReader_;
   bool isStale_ = true;
+  bool isWatchingOthers_ = false;
   std::optional<StackedWindow> stacked_;
   xcb_window_t keptWindow_ = 0;
   std::optional<WindowPixmap> pixmap_;
