@@ -31,7 +31,8 @@ void place(TrackIndex& index, std::int32_t movieTimescale) {
   if (edit.duration != 0) {
     const MediaTime length(static_cast<std::int64_t>(edit.duration), movieTimescale);
     const MediaTime told = length.convertedTo(track.timescale);
-    const std::int64_t unit = track.timescale / movieTimescale + 1;
+    const std::int64_t unit =
+        movieTimescale % track.timescale == 0 ? 0 : track.timescale / movieTimescale + 1;
     if (told.isNumeric() && told.value() - pause < available - unit)
       track.presentationDuration = std::max<std::int64_t>(told.value() - pause, 0);
   }

@@ -37,6 +37,7 @@ class JoinedTrack {
     std::int64_t start = 0;      // on the output's time line, of what is presented
     std::int64_t end = 0;        // likewise
     std::int64_t mediaStart = 0; // of the first sample, ahead of the start by what is primed
+    std::int64_t mediaEnd = 0;   // ahead of the end by how much pictures are decoded before they are shown
     std::size_t sampleCount = 0; // that are taken
   };
 
@@ -84,7 +85,7 @@ JoinedTrack::JoinedTrack(const JoinTrack& track) : model_(firstTrack(track)) {
   end_ = placed.back().end;
   // Where each piece's samples give way to those of the pieces behind it. A short piece may vanish whole
   // below the priming of the next one.
-  std::vector<std::int64_t> mediaEnds(placed.size(), end_);
+  std::vector<std::int64_t> mediaEnds(placed.size(), placed.back().mediaEnd);
   for (std::size_t i = placed.size() - 1; i > 0; --i)
     mediaEnds[i - 1] = std::min(mediaEnds[i], placed[i].mediaStart);
   for (std::size_t i = 0; i < placed.size(); ++i)
@@ -127,11 +128,15 @@ JoinedTrack::Placed JoinedTrack::place(const JoinPiece& piece) const {
   const MediaTime end = piece.start + piece.duration;
   placed.end = rescaled(end.value(), end.timescale());
   const std::vector<Sample>& samples = piece.track->samples;
-  if (samples.empty() || decodeTime(placed, 0) >= placed.end)
+  if (samples.empty())
     throw ContainerFailure(ContainerError::damaged);
+  const std::int32_t delay = std::max(samples.front().compositionOffset, 0);
   placed.mediaStart = decodeTime(placed, 0);
+  placed.mediaEnd = placed.end - rescaled(delay, piece.track->timescale);
+  if (placed.mediaStart >= placed.mediaEnd)
+    throw ContainerFailure(ContainerError::damaged);
   const auto firstBeyond = std::partition_point(samples.begin(), samples.end(), [&](const Sample& sample) {
-    return decodeTime(placed, static_cast<std::size_t>(&sample - samples.data())) < placed.end;
+    return decodeTime(placed, static_cast<std::size_t>(&sample - samples.data())) < placed.mediaEnd;
   });
   placed.sampleCount = static_cast<std::size_t>(firstBeyond - samples.begin());
   return placed;

@@ -10,13 +10,12 @@ namespace tessarin::container {
 using Write = std::function<void(BoxWriter&)>;
 
 // The boxes of one ordinary track, each of which a test may replace or leave out. As they stand: four
-// samples of 3, 5, 2 and 6 bytes in two chunks at the bytes 100 and 108.
+// samples of 3, 5, 2 and 6 bytes in two chunks at the bytes 100 and 108, times in 1/600 s, the movie's in ms.
 struct Sketch {
-  std::uint32_t movieTimescale = 1000;
-  Write mvhd = [this](BoxWriter& w) {
+  Write mvhd = [](BoxWriter& w) {
     w.fullBox(fourCC("mvhd"), 0, 0, [&] {
       w.zeros(8);
-      w.u32(movieTimescale);
+      w.u32(1000);
       w.zeros(84);
     });
   };
