@@ -1,6 +1,8 @@
 #include "main/CompositionRoot.hpp"
 
 #include "backends/png/PngFileWriter.hpp"
+#include "backends/posix/ModuleLoader.hpp"
+#include "backends/posix/ModuleMediaFileWriterFactory.hpp"
 #include "backends/x11/Activator.hpp"
 #include "backends/x11/Connection.hpp"
 #include "backends/x11/Discovery.hpp"
@@ -21,15 +23,6 @@
 
 namespace tessarin {
 
-namespace {
-
-class NoMedia final : public MediaFileWriterFactory {
- public:
-  std::unique_ptr<MediaFileWriter> makeWriter(const MediaFileOptions&) override { throw MediaUnavailable(); }
-};
-
-} // namespace
-
 struct CompositionRoot::Backends {
   const MonotonicHostClock clock;
   const std::shared_ptr<x11::DisplayServer> server = std::make_shared<x11::DisplayServer>();
@@ -38,7 +31,8 @@ struct CompositionRoot::Backends {
   const std::unique_ptr<ApplicationActivator> applications = x11::makeApplicationActivator(server);
   const std::unique_ptr<ScreenStreamFactory> streams = x11::makeScreenStreamFactory(server, clock);
   png::PngFileWriter images{machineFileSystem()};
-  NoMedia media;
+  ModuleLoader modules{moduleDirectories(), writeDiagnostics};
+  ModuleMediaFileWriterFactory media{modules, machineFileSystem()};
 
   std::int32_t record(const RecordingRequestDTO& request);
 };
