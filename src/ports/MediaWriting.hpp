@@ -70,7 +70,8 @@ struct MediaWriterError {
 enum class MediaWriterStatus : std::uint8_t { unknown = 0, writing = 1, completed = 2, failed = 3, cancelled = 4 };
 
 // Lifecycle: inputs are added, then startWriting, startSession, appends, markAsFinished, and either
-// finishWriting or cancelWriting. Destroying it cancels and joins its threads.
+// finishWriting or cancelWriting. Destroying it without either stops it and joins its threads, and leaves
+// what it has written readable.
 //
 // The file is fragmented while it grows, so that it can be read up to its last fragment after a crash; the
 // fragments begin at key frames. Finished, it is an ordinary file. A failed writer leaves what it has

@@ -490,6 +490,26 @@ TEST_F(CameraCompositeRecorderTest, AHeartbeatAndAFillerMayFailToo) {
   EXPECT_THAT(lines, ElementsAre(testing::HasSubstr("stage=append-screen")));
 }
 
+TEST_F(CameraCompositeRecorderTest, AFileThatFailsMeanwhileIsNoticedAtTheNextPicture) {
+  makeAttached();
+  deliver(1, 0ms);
+  file().failMeanwhile();
+  deliver(2, 100ms);
+  EXPECT_THAT(lines, ElementsAre(testing::HasSubstr("stage=append-screen status=3")));
+  EXPECT_EQ(failuresTold, 1);
+}
+
+TEST_F(CameraCompositeRecorderTest, AFileThatFailsMeanwhileIsNoticedByAPictureThatWaits) {
+  makeAttached();
+  deliver(1, 0ms);
+  file().setReady(false);
+  deliver(2, 100ms);
+  file().failMeanwhile();
+  scheduler.runPending();
+  EXPECT_THAT(lines, ElementsAre(testing::HasSubstr("stage=append-screen status=3")));
+  EXPECT_EQ(failuresTold, 1);
+}
+
 // ---- Duration
 
 TEST_F(CameraCompositeRecorderTest, TheRecordedDurationIsTheLongerOfTheWrittenAndTheElapsed) {

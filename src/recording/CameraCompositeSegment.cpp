@@ -102,6 +102,8 @@ bool CameraCompositeSegment::clearsLastFrame(MediaTime time) const {
 
 // True when the file took the picture. One that the file is not ready for takes the pending slot.
 bool CameraCompositeSegment::appendFrame(const CodedPicture& picture, MediaTime time) {
+  if (hasWriterFailed())
+    return false;
   if (!videoInput_->isReadyForMoreMediaData()) {
     pendingVideoFrame_ = PendingVideoFrame{picture, time};
     observeVideoReadinessIfNeeded();
@@ -109,6 +111,14 @@ bool CameraCompositeSegment::appendFrame(const CodedPicture& picture, MediaTime 
   }
   pendingVideoFrame_.reset();
   return writeFrame(picture, time);
+}
+
+// A file that has failed meanwhile, the disk being full, is never ready again.
+bool CameraCompositeSegment::hasWriterFailed() {
+  if (writer_->status() != MediaWriterStatus::failed)
+    return false;
+  fail("append-screen");
+  return true;
 }
 
 bool CameraCompositeSegment::writeFrame(const CodedPicture& picture, MediaTime time) {
@@ -140,7 +150,7 @@ void CameraCompositeSegment::observeVideoReadinessIfNeeded() {
 }
 
 void CameraCompositeSegment::drainPendingVideo() {
-  if (terminalError_ || endedAtHostTime_.isNumeric() || !pendingVideoFrame_ ||
+  if (terminalError_ || endedAtHostTime_.isNumeric() || !pendingVideoFrame_ || hasWriterFailed() ||
       !videoInput_->isReadyForMoreMediaData())
     return;
   const PendingVideoFrame frame = *std::exchange(pendingVideoFrame_, std::nullopt);

@@ -75,6 +75,7 @@ class CameraCompositeSegment final : public ScreenSampleOutput,
   bool fillGap(const CodedPicture& previous, MediaTime gridTime);
   bool clearsLastFrame(MediaTime time) const;
   bool appendFrame(const CodedPicture& picture, MediaTime time);
+  bool hasWriterFailed();
   bool writeFrame(const CodedPicture& picture, MediaTime time);
   void frameWasWritten(MediaTime time);
   void observeVideoReadinessIfNeeded();

@@ -34,6 +34,11 @@ void ScriptedMediaFile::setReady(bool isReady) {
     handler();
 }
 
+void ScriptedMediaFile::failMeanwhile() {
+  status_ = MediaWriterStatus::failed;
+  setReady(false);
+}
+
 void ScriptedMediaFile::becomeReadyUnnoticed() {
   const std::lock_guard lock(readinessLock_);
   isReady_ = true;

@@ -37,6 +37,8 @@ class ScriptedMediaFile {
 
   // Changes readiness and tells the observers; any thread.
   void setReady(bool isReady);
+  // Fails behind the writer's back, as a full disk does: never ready again, and tells the observers.
+  void failMeanwhile();
   // Changes readiness without telling anyone yet.
   void becomeReadyUnnoticed();
   // Ends a finish that was held.
