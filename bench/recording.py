@@ -51,7 +51,9 @@ def record(desktop, folder, seconds, frame_rate):
                 raise RuntimeError(f"the recording failed: {event}")
         result.stop_seconds = time.monotonic() - stopped
         result.completed = event
-        recording.finish()
+        recording.process.wait(60)
+        for reader in recording.readers:
+            reader.join(10)
         result.summary = dict(item.split("=", 1) for line in recording.diagnostics
                               if " recording-summary " in line for item in line.split()[2:])
     result.path = pathlib.Path(event["deliverables"][0]["path"])
