@@ -117,6 +117,11 @@ namespace {
 // Window managers announce themselves before they listen, and may lose what is mapped in between: a window
 // of no importance is mapped until it is managed, and is gone again when this returns.
 void waitUntilManaging(Server& server) {
+  // The next client gets the same range of numbers; none of its windows may be taken for this one.
+  constexpr int unusedNumbers = 1000;
+  for (int i = 0; i < unusedNumbers; ++i) {
+    xcb_generate_id(server.get());
+  }
   const auto probe = xcb_generate_id(server.get());
   const std::uint32_t events = XCB_EVENT_MASK_PROPERTY_CHANGE | XCB_EVENT_MASK_STRUCTURE_NOTIFY;
   xcb_create_window(server.get(), XCB_COPY_FROM_PARENT, probe, server.root(), 0, 0, 8, 8, 0,
