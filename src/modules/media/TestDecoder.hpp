@@ -3,6 +3,7 @@
 #include "modules/media/NalUnits.hpp"
 #include "modules/media/PicturePool.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <random>
@@ -11,6 +12,7 @@
 
 extern "C" {
 #include <libavcodec/avcodec.h>
+#include <libavutil/mem.h>
 }
 
 namespace tessarin::media {
@@ -26,7 +28,12 @@ class TestDecoder {
     context_ = avcodec_alloc_context3(avcodec_find_decoder(codec));
     context_->err_recognition = AV_EF_EXPLODE | AV_EF_BITSTREAM | AV_EF_BUFFER;
     context_->thread_count = 1;
-    decode(parameterSets);
+    context_->extradata_size = static_cast<int>(parameterSets.size());
+    context_->extradata =
+        static_cast<std::uint8_t*>(av_mallocz(parameterSets.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    std::copy(parameterSets.begin(), parameterSets.end(), reinterpret_cast<std::byte*>(context_->extradata));
+    if (avcodec_open2(context_, nullptr, nullptr) < 0)
+      throw std::runtime_error("the decoder does not open");
   }
   ~TestDecoder() {
     avcodec_free_context(&context_);

@@ -81,7 +81,7 @@ class LibraryCoder final : public VideoCoder {
   std::vector<CodedPicture> encode(const std::shared_ptr<const I420Picture>& picture, std::int64_t time,
                                    bool asKey) override;
   std::vector<CodedPicture> finish() override;
-  std::int64_t delay() const override { return lookahead(settings_) + pictureThreads(); }
+  std::int64_t delay() const override;
   const container::SampleDescription& description() const override { return description_; }
   std::unique_ptr<PictureRepeater> makeRepeater() const override;
 
@@ -110,6 +110,12 @@ LibraryCoder::LibraryCoder(const VideoSettings& settings) : settings_(settings) 
   configure();
   check(avcodec_open2(context_.get(), coder, nullptr));
   description_ = makeSampleEntry(settings_, parameterSets());
+}
+
+std::int64_t LibraryCoder::delay() const {
+  // x265 looks at two pictures more than it is told.
+  const std::int64_t more = settings_.codec == RecordingCodec::hevc ? 2 : 0;
+  return lookahead(settings_) + pictureThreads() + more;
 }
 
 void LibraryCoder::configure() {
