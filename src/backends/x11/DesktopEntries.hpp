@@ -1,10 +1,10 @@
 #pragma once
 
-#include <compare>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 // Names of applications from the desktop entries that are installed.
@@ -15,7 +15,10 @@ struct WindowClass {
   std::string instanceName;
   std::string className;
 
-  auto operator<=>(const WindowClass&) const = default;
+  bool operator==(const WindowClass&) const = default;
+  bool operator<(const WindowClass& other) const {
+    return std::tie(instanceName, className) < std::tie(other.instanceName, other.className);
+  }
 };
 
 // What is of interest in the text of a desktop entry; nothing unless it is a shown application with a name.

@@ -5,6 +5,7 @@
 
 #include <map>
 #include <optional>
+#include <tuple>
 #include <vector>
 
 namespace tessarin::x11 {
@@ -26,7 +27,9 @@ class DiscoveryApplications {
     std::int32_t processID = 0;
     std::string className; // only without a process
 
-    auto operator<=>(const Key&) const = default;
+    bool operator<(const Key& other) const {
+      return std::tie(processID, className) < std::tie(other.processID, other.className);
+    }
   };
 
   static std::optional<Key> keyOf(const WindowOwner& owner);

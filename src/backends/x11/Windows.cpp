@@ -123,6 +123,7 @@ void readIcons(Connection& connection, std::vector<TopLevelWindow>& windows) {
   }
   ProcessQuery processQuery(connection, clients);
   std::vector<WindowProperties> properties;
+  properties.reserve(queries.size());
   for (auto& query : queries) {
     properties.push_back(query.result());
   }

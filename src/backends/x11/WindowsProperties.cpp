@@ -138,6 +138,7 @@ ProcessQuery::ProcessQuery(Connection& connection, const std::vector<xcb_window_
     return;
   }
   std::vector<xcb_res_client_id_spec_t> specs;
+  specs.reserve(clients.size());
   for (const auto client : clients) {
     specs.push_back({client, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID});
   }

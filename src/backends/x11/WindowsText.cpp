@@ -5,7 +5,9 @@
 #include <iconv.h>
 
 #include <array>
+#include <bit>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 
 namespace tessarin::x11 {
@@ -47,8 +49,11 @@ const char* encodingOf(char final, bool isMultiByte) {
 
 // Ill-formed and unknown input becomes U+FFFD, one for a run.
 std::string converted(std::string bytes, const char* encoding) {
-  const auto converter = encoding ? iconv_open("UTF-8", encoding) : reinterpret_cast<iconv_t>(-1);
-  if (converter == reinterpret_cast<iconv_t>(-1)) {
+  if (!encoding) {
+    return std::string(replacement);
+  }
+  const auto converter = iconv_open("UTF-8", encoding);
+  if (std::bit_cast<std::intptr_t>(converter) == -1) {
     return std::string(replacement);
   }
   std::string result(bytes.size() * 4, '\0');
