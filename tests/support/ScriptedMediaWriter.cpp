@@ -94,10 +94,10 @@ class ScriptedVideoInput final : public VideoInput {
   }
 
   bool append(std::shared_ptr<const CodablePicture> picture, MediaTime presentationTime) override {
-    if (file_->refusedAppend == file_->appended.size()) {
+    if (file_->refusedAppend == file_->appended.size())
       file_->status_ = MediaWriterStatus::failed;
+    if (file_->status_ == MediaWriterStatus::failed)
       return false;
-    }
     file_->appended.push_back({static_cast<const ScriptedPicture&>(*picture).number, presentationTime});
     return true;
   }

@@ -23,6 +23,7 @@ void PictureSequencer::append(std::shared_ptr<const I420Picture> picture, std::i
   if (isNew) {
     current_ = std::move(picture);
     isAtCurrentKey_ = false;
+    isStill_ = false;
   }
   const Slot slot{nextSlot_++, time};
   const bool keyIsDue = isDue(slot);
@@ -34,8 +35,9 @@ void PictureSequencer::append(std::shared_ptr<const I420Picture> picture, std::i
     openKey_ = slot.index;
     lastKey_ = slot;
   } else if (isNew || !repeater_ || (keyIsDue && !keyMayWait)) {
+    isStill_ = !isNew;
     encode(slot, true, keyIsDue);
-  } else if (requiredFrames_ > 0 && slots_.size() - frames_.size() > freeSlotLimit_) {
+  } else if (requiredFrames_ > 0 && (isStill_ || slots_.size() - frames_.size() > freeSlotLimit_)) {
     encode(slot, false, false);
   }
   fillSlots();

@@ -119,6 +119,7 @@ class PictureSequencer {
   std::optional<std::int64_t> openKey_; // the open slot that a copy of the key is to fill
   std::optional<std::int64_t> lastCodedSlot_;
   std::int64_t coderTime_ = 0;
+  bool isStill_ = false;        // a key was coded of a repetition, to be copied soon: nothing is put off
   bool isAtCurrentKey_ = false; // the coder's last output is a key that shows the current picture
   bool isBehindKey_ = false;    // the last picture put out was a key
 };
