@@ -80,7 +80,7 @@ std::optional<std::int64_t> segmentBytes(FileSystem& files, const std::string& d
     for (const std::string& name : *names) {
       if (!isMovieName(name))
         continue;
-      const std::optional<FileInfo> info = files.info(directory + '/' + name);
+      const std::optional<FileInfo> info = files.info(std::string(directory).append("/").append(name));
       if (!info)
         return std::nullopt;
       if (info->kind == FileKind::regular)
