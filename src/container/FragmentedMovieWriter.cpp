@@ -53,7 +53,7 @@ TrackToWrite describe(const GrowingTrack& track) {
 } // namespace
 
 struct FragmentedMovieWriter::State {
-  State(OpenFile& fileIn, std::vector<TrackSetup> setups);
+  State(OpenFile& fileIn, const std::vector<TrackSetup>& setups);
 
   // Runs work on the file; once it has failed, it stays failed.
   template<class Work> void onFile(Work work);
@@ -76,10 +76,10 @@ struct FragmentedMovieWriter::State {
   bool isFinished = false;
 };
 
-FragmentedMovieWriter::State::State(OpenFile& fileIn, std::vector<TrackSetup> setups) : file(fileIn) {
+FragmentedMovieWriter::State::State(OpenFile& fileIn, const std::vector<TrackSetup>& setups) : file(fileIn) {
   if (setups.empty())
     failUnsupported();
-  for (TrackSetup& setup : setups) {
+  for (const TrackSetup& setup : setups) {
     if (setup.kind == TrackKind::other || setup.timescale <= 0 || setup.presentationStart < 0)
       failUnsupported();
     tracks.emplace_back().setup = setup;
@@ -196,8 +196,8 @@ std::vector<std::byte> FragmentedMovieWriter::State::ordinaryMovieBox() const {
   return writer.bytes();
 }
 
-FragmentedMovieWriter::FragmentedMovieWriter(OpenFile& file, std::vector<TrackSetup> tracks)
-    : state_(std::make_unique<State>(file, std::move(tracks))) {}
+FragmentedMovieWriter::FragmentedMovieWriter(OpenFile& file, const std::vector<TrackSetup>& tracks)
+    : state_(std::make_unique<State>(file, tracks)) {}
 
 FragmentedMovieWriter::~FragmentedMovieWriter() = default;
 

@@ -33,7 +33,7 @@ struct TrackSetup {
 class FragmentedMovieWriter {
  public:
   // The file is empty and outlives the writer. Writes nothing yet. At least one track, video or audio.
-  FragmentedMovieWriter(OpenFile& file, std::vector<TrackSetup> tracks);
+  FragmentedMovieWriter(OpenFile& file, const std::vector<TrackSetup>& tracks);
   // Leaves the file as it is; what was not flushed is not in it.
   ~FragmentedMovieWriter();
   FragmentedMovieWriter(const FragmentedMovieWriter&) = delete;

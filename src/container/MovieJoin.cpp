@@ -287,6 +287,7 @@ void writeJoinedMovie(OpenFile& output, const std::vector<JoinTrack>& tracks, co
   if (tracks.empty() || brand.size() != 4)
     throw ContainerFailure(ContainerError::unsupported);
   std::vector<JoinedTrack> joined;
+  joined.reserve(tracks.size());
   for (const JoinTrack& track : tracks)
     joined.emplace_back(track);
 

@@ -34,7 +34,9 @@ TEST(MovieReader, ReadsTheTablesOfAnOrdinaryTrack) {
 }
 
 TEST(MovieReader, TakesEverySampleForAKeyFrameWithoutATableOfThem) {
-  for (const Sample& sample : readMovie(Sketch().file()).tracks[0].samples)
+  const Movie movie = readMovie(Sketch().file());
+  ASSERT_THAT(movie.tracks[0].samples, SizeIs(4));
+  for (const Sample& sample : movie.tracks[0].samples)
     EXPECT_TRUE(sample.isSync);
 }
 
