@@ -25,7 +25,7 @@ MovieFile::MovieFile(FileSystem& files, std::string path, const FragmentInterval
                       .timescale = videoTimescale,
                       .width = description.width,
                       .height = description.height});
-  writer_.emplace(*file_, std::move(setups));
+  writer_.emplace(*file_, setups);
   for (std::size_t track = 0; track < videoTracks.size(); ++track)
     writer_->setDescription(track, videoTracks[track]);
 }
