@@ -187,6 +187,27 @@ TEST_F(Stream, AddsOrDropsASingleColumnAndRowForTheSizeAskedFor) {
   EXPECT_TRUE(areSame(receiver->last().pixels, content));
 }
 
+TEST_F(Stream, KeepsDeliveringWhatIsLeftOfItsRectangleWhenTheScreenShrinks) {
+  start();
+  open(photo);
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(1));
+  const auto before = receiver->last().pixels;
+  desktop->run(
+      {"xrandr", "--newmode", "small", "10", "320", "330", "340", "350", "240", "250", "260", "270"});
+  desktop->run({"xrandr", "--addmode", "screen", "small"});
+  desktop->run({"xrandr", "--output", "screen", "--mode", "small"});
+  ASSERT_TRUE(receiver->becomes([](const Pixels& pixels) { return pixels.at(400, 100) == 0; }));
+  const auto after = receiver->last().pixels;
+  EXPECT_TRUE(areSame(cut(after, 0, 0, 320, 240), cut(before, 0, 0, 320, 240)));
+  for (int y = 0; y < screenHeight; ++y) {
+    for (int x = y < 240 ? 320 : 0; x < screenWidth; ++x) {
+      ASSERT_EQ(after.at(x, y), 0U) << x << "," << y;
+    }
+  }
+  EXPECT_EQ(end->count(), 0);
+}
+
 TEST_F(Stream, ShowsThePointerWhereItIsWhenAsked) {
   start();
   open(photo);
@@ -409,7 +430,7 @@ TEST_F(Stream, WaitsForReceiversThatHoldAllBuffers) {
   beginStream();
   ASSERT_TRUE(receiver->hasCome(3));
   EXPECT_FALSE(receiver->hasCome(4, silence));
-  const auto held = receiver->held();
+  auto held = receiver->held();
   ASSERT_EQ(held.size(), 3U);
   for (std::size_t i = 0; i < 3; ++i) { // and nothing has been written over
     EXPECT_TRUE(areSame(pixelsOf(held[i].view), receiver->deliveries()[i].pixels));
@@ -417,7 +438,7 @@ TEST_F(Stream, WaitsForReceiversThatHoldAllBuffers) {
   EXPECT_NE(receiver->deliveries()[0].number, receiver->deliveries()[2].number);
   receiver->setHolding(false);
   EXPECT_FALSE(receiver->hasCome(4, 50ms)); // this test still holds them
-  const_cast<std::vector<Picture>&>(held).clear();
+  held.clear();
   EXPECT_TRUE(receiver->hasCome(20));
   // Pictures outlive the stream.
   receiver->setHolding(true);
