@@ -1,10 +1,7 @@
 #include "container/FragmentedMovieWriter.hpp"
 
-#include "container/ContainerTesting.hpp"
-#include "support/FaultyFileSystem.hpp"
-#include "support/TemporaryDirectory.hpp"
+#include "container/GrowingMovieTesting.hpp"
 
-#include <cerrno>
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,57 +10,6 @@ namespace tessarin::container {
 namespace {
 
 using testing::SizeIs;
-
-constexpr std::int32_t videoScale = 90000;
-
-struct Appended {
-  Bytes data;
-  std::int64_t decodeTime = 0;
-  std::int32_t compositionOffset = 0;
-  bool isSync = false;
-};
-
-// Pictures at a rate, a key frame every so many.
-std::vector<Appended> pictures(std::size_t count, std::int64_t interval, std::size_t keyInterval,
-                               std::size_t size = 40) {
-  std::vector<Appended> samples;
-  for (std::size_t i = 0; i < count; ++i)
-    samples.push_back({randomBytes(size + i % 7, static_cast<std::uint32_t>(i)),
-                       static_cast<std::int64_t>(i) * interval, 0, i % keyInterval == 0});
-  return samples;
-}
-
-TrackSetup videoTrack() {
-  return {TrackKind::video, videoScale, 64, 48, 0};
-}
-
-TrackSetup audioTrack() {
-  return {TrackKind::audio, 48000, 0, 0, 1024};
-}
-
-void append(FragmentedMovieWriter& writer, std::size_t track, const Appended& sample) {
-  writer.append(track, sample.data, sample.decodeTime, sample.compositionOffset, sample.isSync);
-}
-
-void finish(FragmentedMovieWriter& writer, std::vector<std::int64_t> endTimes) {
-  writer.finish(endTimes);
-}
-
-// A writer of one video track with its description.
-std::unique_ptr<FragmentedMovieWriter> videoWriter(OpenFile& file) {
-  auto writer = std::make_unique<FragmentedMovieWriter>(file, std::vector{videoTrack()});
-  writer->setDescription(0, videoDescription(64, 48));
-  return writer;
-}
-
-// Flushes behind every key frame but the first.
-void appendAll(FragmentedMovieWriter& writer, const std::vector<Appended>& samples) {
-  for (const Appended& sample : samples) {
-    append(writer, 0, sample);
-    if (sample.isSync && sample.decodeTime > 0)
-      writer.flushFragment();
-  }
-}
 
 void expectSame(const OpenFile& file, const Track& track, const std::vector<Appended>& expected,
                 std::int64_t timeShift = 0) {
@@ -354,130 +300,6 @@ TEST(FragmentedMovieWriter, BoundsAFragment) {
   EXPECT_EQ(file.info().sizeBytes, 0) << "four samples fill it exactly, the fifth is held back";
   writer->append(0, zeros.first(1), std::int64_t{5} * videoScale, 0, true);
   EXPECT_GT(file.info().sizeBytes, static_cast<std::int64_t>(largest) * 5 / 4);
-}
-
-TEST(FragmentedMovieWriter, LosesAtMostOneFragmentHoweverItIsTornWhileItGrows) {
-  MemoryFile file;
-  const auto writer = videoWriter(file);
-  appendAll(*writer, pictures(8, 1500, 3, 5));
-  const std::size_t headSize = file.changes[0].bytes.size();
-  const std::size_t firstEnd = headSize + file.changes[1].bytes.size();
-  const std::size_t secondEnd = firstEnd + file.changes[3].bytes.size();
-  ASSERT_EQ(secondEnd, file.bytes.size());
-  for (std::size_t size = 0; size <= secondEnd; ++size) {
-    const MemoryFile torn(Bytes(file.bytes.begin(), file.bytes.begin() + static_cast<std::ptrdiff_t>(size)));
-    if (size < firstEnd) {
-      EXPECT_EQ(readingError(torn), ContainerError::notAMovie) << size;
-      continue;
-    }
-    const Movie movie = readMovie(torn);
-    EXPECT_TRUE(movie.isFragmented) << size;
-    EXPECT_THAT(movie.tracks[0].samples, SizeIs(size < secondEnd ? 3 : 6)) << size;
-    EXPECT_EQ(movie.usableBytes, size < secondEnd ? firstEnd : secondEnd) << size;
-  }
-}
-
-TEST(FragmentedMovieWriter, LosesAtMostTheLastFragmentHoweverItsFinishIsCut) {
-  MemoryFile file;
-  const auto writer = videoWriter(file);
-  appendAll(*writer, pictures(8, 1500, 3, 5));
-  const Bytes grown = file.bytes;
-  file.changes.clear();
-  finish(*writer, {8 * 1500});
-  const std::vector<MemoryFile::Change> changes = file.changes;
-  ASSERT_THAT(changes, SizeIs(5));
-
-  MemoryFile replayed(grown);
-  for (std::size_t i = 0; i < changes.size(); ++i) {
-    const bool isHeader = i == 3; // lies within one sector, so it is there or not
-    for (std::size_t part = 0; part < changes[i].bytes.size() && !isHeader; ++part) {
-      MemoryFile torn = replayed;
-      torn.write(changes[i].offset, std::span(changes[i].bytes).first(part));
-      const Movie movie = readMovie(torn);
-      EXPECT_TRUE(movie.isFragmented);
-      EXPECT_THAT(movie.tracks[0].samples, SizeIs(i == 0 ? 6 : 8)) << i << " " << part;
-      EXPECT_EQ(movie.duration, MediaTime((i == 0 ? 6 : 8) * 1500, videoScale)) << i << " " << part;
-    }
-    if (!changes[i].isSync)
-      replayed.write(changes[i].offset, changes[i].bytes);
-    const Movie movie = readMovie(replayed);
-    EXPECT_EQ(movie.isFragmented, i < 3) << i;
-    EXPECT_THAT(movie.tracks[0].samples, SizeIs(8)) << i;
-    EXPECT_EQ(movie.duration, MediaTime(8 * 1500, videoScale)) << i;
-  }
-  EXPECT_EQ(replayed.bytes, file.bytes);
-}
-
-TEST(FragmentedMovieWriter, TakesZerosThatACrashLeftBehindForTheTornEnd) {
-  MemoryFile file;
-  const auto writer = videoWriter(file);
-  appendAll(*writer, pictures(8, 1500, 3, 5));
-  const std::size_t whole = file.bytes.size();
-  file.bytes.resize(whole + 4096);
-  const Movie movie = readMovie(file);
-  EXPECT_EQ(movie.usableBytes, whole);
-  EXPECT_THAT(movie.tracks[0].samples, SizeIs(6));
-}
-
-// Runs a whole recording until the file layer refuses, and yields the failure's number.
-int recordUntilFailure(FragmentedMovieWriter& writer, const std::vector<Appended>& samples) {
-  try {
-    appendAll(writer, samples);
-    finish(writer, {static_cast<std::int64_t>(samples.size()) * 1500});
-    return 0;
-  } catch (const FileFailure& failure) {
-    return failure.errorNumber();
-  }
-}
-
-TEST(FragmentedMovieWriter, StaysFailedAndReadableWhicheverWriteOrSyncFails) {
-  const std::vector<Appended> samples = pictures(8, 1500, 3, 5);
-  constexpr std::size_t writes = 6; // head, two fragments, the last one, index, header
-  constexpr std::size_t syncs = 4;
-  const auto check = [&](const FaultyFileSystem::Fault& fault) {
-    SCOPED_TRACE(testing::Message() << "operation " << static_cast<int>(fault.operation) << " after "
-                                    << fault.skip);
-    TemporaryDirectory directory;
-    FaultyFileSystem files(machineFileSystem());
-    const auto file = files.open(directory / "movie.mp4", OpenMode::createExclusive);
-    files.inject(fault);
-    const auto writer = videoWriter(*file);
-    EXPECT_EQ(recordUntilFailure(*writer, samples), ENOSPC);
-    const auto fails = [](auto call) {
-      try {
-        call();
-        return 0;
-      } catch (const FileFailure& failure) {
-        return failure.errorNumber();
-      }
-    };
-    EXPECT_EQ(fails([&] { writer->append(0, samples[0].data, 90000, 0, true); }), ENOSPC);
-    EXPECT_EQ(fails([&] { writer->flushFragment(); }), ENOSPC);
-    EXPECT_EQ(fails([&] { finish(*writer, {90000}); }), ENOSPC);
-
-    const bool isWrite = fault.operation == FileOperation::write;
-    if (isWrite && fault.skip < 2) {
-      EXPECT_EQ(readingError(*file), ContainerError::notAMovie);
-      return;
-    }
-    const std::vector<std::size_t> afterWrite{0, 0, 3, 6, 8, 8};
-    const std::vector<std::size_t> afterSync{3, 6, 8, 8};
-    EXPECT_THAT(readMovie(*file).tracks[0].samples, SizeIs((isWrite ? afterWrite : afterSync)[fault.skip]));
-  };
-  for (std::size_t n = 0; n < writes; ++n) {
-    check({FileOperation::write, "", n, 1, ENOSPC, std::nullopt});
-    if (n + 1 < writes) // the header lies within one sector
-      check({FileOperation::write, "", n, 1, ENOSPC, 13});
-  }
-  for (std::size_t n = 0; n < syncs; ++n)
-    check({FileOperation::sync, "", n, 1, ENOSPC, std::nullopt});
-
-  TemporaryDirectory directory;
-  FaultyFileSystem files(machineFileSystem());
-  const auto file = files.open(directory / "movie.mp4", OpenMode::createExclusive);
-  EXPECT_EQ(recordUntilFailure(*videoWriter(*file), samples), 0);
-  EXPECT_EQ(files.count(FileOperation::write), writes);
-  EXPECT_EQ(files.count(FileOperation::sync), syncs);
 }
 
 } // namespace
