@@ -34,7 +34,7 @@ class FileWindow {
   }
 
  private:
-  static constexpr std::uint64_t readAhead = 64 * 1024;
+  static constexpr std::uint64_t readAhead = 16 * 1024;
 
   const OpenFile& file_;
   std::uint64_t size_;
