@@ -10,6 +10,11 @@
 #include <stdexcept>
 #include <sys/wait.h>
 
+// The HEVC library is not built for the thread sanitizer, which cannot see how its threads agree.
+extern "C" __attribute__((visibility("default"))) const char* __tsan_default_suppressions() {
+  return "race:libx265.so\n";
+}
+
 namespace tessarin {
 
 void Painting::fill(std::int32_t x, std::int32_t y, std::int32_t width, std::int32_t height, Color color) {

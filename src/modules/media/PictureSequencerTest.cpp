@@ -225,9 +225,10 @@ TEST(PictureSequencer, putsAKeyWhenTheTimeIsUpEvenWithFewPictures) {
 TEST(PictureSequencer, limitsTheTimeOfTheCoderAfterAPause) {
   Bench bench(0, {1000, noTime});
   bench.append(bench.makePicture());
-  bench.append(bench.makePicture());
+  const auto still = bench.makePicture();
+  bench.append(still);
   EXPECT_EQ(bench.coder.lastTime, 1);
-  bench.append(bench.appended.back(), 500);
+  bench.append(still, 500);
   bench.append(bench.makePicture());
   EXPECT_EQ(bench.coder.lastTime, 1 + 4);
 }
