@@ -63,9 +63,9 @@ class StreamCapture {
   std::unique_ptr<StreamSource> source_;
   std::unique_ptr<StreamBuffers> buffers_;
   std::optional<Cursor> cursor_;
-  PixelRect presentPointer_; // where the present picture shows the pointer, in the picture's coordinates
-  PixelRect readPointer_;    // the same for the picture that was read last
-  std::int64_t lastLook_ = 0;         // at the pointer
+  PixelRect presentPointer_;  // where the present picture shows the pointer, in the picture's coordinates
+  PixelRect readPointer_;     // the same for the picture that was read last
+  std::int64_t lastLook_ = 0; // at the pointer
   std::int64_t lastSilentMotion_ = 0; // of the pointer
   bool hasEnded_ = false;
   bool hasChanged_ = true;
