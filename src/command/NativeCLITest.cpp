@@ -163,8 +163,8 @@ TEST_F(NativeCLITest, CaptureLeavesOutTheParentWhenAsked) {
 TEST_F(NativeCLITest, ACaptureRequestThatCannotBeDecodedIsRefused) {
   for (const char* const request : {"{", "{}", "[]", "null", R"({"kind":"region"})", "\xFF"})
     EXPECT_EQ(runWith("capture", request),
-                failure("invalidRequest", "The capture request could not be decoded.", 2))
-          << request;
+              failure("invalidRequest", "The capture request could not be decoded.", 2))
+        << request;
   EXPECT_EQ(machine.calls, 0);
 }
 

@@ -1,8 +1,7 @@
 #include "desktop/CaptureService.hpp"
 
-#include "base/FileSystem.hpp"
-
 #include <algorithm>
+#include <exception>
 #include <optional>
 #include <string>
 
@@ -115,7 +114,7 @@ CapturedImagePayload CaptureService::captureUnguarded(const CaptureRequestDTO& r
     throw serviceErrors::protectedContent();
   try {
     ports_.images.write(picture.view, request.outputPath);
-  } catch (const FileFailure&) {
+  } catch (const std::exception&) {
     throw serviceErrors::outputFailed();
   }
   return {.path = request.outputPath,

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <functional>
+#include <new>
 #include <stdexcept>
 
 namespace tessarin {
@@ -29,7 +31,7 @@ class ScriptedMachine final : public DesktopContent,
   std::optional<StillConfiguration> configuration;
   PictureView picture{nullptr, 640, 480, 2560, PixelFormat::bgrx8};
   double scale = 1;
-  bool captureFails = false;
+  std::function<void()> capturing = [] {};
   bool hasAccess = true;
   std::function<void()> writing = [] {};
   std::string writtenPath;
@@ -42,8 +44,7 @@ class ScriptedMachine final : public DesktopContent,
     calls.emplace_back("capture");
     filter = what;
     configuration = how;
-    if (captureFails)
-      throw CaptureFailure();
+    capturing();
     return {picture, nullptr};
   }
   void write(const PictureView&, const std::string& path) override {
@@ -274,7 +275,7 @@ const NativeServiceError captureFailed{NativeErrorCode::captureFailed,
                                        "The screenshot could not be captured. Try the selection again."};
 
 TEST_F(CaptureServiceTest, ACaptureThatFailsWritesNothing) {
-  machine.captureFails = true;
+  machine.capturing = [] { throw CaptureFailure(); };
   EXPECT_EQ(failure(request(CaptureKind::display)), captureFailed);
   EXPECT_THAT(machine.calls, ElementsAre("capture"));
 }
@@ -291,14 +292,18 @@ TEST_F(CaptureServiceTest, AnEmptyImageIsProtectedContent) {
 }
 
 TEST_F(CaptureServiceTest, AFileThatCannotBeWrittenIsAFailedOutput) {
-  machine.writing = [] { throw FileFailure(FileOperation::open, ENOENT); };
-  EXPECT_EQ(failure(request(CaptureKind::display)),
-            (NativeServiceError{NativeErrorCode::outputFailed,
-                                "The screenshot could not be written to its temporary output."}));
+  const std::function<void()> failures[] = {[] { throw FileFailure(FileOperation::open, ENOENT); },
+                                            [] { throw std::bad_alloc(); }}; // too large a picture
+  for (const auto& each : failures) {
+    machine.writing = each;
+    EXPECT_EQ(failure(request(CaptureKind::display)),
+              (NativeServiceError{NativeErrorCode::outputFailed,
+                                  "The screenshot could not be written to its temporary output."}));
+  }
 }
 
 TEST_F(CaptureServiceTest, AnythingElseIsAFailedCapture) {
-  machine.writing = [] { throw std::runtime_error("unexpected"); };
+  machine.capturing = [] { throw std::runtime_error("unexpected"); };
   EXPECT_EQ(failure(request(CaptureKind::display)), captureFailed);
 }
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace tessarin {
 
@@ -36,6 +37,7 @@ DisplayInfoDTO describe(const ShareableDisplay& display) {
 
 std::vector<DisplayInfoDTO> describeAll(const std::vector<ShareableDisplay>& displays) {
   std::vector<DisplayInfoDTO> result;
+  result.reserve(displays.size());
   for (const ShareableDisplay& display : displays)
     result.push_back(describe(display));
   return result;
@@ -48,10 +50,10 @@ std::string titleOf(const ShareableWindow& window) {
 
 } // namespace
 
-ContentService::ContentService(DesktopContent& desktop, std::set<std::string> excludedBundleIdentifiers,
+ContentService::ContentService(DesktopContent& desktop,
+                               std::set<std::string, std::less<>> excludedBundleIdentifiers,
                                std::set<std::int32_t> excludedProcessIdentifiers)
-    : desktop_(desktop),
-      excludedBundleIdentifiers_(excludedBundleIdentifiers.begin(), excludedBundleIdentifiers.end()),
+    : desktop_(desktop), excludedBundleIdentifiers_(std::move(excludedBundleIdentifiers)),
       excludedProcessIdentifiers_(std::move(excludedProcessIdentifiers)) {}
 
 bool ContentService::shouldExclude(std::string_view bundleIdentifier, std::int32_t processIdentifier) const {

@@ -4,6 +4,7 @@
 #include "ports/Desktop.hpp"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -27,7 +28,8 @@ class ContentService {
  public:
   // The desktop is not owned and must outlive the service. Applications are hidden by bundle identifier
   // or by process.
-  explicit ContentService(DesktopContent& desktop, std::set<std::string> excludedBundleIdentifiers = {},
+  explicit ContentService(DesktopContent& desktop,
+                          std::set<std::string, std::less<>> excludedBundleIdentifiers = {},
                           std::set<std::int32_t> excludedProcessIdentifiers = {});
 
   // Throws NativeServiceError: permissionDenied without access to the screen, contentUnavailable when the

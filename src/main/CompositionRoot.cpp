@@ -24,7 +24,7 @@
 namespace tessarin {
 
 struct CompositionRoot::Backends {
-  const MonotonicHostClock clock;
+  const MonotonicHostClock clock{};
   const std::shared_ptr<x11::DisplayServer> server = std::make_shared<x11::DisplayServer>();
   const std::unique_ptr<DesktopContent> desktop = x11::makeDesktopContent(server);
   const std::unique_ptr<StillCapturer> stills = x11::makeStillCapturer(server, clock);
