@@ -10,9 +10,13 @@
 #include <stdexcept>
 #include <sys/wait.h>
 
-// The HEVC library is not built for the thread sanitizer, which cannot see how its threads agree.
+// The HEVC library is not built for the sanitizers: they cannot see how its threads agree, and it keeps some
+// memory of each of its coders.
 extern "C" __attribute__((visibility("default"))) const char* __tsan_default_suppressions() {
   return "race:libx265.so\n";
+}
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
+  return "leak:libx265.so\n";
 }
 
 namespace tessarin {
