@@ -20,7 +20,7 @@ class BitWriter {
  public:
   explicit BitWriter(std::uint8_t* position) : position_(position) {}
 
-  // At most 57 bits may be added between two calls of flush.
+  // At most 56 bits may be added between two calls of flush.
   void add(std::uint64_t bits, unsigned count) {
     pending_ |= bits << count_;
     count_ += count;

@@ -13,7 +13,8 @@ class PngFileWriter final : public PngWriter {
   // The file layer must outlive the writer.
   explicit PngFileWriter(FileSystem& files) : files_(files) {}
 
-  // The directory must exist. A file that could not be written whole is removed.
+  // The directory must exist. A file that could not be written whole is removed. Throws std::bad_alloc for
+  // a picture too large to encode, before the file is touched.
   void write(const PictureView& picture, const std::string& path) override;
 
  private:

@@ -13,7 +13,10 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <limits>
+#include <new>
 #include <random>
+#include <utility>
 
 namespace tessarin::png {
 namespace {
@@ -119,6 +122,41 @@ TEST(PngEncoding, AnOpaquePictureReadsBackExactlyAtEveryWidth) {
 TEST(PngEncoding, ALargePictureReadsBackExactly) {
   const Painted picture = noise(1500, 700, PixelFormat::bgrx8);
   EXPECT_EQ(readBack(encode(picture.view).bytes()).samples, opaqueSamples(picture.view));
+}
+
+TEST(PngEncoding, APictureOfExtremeSizeReadsBackExactly) {
+  const struct {
+    std::int32_t width;
+    std::int32_t height;
+  } cases[] = {{1, 1}, {1, 2}, {65535, 1}, {65536, 2}, {100000, 3}, {1, 65535}};
+  for (const auto& each : cases) {
+    const Painted opaque = noise(each.width, each.height, PixelFormat::bgrx8);
+    const Read read = readBack(encode(opaque.view).bytes());
+    EXPECT_EQ(read.width, each.width);
+    EXPECT_EQ(read.height, each.height);
+    EXPECT_EQ(read.samples, opaqueSamples(opaque.view)) << each.width << "x" << each.height;
+
+    // Full alpha changes no colour, so the samples are those of the pixels.
+    Painted translucent = noise(each.width, each.height, PixelFormat::bgra8Premultiplied);
+    for (std::size_t i = 3; i < translucent.bytes.size(); i += 4)
+      translucent.bytes[i] = 255;
+    const Read withAlpha = readBack(encode(translucent.view).bytes());
+    std::vector<std::uint8_t> colours;
+    for (std::size_t i = 0; i < withAlpha.samples.size(); ++i)
+      if (i % 4 != 3)
+        colours.push_back(withAlpha.samples[i]);
+    EXPECT_EQ(colours, opaqueSamples(translucent.view)) << each.width << "x" << each.height;
+  }
+}
+
+TEST(PngEncoding, APictureBeyondOneChunkIsRefusedBeforeAPixelIsRead) {
+  for (const PixelFormat format : {PixelFormat::bgrx8, PixelFormat::bgra8Premultiplied})
+    for (const auto& [width, height] :
+         {std::pair{32767, 32767}, std::pair{std::numeric_limits<std::int32_t>::max(), 1},
+          std::pair{1, std::numeric_limits<std::int32_t>::max()},
+          std::pair{std::numeric_limits<std::int32_t>::max(), std::numeric_limits<std::int32_t>::max()}})
+      EXPECT_THROW((void)encode({nullptr, width, height, 0, format}), std::bad_alloc)
+          << width << "x" << height;
 }
 
 TEST(PngEncoding, IsTaggedAsSRGB) {
