@@ -169,6 +169,22 @@ TEST_F(RecordingHealthMonitorTest, CallsTheScreenStalledAfterThreeSecondsAndEnds
   EXPECT_EQ(scheduler.timerCount(), 0U);
 }
 
+TEST_F(RecordingHealthMonitorTest, CountsTheAgeOfALaneToTheNanosecond) {
+  for (const bool isFresh : {true, false}) {
+    RecordingHealthMonitor fresh(clock, files, scheduler.queueFactory());
+    fresh.start(settings, nullptr, directory.path(), "S", writer, [] {});
+    if (isFresh)
+      clock.advance(1ns);
+    fresh.wroteScreenFrame();
+    scheduler.advance(3s - clock.elapsed() % 1s);
+    const std::string stalled = healthLine(R"({"screen":"stalled","storage":"healthy"})");
+    EXPECT_EQ(taken(), isFresh ? Lines{fine} : (Lines{fine, stalled}));
+    scheduler.advance(5s);
+    EXPECT_EQ(fresh.terminalError().has_value(), !isFresh);
+    taken();
+  }
+}
+
 TEST_F(RecordingHealthMonitorTest, ForgivesAScreenThatComesBack) {
   start();
   scheduler.advance(3s);

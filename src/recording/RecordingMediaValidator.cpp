@@ -3,6 +3,7 @@
 #include "base/SafeFile.hpp"
 #include "model/Errors.hpp"
 #include "recording/RecordingTrackTimeline.hpp"
+#include "recording/RecordingWriterPolicy.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -19,7 +20,7 @@ using container::Movie;
 using container::Track;
 using container::TrackKind;
 
-constexpr std::int64_t toleranceMs = 250;
+constexpr std::int64_t audioLengthToleranceMs = 250;
 constexpr double houseSampleRate = 48000; // Hz
 constexpr double sampleRateTolerance = 0.5;
 constexpr std::int32_t houseChannelCount = 2;
@@ -58,7 +59,8 @@ std::int64_t usableMilliseconds(MediaTime time) {
 }
 
 bool areInStep(const Track& first, const Track& other) {
-  const auto differ = [](MediaTime a, MediaTime b) {
+  const std::int64_t toleranceMs = RecordingEncodedSampleTimeline::maximumInitialLead.wholeMilliseconds();
+  const auto differ = [toleranceMs](MediaTime a, MediaTime b) {
     return std::llabs(usableMilliseconds(a) - usableMilliseconds(b)) > toleranceMs;
   };
   return !differ(first.start, other.start) &&
@@ -118,7 +120,7 @@ bool validateAudio(FileSystem& files, const std::string& path, std::int64_t expe
     return false;
   const MediaTime duration = audio.front()->duration;
   return isUsable(duration) && hasCanonicalAudioFormat(*audio.front()) &&
-         std::llabs(duration.wholeMilliseconds() - expectedDurationMs) <= toleranceMs &&
+         std::llabs(duration.wholeMilliseconds() - expectedDurationMs) <= audioLengthToleranceMs &&
          samplesAreMonotonic(audio);
 }
 

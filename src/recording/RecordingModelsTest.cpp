@@ -277,8 +277,12 @@ TEST(RecordingRequestValidation, NeedsAUuid) {
 
 TEST(RecordingRequestValidation, NeedsAFiniteRectangleWithAnArea) {
   const double infinity = std::numeric_limits<double>::infinity();
-  for (const RectDTO rect : {RectDTO{0, 0, 0, 10}, RectDTO{0, 0, 10, 0}, RectDTO{0, 0, -1, 10},
-                             RectDTO{infinity, 0, 10, 10}, RectDTO{0, 0, infinity, 10}})
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  for (const RectDTO rect :
+       {RectDTO{0, 0, 0, 10}, RectDTO{0, 0, 10, 0}, RectDTO{0, 0, -1, 10}, RectDTO{0, 0, 10, -1},
+        RectDTO{infinity, 0, 10, 10}, RectDTO{0, -infinity, 10, 10}, RectDTO{0, 0, infinity, 10},
+        RectDTO{0, 0, 10, infinity}, RectDTO{nan, 0, 10, 10}, RectDTO{0, nan, 10, 10}, RectDTO{0, 0, nan, 10},
+        RectDTO{0, 0, 10, nan}})
     EXPECT_EQ(errorAfter(CaptureKind::display, [&](auto& request) { request.rectPoints = rect; }),
               Error::invalidGeometry);
 }
@@ -392,6 +396,18 @@ TEST(RecordingRequestValidation, NeedsAWindowThatIsThere) {
   EXPECT_EQ(errorAfter(CaptureKind::window, [](auto& request) { request.windowID = "1"; }),
             Error::windowNotFound);
   EXPECT_EQ(errorOf(sampleRequest(CaptureKind::window), {sampleDisplay()}, {}), Error::windowNotFound);
+}
+
+TEST(RecordingRequestValidation, TakesTheFirstWindowOfThatIdentifier) {
+  WindowInfoDTO other = sampleWindow();
+  other.id = "1";
+  WindowInfoDTO twin = sampleWindow();
+  twin.title = "twin";
+  const RecordingRequestDTO request = sampleRequest(CaptureKind::window);
+  EXPECT_EQ(request.validated({sampleDisplay()}, {other, sampleWindow(), twin}).window, sampleWindow());
+  twin.isOnScreen = false;
+  EXPECT_EQ(errorOf(request, {sampleDisplay()}, {twin, sampleWindow()}), Error::windowChanged)
+      << "the first one decides also when it does not do";
 }
 
 TEST(RecordingRequestValidation, NeedsTheWindowAsItWasSelected) {

@@ -2,6 +2,7 @@
 
 #include "base/SafeFile.hpp"
 #include "recording/RecordingConfiguration.hpp"
+#include "recording/RecordingContentFilter.hpp"
 #include "recording/RecordingSession.hpp"
 
 #include <memory>
@@ -30,25 +31,6 @@ ValidatedRecordingRequest validatedRequest(const RecordingRequestDTO& request,
   } catch (const Failure<RecordingRequestError>& failure) {
     throw NativeServiceError{codeOf(failure.value()), std::string(messageOf(failure.value())), true};
   }
-}
-
-// What the stream shows. The platform's own view can disagree with the record that was validated.
-ContentFilter contentFilter(const ValidatedRecordingRequest& validated, const ContentSnapshot& snapshot) {
-  const auto display = snapshot.displaysByID.find(validated.display.id);
-  if (display == snapshot.displaysByID.end())
-    throw serviceErrors::contentUnavailable();
-  ContentFilter filter;
-  filter.displayID = display->second.displayID;
-  if (!validated.window) {
-    filter.excludedApplications = snapshot.excludedApplications;
-    return filter;
-  }
-  const auto window = snapshot.windowsByID.find(validated.window->id);
-  if (window == snapshot.windowsByID.end())
-    throw serviceErrors::contentUnavailable();
-  filter.kind = ContentFilter::Kind::desktopIndependentWindow;
-  filter.windowID = window->second.windowID;
-  return filter;
 }
 
 // Refuses a directory that is none, or that holds an earlier recording, before anything is made in it.
@@ -108,7 +90,7 @@ void RecordingService::runAvailable(const RecordingRequestDTO& request, ControlI
 
   stage = RecordingStage::validateTarget;
   const ValidatedRecordingRequest validated = validatedRequest(request, snapshot.payload);
-  const ContentFilter filter = contentFilter(validated, snapshot);
+  const ContentFilter filter = recordingContentFilter(validated, snapshot);
   const RecordingConfigurationPlan plan = RecordingConfigurationBuilder::plan(validated);
   const StreamConfiguration configuration =
       RecordingConfigurationBuilder::streamConfiguration(plan, settings);

@@ -104,6 +104,13 @@ INSTANTIATE_TEST_SUITE_P(
                                  "The recording session identifier is invalid."},
                       BadRequest{"geometry", [](auto& r) { r.rectPoints.width = 0; }, "invalidRequest",
                                  "Recording geometry must contain finite, positive dimensions."},
+                      BadRequest{"cursorScale",
+                                 [](auto& r) {
+                                   r.settings.presentation.emplace();
+                                   r.settings.presentation->cursorScale = 125;
+                                 },
+                                 "invalidRequest",
+                                 "Recording geometry must contain finite, positive dimensions."},
                       BadRequest{"directory", [](auto& r) { r.outputDirectory += "x"; }, "invalidRequest",
                                  "The recording output directory is invalid."},
                       BadRequest{"display", [](auto& r) { r.displayID = "78"; }, "displayNotFound",
@@ -314,7 +321,7 @@ TEST(RecordingServiceStart, ADisplayIsShownWithoutExclusions) {
 
 TEST(RecordingServiceStart, ExcludedApplicationsAreLeftOutOfADisplayAndNotOfAWindow) {
   Rig display;
-  display.contentService.emplace(display.desktop, std::set<std::string>(),
+  display.contentService.emplace(display.desktop, std::set<std::string, std::less<>>(),
                                  std::set<std::int32_t>{testing::sampleWindow().ownerPID});
   display.thenSend("cancel");
   ASSERT_EQ(display.run(), 0);

@@ -253,6 +253,8 @@ TEST(RecordingService, PausingTwiceSaysPausedTwice) {
   EXPECT_THAT(rig.events(),
               ElementsAre(state("recording", 0), state("pausing", 0), segmentFinalized(0, 1033, 1033),
                           state("paused", 1033), state("paused", 1033), cancelled));
+  EXPECT_THAT(rig.entries(), ElementsAre("segments/")) << "a cancel while paused discards all the same";
+  expectQuiet(rig);
 }
 
 TEST(RecordingService, ResumingWhileRecordingSaysRecordingAgainWithoutTheRunningSegment) {
@@ -686,6 +688,39 @@ TEST(RecordingService, AMergedFileThatIsDamagedFailsItsCheck) {
     EXPECT_EQ(manifestSegments(rig).size(), 1u);
   }
 }
+
+struct ShareLength {
+  std::int64_t milliseconds; // by how much it differs from the screen track's
+  bool passes;
+};
+
+class RecordingServiceShareLengthTest : public ::testing::TestWithParam<ShareLength> {};
+
+TEST_P(RecordingServiceShareLengthTest, TheShareVideoIsAsLongAsTheScreenTrackToATenthOfASecond) {
+  Rig rig;
+  rig.then([&] {
+    rig.record(1s);
+    rig.files.setObserver([&](const FaultyFileSystem::Event& event) {
+      if (event.operation == FileOperation::open && event.path == rig.path("recording.mp4"))
+        testing::writeLittleMovie(machineFileSystem(), event.path, {MediaTime::zero()},
+                                  MediaTime::milliseconds(1033 + GetParam().milliseconds));
+    });
+    rig.send("stop");
+  });
+  EXPECT_EQ(rig.run(), GetParam().passes ? 0 : 1);
+  if (GetParam().passes) {
+    EXPECT_THAT(rig.lastEvent(), HasSubstr("\"completed\""));
+  } else {
+    EXPECT_EQ(rig.lastEvent(), recordingFailed);
+    EXPECT_EQ(rig.lastDiagnostics(), failedLine("stop-parallel-validate"));
+    EXPECT_TRUE(exists(rig.files, rig.path("screen.mp4"))) << "no merged file is removed";
+    EXPECT_TRUE(exists(rig.files, rig.path("recording.mp4")));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Lengths, RecordingServiceShareLengthTest,
+                         ::testing::Values(ShareLength{-101, false}, ShareLength{-100, true},
+                                           ShareLength{100, true}, ShareLength{101, false}));
 
 TEST(RecordingService, AFileThatDoesNotComeOutWholeFailsTheStop) {
   Rig rig;

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-// The named constants of the segment writer.
+// The named constants of the segment writer and of the check of what it wrote.
 namespace tessarin::RecordingWriterPolicy {
 
 // How much a crash can lose: at first little, then seldom enough to cost nothing.
@@ -15,3 +15,10 @@ inline constexpr MediaTime fragmentInterval{6000, 600};
 inline constexpr std::size_t maximumFillerFrames = 3;
 
 } // namespace tessarin::RecordingWriterPolicy
+
+namespace tessarin::RecordingEncodedSampleTimeline {
+
+// How far the tracks of one file may begin or end apart.
+inline constexpr MediaTime maximumInitialLead{250, 1000};
+
+} // namespace tessarin::RecordingEncodedSampleTimeline
