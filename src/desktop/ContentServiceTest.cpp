@@ -16,15 +16,14 @@ using testing::IsEmpty;
 class ScriptedDesktop final : public DesktopContent {
  public:
   bool hasAccess = true;
-  bool isReadable = true;
+  std::function<void()> reading = [] {};
   ShareableContent scripted;
   int readings = 0;
 
   bool hasScreenCaptureAccess() override { return hasAccess; }
   ShareableContent content() override {
     ++readings;
-    if (!isReadable)
-      throw DesktopFailure();
+    reading();
     return scripted;
   }
 };
@@ -82,8 +81,13 @@ const NativeServiceError unavailable{NativeErrorCode::contentUnavailable,
                                      "Shareable screen content is temporarily unavailable.", true};
 
 TEST_F(ContentServiceTest, ADesktopThatCannotBeReadIsUnavailable) {
-  desktop.isReadable = false;
+  desktop.reading = [] { throw DesktopFailure(); };
   EXPECT_EQ(failure(), unavailable);
+}
+
+TEST_F(ContentServiceTest, AFailureThatKnowsItsOutcomePassesThrough) {
+  desktop.reading = [] { throw serviceErrors::protectedContent(); };
+  EXPECT_EQ(failure(), serviceErrors::protectedContent());
 }
 
 TEST_F(ContentServiceTest, ADesktopWithoutDisplaysIsUnavailable) {
