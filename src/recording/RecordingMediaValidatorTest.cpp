@@ -1,5 +1,6 @@
 #include "recording/RecordingMediaValidator.hpp"
 
+#include "base/SafeFile.hpp"
 #include "model/Errors.hpp"
 #include "support/FaultyFileSystem.hpp"
 #include "support/SyntheticMovie.hpp"
@@ -102,6 +103,29 @@ TEST_F(RecordingMediaValidatorTest, NeedsAMillisecondAtLeast) {
   EXPECT_FALSE(validated(movie({shortest}), 1, 0));
   shortest.endTime = 45;
   EXPECT_EQ(validated(movie({shortest}), 1, 0)->durationMs, 1);
+}
+
+// Sets the durations of all samples in the one table of a finished movie of equally long samples to zero.
+void makeTimeless(const std::string& path) {
+  const std::unique_ptr<OpenFile> file = machineFileSystem().open(path, OpenMode::readWrite);
+  const std::string bytes = readWholeFile(machineFileSystem(), path, 1'000'000);
+  const std::size_t table = bytes.rfind("stts");
+  ASSERT_NE(table, std::string::npos);
+  const std::size_t delta = table + 16; // behind the name, version, number of entries, number of samples
+  const std::string zero(4, '\0');
+  file->write(delta, std::as_bytes(std::span(zero)));
+}
+
+TEST_F(RecordingMediaValidatorTest, TakesTheFallbackWhereTheFileTellsNoLength) {
+  const std::string path = movie({videoOf(1)});
+  const auto lengthWith = [&](const std::string& file, MediaTime fallback) {
+    return RecordingMediaValidator::validateRecording(files, file, fallback, 1, 0, 30).durationMs;
+  };
+  EXPECT_EQ(lengthWith(path, MediaTime::milliseconds(40)), 1);
+  makeTimeless(path);
+  EXPECT_EQ(lengthWith(path, MediaTime::milliseconds(40)), 40);
+  for (const MediaTime useless : {MediaTime(), MediaTime::zero(), MediaTime::milliseconds(-1)})
+    EXPECT_THROW(lengthWith(path, useless), NativeServiceError);
 }
 
 TEST_F(RecordingMediaValidatorTest, KeepsEveryTrackInStepWithTheFirstVideoTrack) {
