@@ -85,6 +85,20 @@ int recordUntilFailure(FragmentedMovieWriter& writer, const std::vector<Appended
   }
 }
 
+TEST(FragmentedMovieCrash, ReportsTheFailedWriteWhenItsTornEndCannotBeCutOffEither) {
+  const std::vector<Appended> samples = pictures(8, 1500, 3, 5);
+  TemporaryDirectory directory;
+  FaultyFileSystem files(machineFileSystem());
+  const auto file = files.open(directory / "movie.mp4", OpenMode::createExclusive);
+  files.inject({FileOperation::write, "", 2, 1, ENOSPC, 13});
+  files.failAlways(FileOperation::truncate, EIO);
+  const auto writer = videoWriter(*file);
+  EXPECT_EQ(recordUntilFailure(*writer, samples), ENOSPC);
+  const Movie movie = readMovie(*file);
+  EXPECT_THAT(movie.tracks[0].samples, SizeIs(3));
+  EXPECT_EQ(movie.usableBytes + 13, static_cast<std::uint64_t>(file->info().sizeBytes));
+}
+
 TEST(FragmentedMovieCrash, StaysFailedAndReadableWhicheverWriteOrSyncFails) {
   const std::vector<Appended> samples = pictures(8, 1500, 3, 5);
   constexpr std::size_t writes = 6; // head, two fragments, the last one, index, header
@@ -112,12 +126,15 @@ TEST(FragmentedMovieCrash, StaysFailedAndReadableWhicheverWriteOrSyncFails) {
 
     const bool isWrite = fault.operation == FileOperation::write;
     if (isWrite && fault.skip < 2) {
+      EXPECT_EQ(file->info().sizeBytes == 0, fault.skip == 0) << "the head stays, a part of it does not";
       EXPECT_EQ(readingError(*file), ContainerError::notAMovie);
       return;
     }
     const std::vector<std::size_t> afterWrite{0, 0, 3, 6, 8, 8};
     const std::vector<std::size_t> afterSync{3, 6, 8, 8};
-    EXPECT_THAT(readMovie(*file).tracks[0].samples, SizeIs((isWrite ? afterWrite : afterSync)[fault.skip]));
+    const Movie movie = readMovie(*file);
+    EXPECT_THAT(movie.tracks[0].samples, SizeIs((isWrite ? afterWrite : afterSync)[fault.skip]));
+    EXPECT_EQ(movie.usableBytes, static_cast<std::uint64_t>(file->info().sizeBytes)) << "a torn end is left";
   };
   for (std::size_t n = 0; n < writes; ++n) {
     check({FileOperation::write, "", n, 1, ENOSPC, std::nullopt});

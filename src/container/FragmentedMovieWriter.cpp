@@ -62,6 +62,7 @@ struct FragmentedMovieWriter::State {
   void releaseHeld(std::size_t track, std::int64_t nextDecodeTime);
   void closeChunk(GrowingTrack& track);
   void requireDescriptions() const;
+  void writeAtEnd(std::span<const std::byte> bytes);
   void writeFragment();
   void writeHead();
   std::vector<std::byte> ordinaryMovieBox() const;
@@ -138,6 +139,20 @@ void FragmentedMovieWriter::State::requireDescriptions() const {
   }
 }
 
+// What a failed write has left behind is cut off: players refuse a file that ends within an index.
+void FragmentedMovieWriter::State::writeAtEnd(std::span<const std::byte> bytes) {
+  try {
+    file.write(fileEnd, bytes);
+  } catch (const FileFailure&) {
+    try {
+      file.truncate(fileEnd);
+    } catch (const FileFailure&) {
+      // The write's failure is the one to report; readMovie passes over a torn end.
+    }
+    throw;
+  }
+}
+
 // The file type, the bytes kept for the finish and the index of the fragmented form.
 void FragmentedMovieWriter::State::writeHead() {
   BoxWriter head;
@@ -150,7 +165,7 @@ void FragmentedMovieWriter::State::writeHead() {
     described.back().presentationStart = track.setup.presentationStart;
   }
   writeMovieBox(head, MovieForm::fragmented, described);
-  file.write(0, head.bytes());
+  writeAtEnd(head.bytes());
   fileEnd = head.size();
 }
 
@@ -163,7 +178,7 @@ void FragmentedMovieWriter::State::writeFragment() {
   if (fragment.isEmpty())
     return;
   const auto [bytes, dataStart] = fragment.assemble(++fragmentCount);
-  file.write(fileEnd, bytes);
+  writeAtEnd(bytes);
   for (const FragmentChunk& chunk : fragment.chunks()) {
     GrowingTrack& track = tracks[chunk.track];
     if (track.table.sampleCount() == 0)
@@ -267,7 +282,7 @@ void FragmentedMovieWriter::finish(std::span<const std::int64_t> endTimes) {
   }
   state.onFile([&] {
     state.writeFragment();
-    state.file.write(state.fileEnd, state.ordinaryMovieBox());
+    state.writeAtEnd(state.ordinaryMovieBox());
     state.file.sync();
     // From here on the fragments are the content of one box of media.
     BoxWriter header;

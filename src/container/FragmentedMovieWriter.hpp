@@ -25,7 +25,7 @@ struct TrackSetup {
 //
 // A sample's duration is the distance to its track's next sample, so one sample of each track is held back
 // until the next one or the end is known. After a crash at any point between two of its writes or syncs the
-// file reads up to its last whole fragment.
+// file reads up to its last whole fragment; a write that fails is taken back, so that it ends with one.
 //
 // Confined to one thread. Throws FileFailure from the file, after which every further call throws the same
 // failure; ContainerFailure for media that cannot be told in this form, named at each operation, with
