@@ -245,6 +245,31 @@ TEST_F(MediaWriterFile, keepsItsFragmentsWhenTheDiskIsFull) {
   EXPECT_TRUE(movie.isFragmented);
 }
 
+// The end of the file is torn where the disk was full; players that know nothing of that must read it.
+TEST_F(MediaWriterFile, playsToTheLastFragmentWhenTheDiskGotFullWithinOne) {
+  begin();
+  rig.files.inject({FileOperation::write, "", 2, FaultyFileSystem::always, ENOSPC, 70});
+  int taken = 0;
+  while (taken < 1000 && append(MediaTime(taken, 10)))
+    ++taken;
+  ASSERT_EQ(writer->status(), MediaWriterStatus::failed);
+  writer.reset();
+  EXPECT_EQ(track().samples.size(), 10U);
+  EXPECT_EQ(outputOf("ffprobe -v error -count_frames -show_entries stream=nb_read_frames -of csv=p=0 '" +
+                     rig.path("a.mp4") + "'"),
+            "10\n");
+}
+
+TEST_F(MediaWriterFile, mayBeAbandonedWhileTheDiskIsFull) {
+  begin();
+  rig.files.failAlways(FileOperation::write, ENOSPC);
+  rig.files.failAlways(FileOperation::truncate, EIO);
+  for (int i = 0; i < 40 && append(MediaTime(i, 10)); ++i)
+    ;
+  writer.reset();
+  EXPECT_TRUE(rig.has("a.mp4"));
+}
+
 TEST_F(MediaWriterFile, failsWhenTheEndCannotBeWritten) {
   begin();
   appendFrames(15);

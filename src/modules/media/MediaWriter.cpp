@@ -28,10 +28,11 @@ MediaWriter::~MediaWriter() {
   if (isFinishing_) {
     for (const auto& track : tracks_)
       track->wait();
-    fileQueue_->sync([] {});
   } else {
     abandonWriting();
   }
+  // The tracks hand over nothing more. What the file still has to do may notify them, so they stay for it.
+  fileQueue_->sync([] {});
   tracks_.clear();
   fileQueue_.reset();
 }
@@ -77,12 +78,10 @@ void MediaWriter::write(std::size_t track, CodedPicture picture, std::int64_t ti
   const std::size_t bytes = picture.sample.size();
   state_.addUnwritten(bytes);
   fileQueue_->async([this, track, picture = std::move(picture), time, bytes] {
-    const bool wasBehind = state_.isDiskBehind();
     // What was coded before a failure is kept.
     if (state_.status() != MediaWriterStatus::cancelled)
       onFile([&] { movie_->append(track, picture, time); });
-    state_.removeUnwritten(bytes);
-    if (wasBehind && !state_.isDiskBehind())
+    if (state_.removeUnwritten(bytes))
       notifyReadiness();
   });
 }

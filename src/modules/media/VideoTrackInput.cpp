@@ -44,7 +44,12 @@ VideoTrackInput::~VideoTrackInput() {
 }
 
 bool VideoTrackInput::isReadyForMoreMediaData() const {
-  return !isFinished_ && state_.isWriting() && waiting_ < longestLine && !state_.isDiskBehind();
+  return hasRoom() && !state_.isDiskBehind();
+}
+
+// Once true, stays so up to the next append unless the writer ends.
+bool VideoTrackInput::hasRoom() const {
+  return !isFinished_ && state_.isWriting() && waiting_ < longestLine;
 }
 
 std::unique_ptr<ReadinessObservation> VideoTrackInput::observeReadiness(std::function<void()> handler) {
@@ -77,7 +82,8 @@ std::optional<std::int64_t> VideoTrackInput::nextTime(MediaTime presentationTime
 
 bool VideoTrackInput::append(std::shared_ptr<const CodablePicture> picture, MediaTime presentationTime) {
   auto own = std::dynamic_pointer_cast<const I420Picture>(std::move(picture));
-  if (!isReadyForMoreMediaData())
+  // The disk may have fallen behind since the caller found the input ready.
+  if (!hasRoom())
     return false;
   const std::optional<std::int64_t> time = nextTime(presentationTime);
   if (!own || own->width() != settings_.width || own->height() != settings_.height || !time) {

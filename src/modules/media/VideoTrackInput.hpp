@@ -55,6 +55,7 @@ class VideoTrackInput final : public VideoInput {
   void notifyReadiness() { observers_.notify(); }
 
  private:
+  bool hasRoom() const;
   void code(const std::shared_ptr<const I420Picture>& picture, std::int64_t time);
   template<class Work> void guarded(const Work& work);
   std::optional<std::int64_t> nextTime(MediaTime presentationTime) const;

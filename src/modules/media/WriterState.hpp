@@ -45,11 +45,14 @@ class WriterState {
   // Coded bytes that have been handed to the file and are not written yet. A disk that does not keep up
   // holds the pictures back before memory fills up.
   void addUnwritten(std::size_t bytes) { unwritten_ += bytes; }
-  void removeUnwritten(std::size_t bytes) { unwritten_ -= bytes; }
-  bool isDiskBehind() const {
-    constexpr std::size_t most = std::size_t{32} << 20;
-    return unwritten_ > most;
+  // True when the disk was behind until now.
+  bool removeUnwritten(std::size_t bytes) {
+    const std::size_t before = unwritten_.fetch_sub(bytes);
+    return before > mostUnwritten && before - bytes <= mostUnwritten;
   }
+  bool isDiskBehind() const { return unwritten_ > mostUnwritten; }
+
+  static constexpr std::size_t mostUnwritten = std::size_t{32} << 20;
 
  private:
   mutable std::mutex mutex_;
