@@ -48,6 +48,32 @@ TEST_F(DiscoveryServer, FailsWhenTheServerDiesWhileItIsAsked) {
   EXPECT_THROW(answer.get(), DesktopFailure);
 }
 
+TEST_F(DiscoveryServer, IsGivenUpWhenItDoesNotAnswer) {
+  startDesktop();
+  const auto impatient =
+      std::make_shared<x11::DisplayServer>(desktop->display(), std::chrono::milliseconds(100));
+  const auto content = x11::makeDesktopContent(impatient);
+  EXPECT_EQ(content->content().displays.size(), 1U);
+  kill(desktop->serverPid(), SIGSTOP);
+  EXPECT_THROW(content->content(), DesktopFailure); // on the connection that there was
+  EXPECT_THROW(content->content(), DesktopFailure); // when a new one is to be opened
+  EXPECT_FALSE(content->hasScreenCaptureAccess());
+  kill(desktop->serverPid(), SIGCONT);
+  // What was given up has not been left half done.
+  EXPECT_EQ(discovery->content().displays.size(), 1U);
+  EXPECT_TRUE(x11::makeDesktopContent(server)->hasScreenCaptureAccess());
+}
+
+TEST_F(DiscoveryServer, ShowsTheScreenThatTheDisplayNames) {
+  startDesktop({.serverArguments = {"-screen", "1", "400x300x24"}});
+  x11::Connection first(desktop->display() + ".0");
+  x11::Connection second(desktop->display() + ".1");
+  EXPECT_EQ(first.screenNumber(), 0);
+  EXPECT_EQ(first.screen().width_in_pixels, 1280);
+  EXPECT_EQ(second.screenNumber(), 1);
+  EXPECT_EQ(second.screen().width_in_pixels, 400);
+}
+
 TEST_F(DiscoveryServer, IsAskedAsOftenForManyWindowsAsForOne) {
   startDesktop({.hasWindowManager = true});
   const auto roundTripsWith = [&](std::size_t count) {

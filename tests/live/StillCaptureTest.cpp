@@ -118,15 +118,47 @@ TEST_F(StillCapture, ReadsTheSameByEveryTransport) {
 TEST_F(StillCapture, TurnsPointsIntoPixelsByTheDisplaysScale) {
   start();
   open(photo);
-  x11::Connection connection(desktop->display());
-  const std::string resources = "Xft.dpi:\t144\n";
-  xcb_change_property(connection.get(), XCB_PROP_MODE_REPLACE, connection.root(), XCB_ATOM_RESOURCE_MANAGER,
-                      XCB_ATOM_STRING, 8, static_cast<std::uint32_t>(resources.size()), resources.data());
-  connection.sync();
+  setResolution(desktop->display(), "144");
   EXPECT_EQ(capturer->pointPixelScale({}), 1.5);
   // 21, 4 to 51, 25 in pixels, of which no third is a binary fraction.
   const auto picture = capture(RectDTO{14, 4 / 1.5, 20, 14});
   EXPECT_TRUE(areSame(picture, cut(screen(), 21, 4, 30, 21)));
+}
+
+TEST_F(StillCapture, CountsFromTheCornerOfItsOwnDisplay) {
+  start();
+  open(photo);
+  desktop->run({"xrandr", "--setmonitor", "left", "301/80x481/130+0+0", "screen"});
+  desktop->run({"xrandr", "--setmonitor", "right", "339/90x400/110+301+81", "none"});
+  setResolution(desktop->display(), "144");
+  display = displayAt(desktop->display(), 301);
+  EXPECT_TRUE(areSame(capture(), cut(screen(), 301, 81, 339, 400)));
+  EXPECT_TRUE(
+      areSame(capture(RectDTO{10 / 1.5, 20 / 1.5, 33 / 1.5, 41 / 1.5}), cut(screen(), 311, 101, 33, 41)));
+  auto& host = open({"--style", "override", "--colour", "ffff0000", "--size", "50x50", "--at", "320,110"});
+  host.command("unmap");
+  const auto before = screen();
+  host.command("map");
+  EXPECT_TRUE(areSame(capture(RectDTO{10 / 1.5, 20 / 1.5, 33 / 1.5, 41 / 1.5}, {host.pid()}),
+                      cut(before, 311, 101, 33, 41)));
+  display = displayAt(desktop->display(), 0);
+  EXPECT_TRUE(areSame(capture(std::nullopt, {host.pid()}), cut(before, 0, 0, 301, 481)));
+}
+
+TEST_F(StillCapture, FailsWhenTheServerDoesNotAnswer) {
+  start();
+  auto& window = open(photo);
+  const auto impatient =
+      std::make_shared<x11::DisplayServer>(desktop->display(), std::chrono::milliseconds(100));
+  capturer = x11::makeStillCapturer(impatient, clock);
+  EXPECT_TRUE(areSame(capture(), screen()));
+  kill(desktop->serverPid(), SIGSTOP);
+  EXPECT_THROW(capture(), CaptureFailure);
+  EXPECT_THROW(capture(std::nullopt, {1}), CaptureFailure);
+  EXPECT_THROW(captureWindow(window), CaptureFailure);
+  EXPECT_THROW(capturer->pointPixelScale({}), CaptureFailure);
+  kill(desktop->serverPid(), SIGCONT);
+  EXPECT_TRUE(eventually([&] { return areSame(capture(), screen()); }));
 }
 
 TEST_F(StillCapture, ShowsThePointerOnlyWhenAsked) {

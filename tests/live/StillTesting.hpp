@@ -110,6 +110,26 @@ inline void ignoreBrokenPipes() {
   std::signal(SIGPIPE, SIG_IGN);
 }
 
+// As desktops set it for text.
+inline void setResolution(const std::string& display, const std::string& dotsPerInch) {
+  x11::Connection connection(display);
+  const auto resources = "Xft.dpi:\t" + dotsPerInch + "\n";
+  xcb_change_property(connection.get(), XCB_PROP_MODE_REPLACE, connection.root(), XCB_ATOM_RESOURCE_MANAGER,
+                      XCB_ATOM_STRING, 8, static_cast<std::uint32_t>(resources.size()), resources.data());
+  connection.sync();
+}
+
+// The number of the display whose left edge is there, in pixels.
+inline std::uint32_t displayAt(const std::string& display, int x) {
+  x11::Connection connection(display);
+  for (const auto& each : x11::DisplayQuery(connection).result().displays) {
+    if (each.bounds.x == x) {
+      return each.id;
+    }
+  }
+  throw std::runtime_error("no such display");
+}
+
 inline std::uint32_t firstDisplay(const std::string& display) {
   x11::Connection connection(display);
   return x11::DisplayQuery(connection).result().displays.at(0).id;

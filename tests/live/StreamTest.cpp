@@ -187,6 +187,47 @@ TEST_F(Stream, AddsOrDropsASingleColumnAndRowForTheSizeAskedFor) {
   EXPECT_TRUE(areSame(receiver->last().pixels, content));
 }
 
+TEST_F(Stream, ShowsItsPartOfASecondDisplayAndThePointerThere) {
+  start();
+  open(photo);
+  desktop->run({"xrandr", "--setmonitor", "left", "301/80x481/130+0+0", "screen"});
+  desktop->run({"xrandr", "--setmonitor", "right", "339/90x400/110+301+81", "none"});
+  setResolution(desktop->display(), "144");
+  filter.displayID = displayAt(desktop->display(), 301);
+  configuration.sourceRect = {10 / 1.5, 20 / 1.5, 121 / 1.5, 91 / 1.5};
+  configuration.width = 122;
+  configuration.height = 92;
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(1));
+  EXPECT_TRUE(areSame(cut(receiver->last().pixels, 0, 0, 121, 91), cut(screen(), 311, 101, 121, 91)));
+
+  auto& beside = open({"--style", "override", "--colour", "ff00ff00", "--size", "10x10", "--at", "301,101"});
+  beside.command("paint ff00ff01");
+  EXPECT_FALSE(receiver->hasCome(2, silence));
+  open({"--style", "override", "--colour", "ff00ff00", "--size", "10x10", "--at", "422,182"});
+  EXPECT_TRUE(receiver->becomes([](const Pixels& pixels) { return pixels.at(120, 90) == 0x00FF00; }));
+  const auto content = cut(screen(), 311, 101, 121, 91);
+  EXPECT_TRUE(areSame(cut(receiver->last().pixels, 0, 0, 121, 91), content));
+
+  desktop->run({"xsetroot", "-cursor_name", "left_ptr"});
+  desktop->run({"xdotool", "mousemove", "361", "131"});
+  configuration.showsCursor = true;
+  receiver = std::make_shared<StreamReceiver>();
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(1));
+  const auto picture = receiver->last().pixels;
+  int differing = 0;
+  for (int y = 0; y < 91; ++y) {
+    for (int x = 0; x < 121; ++x) {
+      if (picture.at(x, y) != content.at(x, y)) {
+        ++differing;
+        EXPECT_TRUE(x >= 46 && x < 82 && y >= 26 && y < 62) << x << "," << y;
+      }
+    }
+  }
+  EXPECT_GT(differing, 20);
+}
+
 TEST_F(Stream, KeepsDeliveringWhatIsLeftOfItsRectangleWhenTheScreenShrinks) {
   start();
   open(photo);
@@ -391,6 +432,39 @@ TEST_F(Stream, StopsAlsoWhenTheServerHangs) {
   EXPECT_LT((clock.now() - before).wholeMilliseconds(), 3000);
   EXPECT_EQ(end->count(), 0);
   kill(desktop->serverPid(), SIGCONT);
+}
+
+TEST_F(Stream, OutlastsAServerThatHangsForAWhile) {
+  start();
+  open({"--style", "override", "--paint", "counter"});
+  factory = x11::makeScreenStreamFactory(
+      std::make_shared<x11::DisplayServer>(desktop->display(), std::chrono::milliseconds(100)), clock);
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(3));
+  kill(desktop->serverPid(), SIGSTOP);
+  EXPECT_FALSE(receiver->hasCome(receiver->count() + 20, silence));
+  // But none is begun.
+  EXPECT_THROW(factory->makeStream(filter, configuration, end), CaptureFailure);
+  kill(desktop->serverPid(), SIGCONT);
+  EXPECT_TRUE(receiver->hasCome(receiver->count() + 20));
+  EXPECT_EQ(end->count(), 0);
+}
+
+TEST_F(Stream, MayBeStoppedBySeveralThreadsAtOnce) {
+  start();
+  open(photo);
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(1));
+  kill(desktop->serverPid(), SIGSTOP);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([this] { EXPECT_NO_THROW(stream->stopCapture()); });
+  }
+  for (auto& thread : threads) {
+    thread.join();
+  }
+  kill(desktop->serverPid(), SIGCONT);
+  EXPECT_EQ(end->count(), 0);
 }
 
 TEST_F(Stream, GivesALaterOutputThePresentPictureAndARemovedOneNoMore) {

@@ -7,8 +7,17 @@
 #include <xcb/res.h>
 #include <xcb/shape.h>
 #include <xcb/shm.h>
+#include <xcb/xcbext.h>
 #include <xcb/xfixes.h>
 
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 namespace tessarin::x11 {
@@ -23,10 +32,55 @@ const std::array<xcb_extension_t*, extensionCount>& extensionHandles() {
   return handles;
 }
 
+// The handshake waits for the server without end, so that it is left to a thread that can be left behind.
+class Handshake {
+ public:
+  static xcb_connection_t* made(const std::optional<std::string>& displayName, Connection::Patience patience,
+                                int& screenNumber) {
+    if (!patience) {
+      return xcb_connect(displayName ? displayName->c_str() : nullptr, &screenNumber);
+    }
+    const auto handshake = std::make_shared<Handshake>();
+    try {
+      std::thread([handshake, displayName] { handshake->make(displayName); }).detach();
+    } catch (const std::system_error&) {
+      throw DesktopFailure();
+    }
+    std::unique_lock lock(handshake->mutex_);
+    handshake->isAbandoned_ =
+        !handshake->done_.wait_for(lock, *patience, [&] { return handshake->connection_ != nullptr; });
+    if (handshake->isAbandoned_) {
+      throw DesktopFailure();
+    }
+    screenNumber = handshake->screenNumber_;
+    return handshake->connection_;
+  }
+
+ private:
+  void make(const std::optional<std::string>& displayName) {
+    int screenNumber = 0;
+    auto* connection = xcb_connect(displayName ? displayName->c_str() : nullptr, &screenNumber);
+    const std::lock_guard lock(mutex_);
+    if (isAbandoned_) {
+      xcb_disconnect(connection);
+      return;
+    }
+    connection_ = connection;
+    screenNumber_ = screenNumber;
+    done_.notify_one();
+  }
+
+  std::mutex mutex_;
+  std::condition_variable done_;
+  xcb_connection_t* connection_ = nullptr; // the rest is guarded by mutex_
+  int screenNumber_ = 0;
+  bool isAbandoned_ = false;
+};
+
 } // namespace
 
-Connection::Connection(const std::optional<std::string>& displayName)
-    : connection_(xcb_connect(displayName ? displayName->c_str() : nullptr, &screenNumber_)) {
+Connection::Connection(const std::optional<std::string>& displayName, Patience patience)
+    : patience_(patience), connection_(Handshake::made(displayName, patience, screenNumber_)) {
   try {
     requireAlive();
     findScreen();
@@ -116,14 +170,59 @@ void Connection::agree() {
   take(Extension::xfixes, xcb_xfixes_query_version_reply, xfixes);
 }
 
+Connection::Answer Connection::await(unsigned int sequence) {
+  willWait(sequence);
+  const auto start = std::chrono::steady_clock::now();
+  Answer answer;
+  xcb_generic_error_t* error = nullptr;
+  bool isSent = false;
+  while (xcb_poll_for_reply(connection_, sequence, &answer.reply, &error) == 0) {
+    if (!isSent) {
+      isSent = true;
+      xcb_flush(connection_);
+    }
+    waitForInput(start);
+  }
+  answer.error.reset(error);
+  if (!answer.reply && !answer.error) {
+    throw DesktopFailure();
+  }
+  return answer;
+}
+
+// Takes in what the server sends next. When patience is at its end the connection is cut, which ends all
+// waiting on it.
+void Connection::waitForInput(std::chrono::steady_clock::time_point start) {
+  using std::chrono::milliseconds;
+  int left = -1;
+  if (patience_) {
+    const auto waited = std::chrono::steady_clock::now() - start;
+    left = static_cast<int>(
+        std::max(milliseconds(0), *patience_ - std::chrono::floor<milliseconds>(waited)).count());
+  }
+  pollfd input{descriptor(), POLLIN, 0};
+  if (poll(&input, 1, left) == 0) {
+    shutdown(descriptor(), SHUT_RDWR);
+  }
+  // Only taking events reads from the server.
+  while (auto* event = xcb_poll_for_event(connection_)) {
+    events_.emplace_back(event);
+  }
+}
+
 bool Connection::succeeded(xcb_void_cookie_t cookie) {
-  willWait(cookie.sequence);
+  sync();
   const Owned<xcb_generic_error_t> error(xcb_request_check(connection_, cookie));
   requireAlive();
   return !error;
 }
 
 Owned<xcb_generic_event_t> Connection::pollEvent() {
+  if (!events_.empty()) {
+    auto first = std::move(events_.front());
+    events_.pop_front();
+    return first;
+  }
   Owned<xcb_generic_event_t> event(xcb_poll_for_event(connection_));
   if (!event) {
     requireAlive();
@@ -141,7 +240,8 @@ void Connection::sync() {
   required(xcb_get_input_focus_reply, xcb_get_input_focus(connection_));
 }
 
-// A request without effect tells how far the numbering has come; requests up to there share this wait.
+// Counts. A request without effect tells how far the numbering has come; requests up to there share this
+// wait.
 void Connection::willWait(unsigned int sequence) {
   if (roundTrips_ == 0 || static_cast<int>(sequence - answeredThrough_) > 0) {
     ++roundTrips_;
@@ -155,7 +255,8 @@ void Connection::requireAlive() const {
   }
 }
 
-DisplayServer::DisplayServer(std::optional<std::string> displayName) : displayName_(std::move(displayName)) {}
+DisplayServer::DisplayServer(std::optional<std::string> displayName, Connection::Patience patience)
+    : displayName_(std::move(displayName)), patience_(patience) {}
 
 Connection& DisplayServer::connection() {
   if (!connection_ || connection_->isLost()) {
@@ -165,7 +266,7 @@ Connection& DisplayServer::connection() {
 }
 
 std::unique_ptr<Connection> DisplayServer::open() const {
-  return std::make_unique<Connection>(displayName_);
+  return std::make_unique<Connection>(displayName_, patience_);
 }
 
 } // namespace tessarin::x11

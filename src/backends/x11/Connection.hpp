@@ -6,11 +6,14 @@
 #include <xcb/xcb.h>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 // The connection to the X server on which every service of this room stands.
 namespace tessarin::x11 {
@@ -44,11 +47,18 @@ struct ExtensionInfo {
 // becomes a DesktopFailure everywhere. Send all requests of a step first, then fetch the replies: a step
 // then costs one round trip however many requests it has.
 //
+// A server that is there but does not answer within the connection's patience counts as lost, and stays so.
+//
 // A lost server raises SIGPIPE on the next write; the process must ignore that signal.
 class Connection {
  public:
+  using Patience = std::optional<std::chrono::milliseconds>; // nothing: without end
+  // Far longer than a client may reasonably keep the server to itself.
+  static constexpr std::chrono::milliseconds usualPatience = std::chrono::seconds(10);
+
   // Opens the display named, or the one of the environment. Throws DesktopFailure.
-  explicit Connection(const std::optional<std::string>& displayName = std::nullopt);
+  explicit Connection(const std::optional<std::string>& displayName = std::nullopt,
+                      Patience patience = usualPatience);
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -63,23 +73,25 @@ class Connection {
   xcb_atom_t atom(Atom name) const { return atoms_[static_cast<std::size_t>(name)]; }
   const ExtensionInfo& extension(Extension name) const { return extensions_[static_cast<std::size_t>(name)]; }
 
+  // For a connection whose owner cuts it by its descriptor when it has waited enough.
+  void setPatience(Patience patience) { patience_ = patience; }
+
   // The resource's owner, as the part of its number that all resources of one client share.
   std::uint32_t clientBase(std::uint32_t resource) const { return resource & ~setup().resource_id_mask; }
 
-  // The reply; null when the server refused the request, as it does for a window that is gone. Throws
-  // DesktopFailure when the server is lost.
+  // The reply; null when the server refused the request, as it does for a window that is gone, and the
+  // refusal is told to those who ask. Throws DesktopFailure when the server is lost. The function tells the
+  // reply's type.
   //
   //   auto geometry = connection.reply(xcb_get_geometry_reply, xcb_get_geometry(connection.get(), window));
   template<class Reply, class Cookie>
-  Owned<Reply> reply(Reply* (*fetch)(xcb_connection_t*, Cookie, xcb_generic_error_t**), Cookie cookie) {
-    willWait(cookie.sequence);
-    xcb_generic_error_t* error = nullptr;
-    Owned<Reply> result(fetch(connection_, cookie, &error));
-    const Owned<xcb_generic_error_t> ownedError(error);
-    if (!result && !error) {
-      throw DesktopFailure();
+  Owned<Reply> reply(Reply* (* /*fetch*/)(xcb_connection_t*, Cookie, xcb_generic_error_t**), Cookie cookie,
+                     Owned<xcb_generic_error_t>* refusal = nullptr) {
+    auto answer = await(cookie.sequence);
+    if (refusal) {
+      *refusal = std::move(answer.error);
     }
-    return result;
+    return Owned<Reply>(static_cast<Reply*>(answer.reply));
   }
 
   // As above; a refused request is a DesktopFailure too.
@@ -115,14 +127,24 @@ class Connection {
   std::uint64_t roundTrips() const { return roundTrips_; }
 
  private:
+  // One of the two is there.
+  struct Answer {
+    void* reply = nullptr; // the caller's
+    Owned<xcb_generic_error_t> error;
+  };
+
   void findScreen();
   void agree();
+  Answer await(unsigned int sequence);
+  void waitForInput(std::chrono::steady_clock::time_point start);
   void willWait(unsigned int sequence);
   void requireAlive() const;
 
+  Patience patience_;
+  int screenNumber_ = 0; // opening the connection sets it
   xcb_connection_t* connection_ = nullptr;
+  std::deque<Owned<xcb_generic_event_t>> events_; // that came before a reply
   const xcb_screen_t* screen_ = nullptr;
-  int screenNumber_ = 0;
   std::array<xcb_atom_t, atomCount> atoms_{};
   std::array<ExtensionInfo, extensionCount> extensions_{};
   std::uint64_t roundTrips_ = 0;
@@ -133,7 +155,8 @@ class Connection {
 class DisplayServer {
  public:
   // Nothing means the display that the environment names.
-  explicit DisplayServer(std::optional<std::string> displayName = std::nullopt);
+  explicit DisplayServer(std::optional<std::string> displayName = std::nullopt,
+                         Connection::Patience patience = Connection::usualPatience);
 
   // The shared connection; opened anew when the last one was lost. Throws DesktopFailure.
   Connection& connection();
@@ -142,6 +165,7 @@ class DisplayServer {
 
  private:
   std::optional<std::string> displayName_;
+  Connection::Patience patience_;
   std::unique_ptr<Connection> connection_;
 };
 

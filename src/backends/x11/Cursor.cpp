@@ -42,6 +42,8 @@ void Cursor::observe() {
   if (connection_.extension(Extension::xfixes).isPresent) {
     xcb_xfixes_select_cursor_input(xcb, connection_.root(), XCB_XFIXES_CURSOR_NOTIFY_MASK_DISPLAY_CURSOR);
   }
+  xcb_prefetch_extension_data(xcb, &xcb_input_id);
+  connection_.sync(); // whose waiting has an end, unlike that for an extension's data
   const auto* input = xcb_get_extension_data(xcb, &xcb_input_id);
   if (!input || !input->present ||
       !connection_.reply(xcb_input_xi_query_version_reply, xcb_input_xi_query_version(xcb, 2, 2))) {
@@ -92,13 +94,9 @@ void Cursor::collect() {
 }
 
 void Cursor::takeShape() {
-  xcb_generic_error_t* error = nullptr;
-  const Owned<xcb_xfixes_get_cursor_image_reply_t> image(
-      xcb_xfixes_get_cursor_image_reply(connection_.get(), *std::exchange(image_, std::nullopt), &error));
-  const Owned<xcb_generic_error_t> refusal(error);
-  if (!image && !refusal) {
-    throw DesktopFailure();
-  }
+  Owned<xcb_generic_error_t> refusal;
+  const auto image =
+      connection_.reply(xcb_xfixes_get_cursor_image_reply, *std::exchange(image_, std::nullopt), &refusal);
   isShapeKnown_ = true;
   if (image) {
     width_ = image->width;

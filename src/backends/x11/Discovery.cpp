@@ -4,6 +4,8 @@
 #include "backends/x11/Displays.hpp"
 #include "backends/x11/Windows.hpp"
 
+#include <algorithm>
+#include <functional>
 #include <utility>
 
 namespace tessarin::x11 {
@@ -18,22 +20,22 @@ std::string nameOf(const std::optional<RunningApplication>& application) {
 }
 
 // The desktop itself is no entry of the list. Icons lie in front of the dock that holds them.
-void appendEntries(const TopLevelWindow& window, double scale, const DiscoveryApplications& applications,
-                   std::vector<WindowListEntry>& list) {
+void appendEntries(const TopLevelWindow& window, const std::function<RectDTO(const PixelRect&)>& points,
+                   const DiscoveryApplications& applications, std::vector<WindowListEntry>& list) {
   if (window.layer < 0) {
     return;
   }
   for (auto icon = window.icons.rbegin(); icon != window.icons.rend(); ++icon) {
     list.push_back({.number = icon->window,
                     .layer = WindowLayer::statusItem,
-                    .bounds = pointsFromPixels(icon->bounds, scale),
+                    .bounds = points(icon->bounds),
                     .ownerName = nameOf(applications.of(icon->owner)),
                     .name = icon->title.value_or("")});
   }
   const bool isMenuBar = window.layer == WindowLayer::menuBar;
   list.push_back({.number = window.client,
                   .layer = window.layer,
-                  .bounds = pointsFromPixels(window.bounds, scale),
+                  .bounds = points(window.bounds),
                   .ownerName = isMenuBar ? menuBarOwner : nameOf(applications.of(window.owner)),
                   .name = window.title.value_or("")});
 }
@@ -58,19 +60,24 @@ class Discovery final : public DesktopContent {
     const DiscoveryApplications applications(windows);
 
     ShareableContent content;
+    double factor = layout.scale;
     for (const auto& display : layout.displays) {
-      content.displays.push_back(
-          {display.id, displayPointsFromPixels(display.bounds, layout.scale), layout.scale, display.isMain});
+      const auto frame = displayPointsFromPixels(display.bounds, layout.scale);
+      content.displays.push_back({display.id, frame, layout.scale, display.isMain});
+      factor = std::max(factor, display.bounds.width / frame.width);
     }
+    const auto points = [&](const PixelRect& pixels) {
+      return pointsFromPixels(pixels, layout.scale, factor);
+    };
     auto& list = content.windowList.emplace();
     for (auto window = windows.rbegin(); window != windows.rend(); ++window) {
       content.windows.push_back({.windowID = window->client,
-                                 .frame = pointsFromPixels(window->bounds, layout.scale),
+                                 .frame = points(window->bounds),
                                  .title = window->title,
                                  .windowLayer = window->layer,
                                  .isOnScreen = true,
                                  .owningApplication = applications.of(window->owner)});
-      appendEntries(*window, layout.scale, applications, list);
+      appendEntries(*window, points, applications, list);
     }
     content.applications = applications.all();
     return content;

@@ -20,11 +20,19 @@ std::string_view withoutBlanks(std::string_view text) {
   return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-// The largest length that gives the pixels again in both ways in which readers compute them: by the scale,
-// and by the ratio of the pixels to the length.
-double lengthInPoints(std::int32_t pixels, double scale) {
+// The largest length that gives the pixels again by the factor.
+double lengthInPoints(std::int32_t pixels, double scale, double factor) {
   double length = pixels / scale;
-  while (length > 0 && (length * scale > pixels || length * (pixels / length) > pixels)) {
+  while (length > 0 && length * factor > pixels) {
+    length = std::nextafter(length, 0.0);
+  }
+  return length;
+}
+
+// And by the ratio of the pixels to the length, by which readers compute it again.
+double displayLengthInPoints(std::int32_t pixels, double scale) {
+  double length = lengthInPoints(pixels, scale, scale);
+  while (length > 0 && length * (pixels / length) > pixels) {
     length = std::nextafter(length, 0.0);
   }
   return length;
@@ -60,13 +68,14 @@ double scaleFromResources(std::string_view resources) {
   return scale;
 }
 
-RectDTO pointsFromPixels(const PixelRect& pixels, double scale) {
-  return {pixels.x / scale, pixels.y / scale, pixels.width / scale, pixels.height / scale};
+RectDTO pointsFromPixels(const PixelRect& pixels, double scale, double factor) {
+  return {pixels.x / scale, pixels.y / scale, lengthInPoints(pixels.width, scale, factor),
+          lengthInPoints(pixels.height, scale, factor)};
 }
 
 RectDTO displayPointsFromPixels(const PixelRect& pixels, double scale) {
-  return {pixels.x / scale, pixels.y / scale, lengthInPoints(pixels.width, scale),
-          lengthInPoints(pixels.height, scale)};
+  return {pixels.x / scale, pixels.y / scale, displayLengthInPoints(pixels.width, scale),
+          displayLengthInPoints(pixels.height, scale)};
 }
 
 DisplayQuery::DisplayQuery(Connection& connection)

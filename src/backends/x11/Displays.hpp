@@ -32,7 +32,10 @@ struct PixelRect {
 // not set or no number. In single precision, in which the scale travels.
 double scaleFromResources(std::string_view resources);
 
-RectDTO pointsFromPixels(const PixelRect& pixels, double scale);
+// Of windows and elements: the size in points gives the pixel size again when it is multiplied by `factor`
+// and rounded up. That is the largest ratio of pixels to points of any display, which rounding may set a
+// little above the scale.
+RectDTO pointsFromPixels(const PixelRect& pixels, double scale, double factor);
 // Of a display: the size in points gives the pixel size again when it is multiplied by the scale and rounded
 // up, also for scales that no binary fraction expresses.
 RectDTO displayPointsFromPixels(const PixelRect& pixels, double scale);

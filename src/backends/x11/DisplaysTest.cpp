@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 namespace tessarin::x11 {
@@ -51,8 +52,25 @@ TEST(Displays, GiveTheirPixelSizeAgainFromPointsAtEveryScale) {
   }
 }
 
+TEST(Displays, GiveThePixelSizesOfWindowsAgainByTheirOwnRatioAtEveryScale) {
+  for (int dotsPerInch = 96; dotsPerInch <= 384; ++dotsPerInch) {
+    const double scale = scaleFromResources("Xft.dpi:" + std::to_string(dotsPerInch));
+    for (const int displayWidth : {640, 1080, 1366, 1920, 2560, 3840}) {
+      const double factor =
+          std::max(scale, displayWidth / displayPointsFromPixels({0, 0, displayWidth, 1}, scale).width);
+      for (const int pixels : {1, 2, 37, 301, 640, 1000, 1333, 1919}) {
+        const auto points = pointsFromPixels({0, 0, pixels, pixels}, scale, factor);
+        ASSERT_EQ(std::ceil(points.width * factor), pixels) << dotsPerInch << " on " << displayWidth;
+        ASSERT_EQ(std::ceil(points.width * scale), pixels) << dotsPerInch << " on " << displayWidth;
+        ASSERT_NEAR(points.width, pixels / scale, 1e-9);
+        ASSERT_EQ(points.height, points.width);
+      }
+    }
+  }
+}
+
 TEST(Displays, MeasureInPointsWhatIsGivenInPixels) {
-  EXPECT_EQ(pointsFromPixels({-3, 5, 101, 200}, 2), (RectDTO{-1.5, 2.5, 50.5, 100}));
+  EXPECT_EQ(pointsFromPixels({-3, 5, 101, 200}, 2, 2), (RectDTO{-1.5, 2.5, 50.5, 100}));
   EXPECT_EQ(displayPointsFromPixels({1920, 0, 1920, 1080}, 1.5), (RectDTO{1280, 0, 1280, 720}));
 }
 

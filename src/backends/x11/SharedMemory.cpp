@@ -149,26 +149,22 @@ std::optional<PixelBuffer> PixelReader::systemNumberBuffer(std::size_t bytes) {
   if (number < 0) {
     return std::nullopt;
   }
-  void* data = shmat(number, nullptr, 0);
+  std::shared_ptr<PixelMemory> memory;
+  if (void* data = shmat(number, nullptr, 0); reinterpret_cast<std::intptr_t>(data) != -1) {
+    memory = std::make_shared<AttachedMemory>(data, bytes);
+  }
   const auto segment = xcb_generate_id(connection_.get());
   bool isAttached = false;
   try {
-    isAttached = reinterpret_cast<std::intptr_t>(data) != -1 &&
-                 connection_.succeeded(xcb_shm_attach_checked(connection_.get(), segment,
-                                                              static_cast<std::uint32_t>(number), 0));
+    isAttached = memory && connection_.succeeded(xcb_shm_attach_checked(
+                               connection_.get(), segment, static_cast<std::uint32_t>(number), 0));
   } catch (const DesktopFailure&) {
     shmctl(number, IPC_RMID, nullptr);
     throw;
   }
   // Attached or not, the number goes away with the last process that holds the memory.
   shmctl(number, IPC_RMID, nullptr);
-  if (!isAttached) {
-    if (reinterpret_cast<std::intptr_t>(data) != -1) {
-      shmdt(data);
-    }
-    return std::nullopt;
-  }
-  return PixelBuffer(connection_, std::make_shared<AttachedMemory>(data, bytes), segment);
+  return isAttached ? std::optional(PixelBuffer(connection_, std::move(memory), segment)) : std::nullopt;
 }
 
 PixelReader::Pending PixelReader::request(xcb_drawable_t drawable, const PixelRect& rectangle,

@@ -100,7 +100,9 @@ class X11ScreenStream final : public ScreenStream {
       shutdown(descriptor_, SHUT_RDWR);
       finished_.wait(lock, [this] { return hasFinished_; });
     }
-    thread_.join();
+    if (thread_.joinable()) { // another caller may have joined it meanwhile
+      thread_.join();
+    }
   }
 
   void run() {

@@ -108,6 +108,8 @@ StreamCapture::StreamCapture(std::unique_ptr<Connection> connection, const HostC
   if (source_->area().isEmpty()) {
     throw CaptureFailure();
   }
+  // A server that one client keeps to itself for a while ends no recording; the stream's owner can stop it.
+  connection_->setPatience(std::nullopt);
 }
 
 void StreamCapture::takeEvents() {
