@@ -253,6 +253,16 @@ TEST_F(CameraCompositeRecorderTest, AStaticScreenIsRepeatedAtTheTimersPace) {
   EXPECT_EQ(framesTold, 3);
 }
 
+TEST_F(CameraCompositeRecorderTest, TheTimerTakesTheWholeNanosecondsOfAnInterval) {
+  settings.frameRate = 30;
+  makeAttached();
+  deliver(1, 0ms);
+  advanceTo(66'666'667ns); // the timer at 66,666,666 ns came within two intervals
+  EXPECT_EQ(file().appends(), "1@0/30");
+  advanceTo(99'999'999ns);
+  EXPECT_EQ(file().appends(), "1@0/30 1@99999999/1000000000");
+}
+
 TEST_F(CameraCompositeRecorderTest, HeartbeatsKeepOneAndAQuarterIntervalsApart) {
   makeAttached();
   deliver(1, 0ms);

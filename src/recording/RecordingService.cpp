@@ -105,6 +105,11 @@ void RecordingService::runAvailable(const RecordingRequestDTO& request, ControlI
   if (settings.camera)
     throw serviceErrors::cameraUnavailable();
 
+  // The stream delivers pictures only, which is known before anything is made on disk.
+  stage = RecordingStage::startCapture;
+  if (settings.systemAudio)
+    throw serviceErrors::recordingFailed();
+
   stage = RecordingStage::prepareOutput;
   checkOutputDirectory(environment_.files, RecordingSessionPaths(request.outputDirectory));
   RecordingSegmentStore store(environment_.files, request.sessionID, request.outputDirectory);

@@ -1,8 +1,6 @@
 // Starting a recording: every refusal with its stage, and that it leaves nothing behind.
 
-#include "support/RecordingRig.hpp"
-
-#include <gmock/gmock.h>
+#include "recording/RecordingServiceTesting.hpp"
 
 #include <unistd.h>
 
@@ -11,25 +9,18 @@
 namespace tessarin {
 namespace {
 
+using namespace tessarin::testing;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using Rig = testing::RecordingRig;
-
-std::string failedEvent(const std::string& code, const std::string& message) {
-  return R"({"error":{"code":")" + code + R"(","message":")" + message +
-         R"(","recoverable":true},"event":"failed","schemaVersion":2,"sessionId":"ID"})";
-}
-
-const std::string recordingFailedEvent =
-    failedEvent("recordingFailed", "The screen recording could not be completed.");
+using Rig = RecordingRig;
 
 // The session fails before its first event of any other kind, and nothing is left running.
 void expectFailedStart(Rig& rig, const std::string& stage, const std::string& code,
                        const std::string& message) {
   EXPECT_EQ(rig.run(), 1);
-  EXPECT_THAT(rig.events(), ElementsAre(failedEvent(code, message)));
-  EXPECT_EQ(rig.lastDiagnostics(), "tessarin-native recording-failed stage=" + stage + " nativeCode=" + code);
+  EXPECT_THAT(rig.events(), ElementsAre(failed(code, message)));
+  EXPECT_EQ(rig.lastDiagnostics(), failedLine(stage, code));
   EXPECT_EQ(rig.scheduler.timerCount(), 0u);
   EXPECT_EQ(rig.scheduler.pendingCount(), 0u);
   if (!rig.streams.streams.empty()) {
@@ -94,8 +85,8 @@ TEST_P(RecordingServiceBadRequestTest, IsRefusedBeforeAnythingIsTouched) {
 
 void makeWindow(RecordingRequestDTO& request) {
   request.kind = CaptureKind::window;
-  request.windowID = testing::sampleWindow().id;
-  request.rectPoints = testing::sampleWindow().framePoints;
+  request.windowID = sampleWindow().id;
+  request.rectPoints = sampleWindow().framePoints;
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -156,12 +147,11 @@ TEST(RecordingServiceStart, SourcesThatThisMachineCannotOfferAreRefused) {
                 "The selected camera is unavailable. Finalized screen recording segments were preserved.");
 }
 
-TEST(RecordingServiceStart, SystemAudioFailsWhereItsCaptureWouldStart) {
+TEST(RecordingServiceStart, SystemAudioIsRefusedAsACaptureThatCannotStart) {
   Rig rig;
   rig.request.settings.systemAudio = true;
-  expectGenericFailedStart(rig, "start-capture");
-  EXPECT_THAT(rig.stream().calls, IsEmpty());
-  EXPECT_TRUE(rig.stream().configuration.capturesAudio);
+  expectRefused(rig, "start-capture", "recordingFailed", "The screen recording could not be completed.");
+  EXPECT_THAT(rig.media.files, IsEmpty());
 }
 
 // ---- The directory
@@ -176,9 +166,9 @@ TEST(RecordingServiceStart, TheDirectoryMustExist) {
 TEST(RecordingServiceStart, TheDirectoryMustBeNoFile) {
   Rig rig;
   ASSERT_EQ(::rmdir(rig.request.outputDirectory.c_str()), 0);
-  rig.directory.write(testing::sampleSessionID, "a file");
+  rig.directory.write(sampleSessionID, "a file");
   expectGenericFailedStart(rig, "prepare-output");
-  EXPECT_EQ(rig.directory.read(testing::sampleSessionID), "a file");
+  EXPECT_EQ(rig.directory.read(sampleSessionID), "a file");
 }
 
 TEST(RecordingServiceStart, TheDirectoryMustBeNoLinkEvenWithASlashBehindIt) {
@@ -197,10 +187,10 @@ TEST(RecordingServiceStart, AnEarlierRecordingIsNotTouched) {
   for (const std::string name :
        {"recording.mp4", "screen.mp4", "camera.mp4", "system-audio.m4a", "microphone.m4a"}) {
     Rig rig;
-    rig.directory.write(testing::sampleSessionID + "/" + name, "earlier");
+    rig.directory.write(sampleSessionID + "/" + name, "earlier");
     expectGenericFailedStart(rig, "prepare-output");
     EXPECT_THAT(rig.entries(), ElementsAre(name));
-    EXPECT_EQ(rig.directory.read(testing::sampleSessionID + "/" + name), "earlier");
+    EXPECT_EQ(rig.directory.read(sampleSessionID + "/" + name), "earlier");
   }
 }
 
@@ -249,9 +239,9 @@ TEST(RecordingServiceStart, TheWriterMustTakeTheScreenTrack) {
 TEST(RecordingServiceStart, ASegmentOfAnotherSessionIsNotOverwritten) {
   Rig rig;
   rig.files.makeDirectory(rig.path("segments"));
-  rig.directory.write(testing::sampleSessionID + "/segments/segment-0000.mp4", "earlier");
+  rig.directory.write(sampleSessionID + "/segments/segment-0000.mp4", "earlier");
   expectGenericFailedStart(rig, "prepare-writer");
-  EXPECT_EQ(rig.directory.read(testing::sampleSessionID + "/segments/segment-0000.mp4"), "earlier");
+  EXPECT_EQ(rig.directory.read(sampleSessionID + "/segments/segment-0000.mp4"), "earlier");
 }
 
 TEST(RecordingServiceStart, TheStreamMustTakeTheWriter) {
@@ -271,7 +261,7 @@ TEST(RecordingServiceStart, ThePictureMustComeInTime) {
   Rig rig;
   rig.streams.prepare = [](ScriptedScreenStream&) {};
   rig.makeQueue = [&rig](const std::string& label) {
-    return std::make_unique<testing::ImpatientQueue>(rig.scheduler.makeQueue(label));
+    return std::make_unique<ImpatientQueue>(rig.scheduler.makeQueue(label));
   };
   expectFailedStart(rig, "start-capture", "recordingScreenStalled",
                     "Screen frames stopped being written. Recording sources were retained for recovery.");
@@ -295,10 +285,9 @@ TEST(RecordingServiceStart, AHostThatReadsNoEventsEndsTheStart) {
   Rig rig;
   rig.onEvent = [](const std::string&) { throw FileFailure(FileOperation::write, EPIPE); };
   EXPECT_EQ(rig.run(), 1);
-  EXPECT_THAT(rig.events(), ElementsAre(HasSubstr("\"recording\""), recordingFailedEvent))
+  EXPECT_THAT(rig.events(), ElementsAre(HasSubstr("\"recording\""), recordingFailed))
       << "it is tried to be told, and that it cannot be is ignored";
-  EXPECT_EQ(rig.lastDiagnostics(),
-            "tessarin-native recording-failed stage=start-capture nativeCode=recordingFailed");
+  EXPECT_EQ(rig.lastDiagnostics(), failedLine("start-capture"));
   EXPECT_EQ(rig.scheduler.timerCount(), 0u);
   EXPECT_THAT(rig.stream().calls, ::testing::Contains("stopCapture"));
 }
@@ -322,7 +311,7 @@ TEST(RecordingServiceStart, ADisplayIsShownWithoutExclusions) {
 TEST(RecordingServiceStart, ExcludedApplicationsAreLeftOutOfADisplayAndNotOfAWindow) {
   Rig display;
   display.contentService.emplace(display.desktop, std::set<std::string, std::less<>>(),
-                                 std::set<std::int32_t>{testing::sampleWindow().ownerPID});
+                                 std::set<std::int32_t>{sampleWindow().ownerPID});
   display.thenSend("cancel");
   ASSERT_EQ(display.run(), 0);
   EXPECT_EQ(display.stream().filter.excludedApplications.size(), 1u);

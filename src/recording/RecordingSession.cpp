@@ -50,8 +50,6 @@ void RecordingSession::start() {
   active_ = makeSegment();
 
   stage_ = RecordingStage::startCapture;
-  if (request_.settings.systemAudio) // the stream delivers pictures only
-    throw serviceErrors::recordingFailed();
   active_->writer->attach(*stream_);
   stream_->startCapture();
   isCapturing_ = true;

@@ -1,0 +1,64 @@
+#pragma once
+
+#include "recording/RecordingSegmentStore.hpp"
+#include "support/RecordingRig.hpp"
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+// What tests of whole sessions expect: the lines that a host sees, and what is left when one has ended.
+namespace tessarin::testing {
+
+inline std::string state(const std::string& phase, int activeDurationMs) {
+  return R"({"activeDurationMs":)" + std::to_string(activeDurationMs) +
+         R"(,"event":"stateChanged","phase":")" + phase + R"(","schemaVersion":2,"sessionId":"ID"})";
+}
+
+inline std::string segmentFinalized(int index, int durationMs, int activeDurationMs) {
+  return R"({"activeDurationMs":)" + std::to_string(activeDurationMs) + R"(,"durationMs":)" +
+         std::to_string(durationMs) + R"(,"event":"segmentFinalized","index":)" + std::to_string(index) +
+         R"(,"path":"DIR/segments/segment-000)" + std::to_string(index) +
+         R"(.mp4","schemaVersion":2,"sessionId":"ID","sizeBytes":SIZE})";
+}
+
+inline std::string completed(int captureDurationMs, int programDurationMs) {
+  const std::string duration = std::to_string(programDurationMs);
+  return R"({"clock":{"captureDurationMs":)" + std::to_string(captureDurationMs) +
+         R"(,"epochHostTimeNs":10000000000,"programDurationMs":)" + duration +
+         R"(},"deliverables":[{"codec":"h264","durationMs":)" + duration +
+         R"(,"heightPixels":1080,"id":"share-video","kind":"shareVideo","path":"DIR/recording.mp4",)" +
+         R"("sizeBytes":SIZE,"widthPixels":1920}],"event":"completed","schemaVersion":2,"sessionId":"ID",)" +
+         R"("tracks":[{"codec":"h264","durationMs":)" + duration +
+         R"(,"heightPixels":1080,"id":"screen","kind":"screenVideo","mediaType":"video",)" +
+         R"("path":"DIR/screen.mp4","sizeBytes":SIZE,"widthPixels":1920}]})";
+}
+
+inline std::string failed(const std::string& code, const std::string& message) {
+  return R"({"error":{"code":")" + code + R"(","message":")" + message +
+         R"(","recoverable":true},"event":"failed","schemaVersion":2,"sessionId":"ID"})";
+}
+
+inline const std::string cancelled = R"({"event":"cancelled","schemaVersion":2,"sessionId":"ID"})";
+inline const std::string recordingFailed =
+    failed("recordingFailed", "The screen recording could not be completed.");
+
+inline std::string failedLine(const std::string& stage, const std::string& code = "recordingFailed") {
+  return "tessarin-native recording-failed stage=" + stage + " nativeCode=" + code;
+}
+
+inline std::vector<NativeRecordingSegment> manifestSegments(RecordingRig& rig) {
+  return json::decode<NativeRecordingManifest>(rig.directory.read(sampleSessionID + "/native-manifest.json"))
+      .segments;
+}
+
+// Nothing of a session runs on once it has ended.
+inline void expectQuiet(RecordingRig& rig) {
+  EXPECT_EQ(rig.scheduler.timerCount(), 0u);
+  EXPECT_EQ(rig.scheduler.pendingCount(), 0u);
+  EXPECT_EQ(rig.stream().outputCount(), 0u);
+  EXPECT_THAT(rig.stream().calls, ::testing::Contains("stopCapture").Times(1));
+}
+
+} // namespace tessarin::testing
