@@ -48,7 +48,7 @@ def record(desktop, folder, seconds, frame_rate):
         recording.send("stop")
         while (event := recording.next_event(600)) is not None and event["event"] != "completed":
             if event["event"] == "failed":
-                raise RuntimeError(f"the recording failed: {event}")
+                raise RuntimeError(f"the recording failed: {event}\n" + "\n".join(recording.diagnostics))
         result.stop_seconds = time.monotonic() - stopped
         result.completed = event
         recording.process.wait(60)
@@ -89,8 +89,9 @@ def simplescreenrecorder(desktop, folder, seconds, frame_rate, kilobits):
         "video_record_cursor=true\naudio_enabled=false\n"
         f"[output]\nfile={folder}/peer.mkv\nseparate_files=false\nadd_timestamp=false\ncontainer=mkv\n"
         f"video_codec=other\nvideo_codec_av=libx264\nvideo_kbit_rate={kilobits}\n"
-        f"video_options=preset=veryfast,g={frame_rate},bf=0\nvideo_allow_frame_skipping=true\n"
+        f"video_options=\"preset=veryfast,g={frame_rate},bf=0\"\nvideo_allow_frame_skipping=true\n"
         "[record]\nhotkey_enable=false\n")
+    (pathlib.Path(folder) / "peer.mkv").unlink(missing_ok=True)
     runtime = home / "runtime"
     runtime.mkdir(mode=0o700, exist_ok=True)
     environment = {**desktop.environment, "HOME": str(home), "XDG_RUNTIME_DIR": str(runtime)}
@@ -105,13 +106,15 @@ def simplescreenrecorder(desktop, folder, seconds, frame_rate, kilobits):
         before, start = processor_seconds(child.pid), time.monotonic()
         time.sleep(seconds)
         share = (processor_seconds(child.pid) - before) / (time.monotonic() - start)
-        child.stdin.write("record-save\nquit\n")
+        child.stdin.write("record-save\n")
         child.stdin.flush()
-        child.wait(20)
+        time.sleep(2)
+        if not (pathlib.Path(folder) / "peer.mkv").stat().st_size:
+            raise RuntimeError("simplescreenrecorder recorded nothing")
         return share
     finally:
-        if child.poll() is None:
-            child.kill()
+        child.kill()
+        child.wait(10)
 
 
 def run(build, report, seconds=20, frame_rate=60):

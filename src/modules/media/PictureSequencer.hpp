@@ -78,6 +78,8 @@ class PictureSequencer {
   void append(std::shared_ptr<const I420Picture> picture, std::int64_t time);
   // Codes and outputs what is left.
   void finish();
+  // Whether a repetition costs next to nothing.
+  bool repeats() const { return repeater_ != nullptr; }
 
  private:
   struct Slot {

@@ -12,10 +12,17 @@ namespace tessarin::media {
 
 namespace {
 
-// Pictures that may wait for the coder.
-constexpr int longestLine = 4;
+// Different pictures that may wait for the coder.
+constexpr std::size_t longestLine = 4;
 // Those, one being coded, the last one coded, and what the owner keeps to repeat or to append later.
 constexpr std::size_t mostPictures = longestLine + 8;
+
+// Places that may wait. Repetitions cost the coder next to nothing; where it has none, every place counts.
+std::size_t mostPlaces(const VideoSettings& settings, bool repeats) {
+  constexpr std::int64_t seconds = 2;
+  return repeats ? std::max(longestLine, static_cast<std::size_t>(settings.expectedFrameRate * seconds))
+                 : longestLine;
+}
 
 std::int64_t frameDuration(const VideoSettings& settings) {
   const MediaTime interval(1, static_cast<std::int32_t>(settings.expectedFrameRate));
@@ -36,7 +43,8 @@ VideoTrackInput::VideoTrackInput(const VideoSettings& settings, WriterState& sta
             mostPictures),
       coder_(makeVideoCoder(settings)),
       sequencer_(*coder_, coder_->makeRepeater(), keyInterval(settings), sink_.coded),
-      queue_(makeThreadQueue("media-coder")) {}
+      line_(longestLine, mostPlaces(settings, sequencer_.repeats())), queue_(makeThreadQueue("media-coder")) {
+}
 
 VideoTrackInput::~VideoTrackInput() {
   if (!isFinishing_)
@@ -49,7 +57,7 @@ bool VideoTrackInput::isReadyForMoreMediaData() const {
 
 // Once true, stays so up to the next append unless the writer ends.
 bool VideoTrackInput::hasRoom() const {
-  return !isFinished_ && state_.isWriting() && waiting_ < longestLine;
+  return !isFinished_ && state_.isWriting() && line_.hasRoom();
 }
 
 std::unique_ptr<ReadinessObservation> VideoTrackInput::observeReadiness(std::function<void()> handler) {
@@ -91,19 +99,18 @@ bool VideoTrackInput::append(std::shared_ptr<const CodablePicture> picture, Medi
     return false;
   }
   lastTime_ = *time;
-  ++waiting_;
-  queue_->async([this, own = std::move(own), time = *time]() mutable {
-    code(own, time);
-    own.reset();
-    if (waiting_-- == longestLine)
-      observers_.notify();
-  });
+  line_.push(std::move(own), *time);
+  queue_->async([this] { codeNext(); });
   return true;
 }
 
-void VideoTrackInput::code(const std::shared_ptr<const I420Picture>& picture, std::int64_t time) {
-  if (!isStopped_ && state_.isWriting())
-    guarded([&] { sequencer_.append(picture, time); });
+void VideoTrackInput::codeNext() {
+  bool freedRoom = false;
+  auto place = line_.pop(freedRoom);
+  if (place && !isStopped_ && state_.isWriting())
+    guarded([&] { sequencer_.append(place->picture, place->time); });
+  if (freedRoom)
+    observers_.notify();
 }
 
 template<class Work> void VideoTrackInput::guarded(const Work& work) {

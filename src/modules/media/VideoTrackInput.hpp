@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/SerialQueue.hpp"
+#include "modules/media/PictureLine.hpp"
 #include "modules/media/PictureSequencer.hpp"
 #include "modules/media/ReadinessObservers.hpp"
 #include "modules/media/VideoCoder.hpp"
@@ -56,7 +57,7 @@ class VideoTrackInput final : public VideoInput {
 
  private:
   bool hasRoom() const;
-  void code(const std::shared_ptr<const I420Picture>& picture, std::int64_t time);
+  void codeNext();
   template<class Work> void guarded(const Work& work);
   std::optional<std::int64_t> nextTime(MediaTime presentationTime) const;
 
@@ -65,7 +66,6 @@ class VideoTrackInput final : public VideoInput {
   const Sink sink_;
   ReadinessObservers observers_;
   PicturePool pool_;
-  std::atomic<int> waiting_ = 0;         // pictures handed over and not coded yet
   std::atomic<bool> isStopped_ = false;  // what waits is dropped
   std::atomic<bool> isFinished_ = false; // nothing more is taken
 
@@ -78,6 +78,8 @@ class VideoTrackInput final : public VideoInput {
   // Of the track's thread, once it has been handed something.
   const std::unique_ptr<VideoCoder> coder_;
   PictureSequencer sequencer_;
+
+  PictureLine line_; // has its own lock
 
   const std::unique_ptr<SerialQueue> queue_; // last, so that its tasks end first
 };
