@@ -341,6 +341,21 @@ TEST_F(Stream, NeverShowsExcludedWindowsHoweverTheyComeAndMove) {
   }
 }
 
+TEST_F(Stream, ShowsWhatHappensInFrontOfAnExcludedWindow) {
+  start();
+  open(photo);
+  auto& host = open({"--style", "override", "--colour", "ffff0000", "--size", "300x300", "--at", "100,50"});
+  auto& front = open({"--style", "override", "--colour", "ff0000ff", "--size", "80x60", "--at", "200,150"});
+  filter.excludedApplications = {{"", host.pid(), ""}};
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(1));
+  EXPECT_EQ(receiver->last().pixels.at(220, 170), 0x0000FFU);
+  front.command("paint ff00ff00"); // with the excluded window all around it
+  EXPECT_TRUE(receiver->becomes([](const Pixels& pixels) { return pixels.at(220, 170) == 0x00FF00; }));
+  host.command("paint ffffff00");
+  EXPECT_FALSE(receiver->hasCome(receiver->count() + 1, silence));
+}
+
 TEST_F(Stream, FollowsAWindowUntilItIsClosed) {
   start();
   auto& window = open({"--style", "override", "--paint", "photo", "--size", "201x120", "--at", "-50,60"});

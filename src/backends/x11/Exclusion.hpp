@@ -44,8 +44,9 @@ class Exclusion {
   // `canvas` begins at (left, top) of the root window; what lies outside of the area is not touched.
   void paint(const pixels::Canvas& canvas, std::int32_t left, std::int32_t top) const;
 
-  // Whether a change within this rectangle can only be one of excluded windows.
-  bool hides(const PixelRect& rectangle) const { return plan_.excluded.contains(rectangle); }
+  // Whether a change of the screen within this rectangle cannot be seen: only excluded windows show there,
+  // and what lies beneath tells of its changes itself.
+  bool hides(const PixelRect& rectangle) const { return plan_.patch.contains(rectangle); }
 
  private:
   struct Kept {

@@ -97,7 +97,6 @@ ExclusionPlan planExclusion(const WindowStack& stack, const std::vector<std::int
   for (auto stacked = stack.windows.rbegin(); stacked != stack.windows.rend(); ++stacked) {
     const auto shape = stacked->shape.intersection(seenArea);
     if (isExcluded(*stacked)) {
-      plan.excluded.add(shape);
       auto seen = shape;
       seen.subtract(covered);
       plan.patch.add(seen);

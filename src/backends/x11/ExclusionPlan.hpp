@@ -37,10 +37,9 @@ struct ExclusionPlan {
     Region region;
     bool isBlended = false; // laid over what is beneath by its alpha
   };
-  Region patch;
+  Region patch;              // where excluded windows are seen
   Region background;         // what the root window itself shows
   std::vector<Layer> layers; // back to front
-  Region excluded;           // all that excluded windows cover, seen or not
 };
 
 ExclusionPlan planExclusion(const WindowStack& stack, const std::vector<std::int32_t>& excludedProcesses,

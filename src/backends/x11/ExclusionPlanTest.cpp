@@ -32,7 +32,6 @@ TEST(ExclusionPlan, PatchesOnlyWhatIsToBeSeenOfAnExcludedWindow) {
   EXPECT_EQ(plan.patch.extents(), (PixelRect{10, 10, 20, 40}));
   EXPECT_EQ(sizeOf(plan.background), 20 * 40);
   EXPECT_TRUE(plan.layers.empty());
-  EXPECT_EQ(plan.excluded.extents(), (PixelRect{10, 10, 40, 40}));
 }
 
 TEST(ExclusionPlan, TakesEachPixelFromTheNextWindowBeneathThatStays) {
