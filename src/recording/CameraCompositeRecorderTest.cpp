@@ -105,7 +105,8 @@ TEST_F(CameraCompositeRecorderTest, AsksForAFragmentedFileOfOneScreenTrack) {
                                          .averageBitRate = 2'000'000,
                                          .expectedFrameRate = 10,
                                          .maximumKeyFrameInterval = 10,
-                                         .allowFrameReordering = false}));
+                                         .allowFrameReordering = false,
+                                         .expectsMediaDataInRealTime = true}));
   EXPECT_THAT(scheduler.labels(), ElementsAre("com.tessarin.recording.camera-compositor"));
   EXPECT_THAT(file().calls, IsEmpty()) << "the file is not begun before the first picture";
 }

@@ -19,7 +19,8 @@ VideoSettings screenSettings(const RecordingConfigurationPlan& plan, const Recor
           .averageBitRate = plan.averageBitRate,
           .expectedFrameRate = settings.frameRate,
           .maximumKeyFrameInterval = std::max<std::int64_t>(settings.frameRate, 1),
-          .allowFrameReordering = false};
+          .allowFrameReordering = false,
+          .expectsMediaDataInRealTime = true};
 }
 
 } // namespace

@@ -22,7 +22,7 @@ using container::Track;
 class RecordingMediaValidatorTest : public ::testing::Test {
  protected:
   std::string movie(const std::vector<SyntheticTrack>& tracks, bool isFinished = true) {
-    const std::string path = directory / ("movie-" + std::to_string(count++) + ".mp4");
+    std::string path = directory / ("movie-" + std::to_string(count++) + ".mp4");
     writeSyntheticMovie(path, tracks, isFinished);
     return path;
   }

@@ -1,7 +1,7 @@
 // Sessions that nobody has stopped or cancelled in good order: bad lines, ends by themselves, failures of a
 // stop. What the host is told, and what is kept.
 
-#include "recording/RecordingServiceTesting.hpp"
+#include "support/RecordingServiceTesting.hpp"
 
 #include <cerrno>
 #include <thread>

@@ -1,6 +1,6 @@
 // Starting a recording: every refusal with its stage, and that it leaves nothing behind.
 
-#include "recording/RecordingServiceTesting.hpp"
+#include "support/RecordingServiceTesting.hpp"
 
 #include <unistd.h>
 

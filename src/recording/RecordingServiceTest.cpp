@@ -1,6 +1,6 @@
 // Running sessions: what a host sees of each order of control lines, and what is on disk behind it.
 
-#include "recording/RecordingServiceTesting.hpp"
+#include "support/RecordingServiceTesting.hpp"
 
 namespace tessarin {
 namespace {
