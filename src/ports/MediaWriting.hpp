@@ -21,6 +21,9 @@ struct VideoSettings {
   std::int64_t expectedFrameRate = 0;
   std::int64_t maximumKeyFrameInterval = 1; // frames
   bool allowFrameReordering = false;
+  // Pictures come as they happen: a coder that is behind may show one again in place of the next, rather
+  // than refuse pictures and fall behind in time. Otherwise every picture is coded.
+  bool expectsMediaDataInRealTime = true;
   // Colour is ITU-R BT.709 for primaries, transfer and matrix, video range.
 
   bool operator==(const VideoSettings&) const = default;

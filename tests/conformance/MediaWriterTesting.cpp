@@ -100,7 +100,8 @@ VideoSettings smallVideo() {
           .height = 96,
           .averageBitRate = 500'000,
           .expectedFrameRate = 10,
-          .maximumKeyFrameInterval = 10};
+          .maximumKeyFrameInterval = 10,
+          .expectsMediaDataInRealTime = false};
 }
 
 } // namespace tessarin

@@ -64,7 +64,7 @@ bool appendPatiently(MediaFileWriter& writer, VideoInput& input,
 // Returns when the file is finished, or has failed.
 void finish(MediaFileWriter& writer);
 
-// A small picture at ten frames per second, a key each second.
+// A small picture at ten frames per second, a key each second, and every picture coded.
 VideoSettings smallVideo();
 
 } // namespace tessarin

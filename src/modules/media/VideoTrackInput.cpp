@@ -17,11 +17,13 @@ constexpr std::size_t longestLine = 4;
 // Those, one being coded, the last one coded, and what the owner keeps to repeat or to append later.
 constexpr std::size_t mostPictures = longestLine + 8;
 
-// Places that may wait. Repetitions cost the coder next to nothing; where it has none, every place counts.
+// Places that may wait. In real time repetitions, which cost the coder next to nothing, keep the pace; a
+// coder without them, and a source that can wait, is held to its own.
 std::size_t mostPlaces(const VideoSettings& settings, bool repeats) {
   constexpr std::int64_t seconds = 2;
-  return repeats ? std::max(longestLine, static_cast<std::size_t>(settings.expectedFrameRate * seconds))
-                 : longestLine;
+  return settings.expectsMediaDataInRealTime && repeats
+             ? std::max(longestLine, static_cast<std::size_t>(settings.expectedFrameRate * seconds))
+             : longestLine;
 }
 
 std::int64_t frameDuration(const VideoSettings& settings) {
