@@ -66,7 +66,7 @@ struct StreamConfiguration {
   std::int64_t width = 0;
   std::int64_t height = 0;
   MediaTime minimumFrameInterval;
-  std::int64_t queueDepth = 5; // pictures that may be held by receivers at once
+  std::int64_t queueDepth = 5;            // pictures that may be held by receivers at once
   std::uint32_t pixelFormat = 0x42475241; // "BGRA"
   bool capturesAudio = false;
   std::int64_t sampleRate = 48000;
@@ -94,7 +94,8 @@ class ScreenSampleOutput {
 class ScreenStreamDelegate {
  public:
   virtual ~ScreenStreamDelegate() = default;
-  // The stream ended by itself: the window is gone, or the display server. Called once, on the stream's thread.
+  // The stream ended by itself: the window is gone, or the display server. Called once, on the stream's
+  // thread.
   virtual void streamDidStopWithError() = 0;
 };
 

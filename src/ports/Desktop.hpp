@@ -52,8 +52,8 @@ struct WindowListEntry {
 
 struct ShareableContent {
   std::vector<ShareableDisplay> displays;
-  std::vector<ShareableWindow> windows;          // in the platform's own order
-  std::vector<RunningApplication> applications;  // each once
+  std::vector<ShareableWindow> windows;         // in the platform's own order
+  std::vector<RunningApplication> applications; // each once
   // Front to back; nothing when the list could not be had.
   std::optional<std::vector<WindowListEntry>> windowList;
 };

@@ -70,7 +70,13 @@ struct MediaWriterError {
   std::int64_t underlyingCode = 0;
 };
 
-enum class MediaWriterStatus : std::uint8_t { unknown = 0, writing = 1, completed = 2, failed = 3, cancelled = 4 };
+enum class MediaWriterStatus : std::uint8_t {
+  unknown = 0,
+  writing = 1,
+  completed = 2,
+  failed = 3,
+  cancelled = 4
+};
 
 // Lifecycle: inputs are added, then startWriting, startSession, appends, markAsFinished, and either
 // finishWriting or cancelWriting. Destroying it without either stops it and joins its threads, and leaves
