@@ -136,7 +136,10 @@ void waitUntilManaging(Server& server) {
   }
   xcb_destroy_window(server.get(), probe);
   const auto list = server.atom("_NET_CLIENT_LIST");
-  while (server.property(server.root(), list) != 0) {
+  for (int attempt = 0; server.property(server.root(), list) != 0; ++attempt) {
+    if (attempt > 500) {
+      throw std::runtime_error("the window manager keeps a window that is gone");
+    }
     server.waitForEvent(10);
   }
 }

@@ -39,6 +39,7 @@ TEST_F(DiscoveryServer, FailsWhenTheServerDiesWhileItIsAsked) {
   std::atomic<bool> isAsking = false;
   auto answer = std::async(std::launch::async, [&] {
     isAsking = true;
+    isAsking.notify_one();
     discovery->content();
   });
   isAsking.wait(false);

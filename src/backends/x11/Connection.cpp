@@ -175,13 +175,12 @@ Connection::Answer Connection::await(unsigned int sequence) {
   const auto start = std::chrono::steady_clock::now();
   Answer answer;
   xcb_generic_error_t* error = nullptr;
-  bool isSent = false;
-  while (xcb_poll_for_reply(connection_, sequence, &answer.reply, &error) == 0) {
-    if (!isSent) {
-      isSent = true;
-      xcb_flush(connection_);
+  const auto hasCome = [&] { return xcb_poll_for_reply(connection_, sequence, &answer.reply, &error) != 0; };
+  if (!hasCome()) {
+    xcb_flush(connection_); // which takes in what can be read meanwhile
+    while (!hasCome()) {
+      waitForInput(start);
     }
-    waitForInput(start);
   }
   answer.error.reset(error);
   if (!answer.reply && !answer.error) {

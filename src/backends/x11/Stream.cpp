@@ -17,6 +17,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -77,7 +78,11 @@ class X11ScreenStream final : public ScreenStream {
     if (thread_.joinable() || isStopping_) {
       throw CaptureFailure();
     }
-    thread_ = std::thread([this] { run(); });
+    try {
+      thread_ = std::thread([this] { run(); });
+    } catch (const std::system_error&) {
+      throw CaptureFailure();
+    }
   }
 
   void stopCapture() override {
