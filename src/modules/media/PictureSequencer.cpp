@@ -1,6 +1,9 @@
 #include "modules/media/PictureSequencer.hpp"
 
+#include "modules/media/CoderFailure.hpp"
+
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 namespace tessarin::media {
@@ -47,6 +50,8 @@ void PictureSequencer::finish() {
   placeOpenKey();
   received(coder_.finish());
   fillSlots();
+  if (!slots_.empty())
+    throw CoderFailure("POSIX", EPROTO); // fewer pictures came out than went in
 }
 
 void PictureSequencer::encode(const Slot& slot, bool isRequired, bool asKey) {
@@ -66,7 +71,7 @@ void PictureSequencer::received(std::vector<CodedPicture> pictures) {
   auto frame = std::find_if(frames_.begin(), frames_.end(), [](const Frame& each) { return !each.coded; });
   for (CodedPicture& picture : pictures) {
     if (frame == frames_.end())
-      return;
+      throw CoderFailure("POSIX", EPROTO); // more pictures came out than went in
     frame->coded = std::move(picture);
     ++frame;
   }

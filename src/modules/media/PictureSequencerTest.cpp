@@ -1,5 +1,7 @@
 #include "modules/media/PictureSequencer.hpp"
 
+#include "modules/media/CoderFailure.hpp"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -231,6 +233,34 @@ TEST(PictureSequencer, limitsTheTimeOfTheCoderAfterAPause) {
   bench.append(still, 500);
   bench.append(bench.makePicture());
   EXPECT_EQ(bench.coder.lastTime, 1 + 4);
+}
+
+// Yields one picture too many, or none at all.
+class MiscountingCoder final : public PictureCoder {
+ public:
+  explicit MiscountingCoder(int surplus) : surplus_(surplus) {}
+
+  std::vector<CodedPicture> encode(const std::shared_ptr<const I420Picture>&, std::int64_t, bool) override {
+    return std::vector<CodedPicture>(static_cast<std::size_t>(1 + surplus_));
+  }
+  std::vector<CodedPicture> finish() override { return {}; }
+  std::int64_t delay() const override { return 1; }
+
+ private:
+  const int surplus_;
+};
+
+TEST(PictureSequencer, refusesACoderThatYieldsMoreThanItWasGiven) {
+  MiscountingCoder coder(1);
+  PictureSequencer sequencer(coder, nullptr, {10, 10}, [](CodedPicture, std::int64_t) {});
+  EXPECT_THROW(sequencer.append(std::make_shared<I420Picture>(2, 2), 0), CoderFailure);
+}
+
+TEST(PictureSequencer, refusesACoderThatLosesPictures) {
+  MiscountingCoder coder(-1);
+  PictureSequencer sequencer(coder, nullptr, {10, 10}, [](CodedPicture, std::int64_t) {});
+  sequencer.append(std::make_shared<I420Picture>(2, 2), 0);
+  EXPECT_THROW(sequencer.finish(), CoderFailure);
 }
 
 TEST(PictureSequencer, finishesWithoutPictures) {
