@@ -187,10 +187,10 @@ TEST(RecordingServiceStart, AnEarlierRecordingIsNotTouched) {
   for (const std::string name :
        {"recording.mp4", "screen.mp4", "camera.mp4", "system-audio.m4a", "microphone.m4a"}) {
     Rig rig;
-    rig.directory.write(sampleSessionID + "/" + name, "earlier");
+    rig.write(name, "earlier");
     expectGenericFailedStart(rig, "prepare-output");
     EXPECT_THAT(rig.entries(), ElementsAre(name));
-    EXPECT_EQ(rig.directory.read(sampleSessionID + "/" + name), "earlier");
+    EXPECT_EQ(rig.read(name), "earlier");
   }
 }
 
@@ -239,9 +239,9 @@ TEST(RecordingServiceStart, TheWriterMustTakeTheScreenTrack) {
 TEST(RecordingServiceStart, ASegmentOfAnotherSessionIsNotOverwritten) {
   Rig rig;
   rig.files.makeDirectory(rig.path("segments"));
-  rig.directory.write(sampleSessionID + "/segments/segment-0000.mp4", "earlier");
+  rig.write("segments/segment-0000.mp4", "earlier");
   expectGenericFailedStart(rig, "prepare-writer");
-  EXPECT_EQ(rig.directory.read(sampleSessionID + "/segments/segment-0000.mp4"), "earlier");
+  EXPECT_EQ(rig.read("segments/segment-0000.mp4"), "earlier");
 }
 
 TEST(RecordingServiceStart, TheStreamMustTakeTheWriter) {

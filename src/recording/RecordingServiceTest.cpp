@@ -98,7 +98,7 @@ TEST(RecordingService, ATraceThatHoldsSomethingIsATrack) {
   Rig rig;
   rig.then([&] {
     rig.record(1s);
-    rig.directory.write(sampleSessionID + "/interaction-events.jsonl", "{}\n");
+    rig.write("interaction-events.jsonl", "{}\n");
     rig.send("stop");
   });
   ASSERT_EQ(rig.run(), 0);
@@ -111,7 +111,7 @@ TEST(RecordingService, AnEmptyTraceIsNoTrack) {
   Rig rig;
   rig.then([&] {
     rig.record(1s);
-    rig.directory.write(sampleSessionID + "/interaction-events.jsonl", "");
+    rig.write("interaction-events.jsonl", "");
     rig.send("stop");
   });
   ASSERT_EQ(rig.run(), 0);

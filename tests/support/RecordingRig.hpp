@@ -131,7 +131,12 @@ class RecordingRig {
 
   ScriptedScreenStream& stream() { return *streams.streams.at(0); }
   ScriptedMediaFile& segment(std::size_t index) { return *media.files.at(index); }
+  // Files of the session directory.
   std::string path(const std::string& name) const { return request.outputDirectory + "/" + name; }
+  void write(const std::string& name, const std::string& text) const {
+    directory.write(sampleSessionID + "/" + name, text);
+  }
+  std::string read(const std::string& name) const { return directory.read(sampleSessionID + "/" + name); }
 
   // What was told, with DIR for the session directory, ID for the session, and SIZE for sizes.
   std::vector<std::string> events() {

@@ -49,8 +49,7 @@ inline std::string failedLine(const std::string& stage, const std::string& code 
 }
 
 inline std::vector<NativeRecordingSegment> manifestSegments(RecordingRig& rig) {
-  return json::decode<NativeRecordingManifest>(rig.directory.read(sampleSessionID + "/native-manifest.json"))
-      .segments;
+  return json::decode<NativeRecordingManifest>(rig.read("native-manifest.json")).segments;
 }
 
 // Nothing of a session runs on once it has ended.
