@@ -32,13 +32,7 @@ class Desktop:
         self.environment = {**os.environ, "DISPLAY": self.display}
         self.host = Host(str(build / "tessarin-native"), self.environment)
         self.window_manager = self._start(["openbox"])
-        deadline = time.monotonic() + 10
-        while time.monotonic() < deadline:
-            probe = subprocess.run(["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"], env=self.environment,
-                                   capture_output=True, text=True, check=False)
-            if "window id" in probe.stdout:
-                break
-            time.sleep(0.05)
+        self.end(self.client("--wait-for", "window-manager"))
 
     def _start(self, command, **options):
         child = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,

@@ -96,6 +96,8 @@ class Recording:
         """The next event, or nothing when the program has ended."""
         event = self.events.get(timeout=timeout)
         if event is not None:
+            if "event" not in event:  # a request that does not decode is answered by an envelope
+                raise JobFailed(event["error"], self.process.wait(timeout))
             self.history.append(event)
         return event
 
