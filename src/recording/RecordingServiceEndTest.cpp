@@ -220,7 +220,7 @@ TEST(RecordingService, AMergeThatMeetsAFileFailsAndKeepsTheSegments) {
     Rig rig;
     rig.then([&] {
       rig.record(1s);
-      rig.directory.write(testing::sampleSessionID + "/" + name, "in the way");
+      rig.write(name, "in the way");
       rig.send("stop");
     });
     EXPECT_EQ(rig.run(), 1);
@@ -228,7 +228,7 @@ TEST(RecordingService, AMergeThatMeetsAFileFailsAndKeepsTheSegments) {
                                           segmentFinalized(0, 1033, 1033), recordingFailed));
     EXPECT_EQ(rig.lastDiagnostics(), failedLine("stop-parallel-merge"));
     EXPECT_EQ(manifestSegments(rig).size(), 1u);
-    EXPECT_EQ(rig.directory.read(testing::sampleSessionID + "/" + name), "in the way");
+    EXPECT_EQ(rig.read(name), "in the way");
     expectQuiet(rig);
   }
 }
