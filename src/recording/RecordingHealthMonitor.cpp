@@ -183,7 +183,7 @@ void RecordingHealthMonitor::checkOnQueue() {
   if (watch_.previous != health) {
     try {
       watch_.eventWriter->write({watch_.sessionID, RecordingEvent::HealthChanged{health}});
-    } catch (const std::exception&) {
+    } catch (...) {
       failure_ = serviceErrors::recordingFailed();
     }
     watch_.previous = health;
