@@ -5,7 +5,6 @@
 #include <iconv.h>
 
 #include <array>
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -53,7 +52,7 @@ std::string converted(std::string bytes, const char* encoding) {
     return std::string(replacement);
   }
   const auto converter = iconv_open("UTF-8", encoding);
-  if (std::bit_cast<std::intptr_t>(converter) == -1) {
+  if (converter == reinterpret_cast<iconv_t>(-1)) { // NOLINT(performance-no-int-to-ptr): how iconv says it
     return std::string(replacement);
   }
   std::string result(bytes.size() * 4, '\0');
