@@ -6,6 +6,7 @@
 // different processor options, so nothing here may have external linkage.
 namespace tessarin::pixels {
 namespace {
+// NOLINTBEGIN(misc-definitions-in-headers): internal linkage is what keeps the versions apart
 
 // BT.709 luma weights 0.2126, 0.7152, 0.0722, scaled to 219 / 255 and to 2^15.
 constexpr int lumaBits = 15;
@@ -77,5 +78,6 @@ inline void resamplePixelsPlain(const std::int16_t* combined, const ScaleTaps& t
   }
 }
 
+// NOLINTEND(misc-definitions-in-headers)
 } // namespace
 } // namespace tessarin::pixels

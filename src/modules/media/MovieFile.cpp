@@ -20,6 +20,7 @@ MovieFile::MovieFile(FileSystem& files, std::string path, const FragmentInterval
     : files_(files), path_(std::move(path)), intervals_(intervals),
       file_(files.open(path_, OpenMode::createExclusive)), fragmentDue_(intervals.initial) {
   std::vector<container::TrackSetup> setups;
+  setups.reserve(videoTracks.size());
   for (const container::SampleDescription& description : videoTracks)
     setups.push_back({.kind = container::TrackKind::video,
                       .timescale = videoTimescale,
