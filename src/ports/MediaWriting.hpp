@@ -3,12 +3,14 @@
 #include "base/MediaTime.hpp"
 #include "model/Picture.hpp"
 #include "model/RecordingCodec.hpp"
+#include "model/Sound.hpp"
 
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 // Writing one media file of several coded tracks as the pictures come. Served by the media module.
 namespace tessarin {
@@ -27,6 +29,15 @@ struct VideoSettings {
   // Colour is ITU-R BT.709 for primaries, transfer and matrix, video range.
 
   bool operator==(const VideoSettings&) const = default;
+};
+
+// AAC.
+struct AudioSettings {
+  std::int32_t sampleRate = 48000; // frames per second
+  std::int32_t channelCount = 2;
+  std::int64_t bitRate = 192000; // bits per second
+
+  bool operator==(const AudioSettings&) const = default;
 };
 
 // A private picture at an input's size, independent of what it was rendered from, in whatever form the
@@ -62,6 +73,16 @@ class VideoInput : public MediaInput {
   virtual bool append(std::shared_ptr<const CodablePicture> picture, MediaTime presentationTime) = 0;
 };
 
+class AudioInput : public MediaInput {
+ public:
+  // Hands float32 samples of the input's rate and channels to the coder without waiting; the time is that of
+  // the file. Sound keeps its place in time: where nothing was appended, between two samples, before the
+  // first or behind the last up to the end of the file's pictures, there is silence; what overlaps the
+  // sample before is left out. Jitter of a few milliseconds is evened out. False when the writer has failed,
+  // the input is not ready, or the samples are of another form.
+  virtual bool append(const AudioSample& sample) = 0;
+};
+
 // Where a writer's failure came from, for diagnostics.
 struct MediaWriterError {
   std::string domain;
@@ -92,6 +113,7 @@ class MediaFileWriter {
   virtual bool canApply(const VideoSettings& settings) = 0;
   // Null when the track cannot be added. The writer owns the input.
   virtual VideoInput* addVideoInput(const VideoSettings& settings) = 0;
+  virtual AudioInput* addAudioInput(const AudioSettings& settings) = 0;
 
   // Creates the file, which must not exist. False on failure.
   virtual bool startWriting() = 0;
@@ -112,6 +134,14 @@ struct MediaFileOptions {
   MediaTime fragmentInterval;
 };
 
+// A stretch of an audio track of a file, to be placed on a joined time line.
+struct AudioPiece {
+  std::string path;
+  std::int64_t audioTrackIndex = 0; // among the file's audio tracks
+  MediaTime start;                  // on the joined time line, not before the end of the piece before
+  MediaTime duration;               // from the track's presentation start, above zero
+};
+
 // The codecs could not be had at all.
 class MediaUnavailable : public std::exception {
  public:
@@ -123,6 +153,15 @@ class MediaFileWriterFactory {
   virtual ~MediaFileWriterFactory() = default;
   // Throws MediaUnavailable.
   virtual std::unique_ptr<MediaFileWriter> makeWriter(const MediaFileOptions& options) = 0;
+};
+
+// The slow way to join sound, for tracks that cannot be joined as they are coded. Any thread.
+class AudioReencoder {
+ public:
+  virtual ~AudioReencoder() = default;
+  // Decodes the pieces and codes them as one AAC track (AudioSettings) of a new M4A file, which must not
+  // exist, with silence between them. Throws a std::exception of any kind and leaves no file.
+  virtual void reencode(const std::vector<AudioPiece>& pieces, const std::string& outputPath) = 0;
 };
 
 } // namespace tessarin

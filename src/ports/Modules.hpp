@@ -1,8 +1,11 @@
 #pragma once
 
 #include "ports/MediaWriting.hpp"
+#include "ports/Permissions.hpp"
 
+#include <functional>
 #include <memory>
+#include <string>
 
 namespace tessarin {
 
@@ -22,11 +25,23 @@ using ModuleEntry = const ModuleHeader*();
 // Of the sources that lie between program and modules and of the compiler: equal ids mean equal layouts.
 const char* moduleBuildId();
 
+// Whether a hardware encoder, by its name in the codec library, has coded pictures in a process of its own.
+// May take seconds the first time; the answer stays the same. Any thread.
+using HardwareEncoderProbe = std::function<bool(const std::string& encoderName)>;
+
 // The module "media".
 struct MediaModule {
   ModuleHeader header;
-  // The file system outlives the factory.
-  std::unique_ptr<MediaFileWriterFactory> (*makeFileWriterFactory)(FileSystem& files);
+  // The file system outlives what is made.
+  std::unique_ptr<MediaFileWriterFactory> (*makeFileWriterFactory)(FileSystem& files,
+                                                                   HardwareEncoderProbe probe);
+  std::unique_ptr<AudioReencoder> (*makeAudioReencoder)(FileSystem& files);
+};
+
+// The module "portal".
+struct PortalModule {
+  ModuleHeader header;
+  std::unique_ptr<DevicePortal> (*makeDevicePortal)();
 };
 
 } // namespace tessarin

@@ -8,7 +8,10 @@
 #include "ports/Capture.hpp"
 #include "ports/MediaWriting.hpp"
 #include "recording/CameraCompositeSignals.hpp"
+#include "recording/CameraOverlaySource.hpp"
+#include "recording/MicrophoneCaptureSource.hpp"
 #include "recording/RecordingConfiguration.hpp"
+#include "recording/RecordingHealthMonitor.hpp"
 
 #include <cstdint>
 #include <functional>
@@ -25,11 +28,16 @@ struct CameraCompositeSetup {
   std::string outputPath; // a file that does not exist
   const RecordingConfigurationPlan& plan;
   const RecordingSettingsDTO& settings;
+  CameraOverlaySource* camera;            // null without one
+  std::optional<SizeDTO> cameraPixelSize; // even pixels; absent without a camera
+  MicrophoneCaptureSource* microphone;    // null without one
   MediaFileWriterFactory& media;
   const HostClock& clock;
   DiagnosticsSink diagnostics;
   std::function<void()> wroteScreenFrame; // on the writer's queue, for each picture that the file took
-  std::function<void()> failureHandler;   // on the writer's queue, once, at the first failure
+  // On the writer's queue, for each sample that arrives on a lane, kept or not.
+  std::function<void(RecordingHealthMonitor::Lane, const PcmView&)> receivedAudio;
+  std::function<void()> failureHandler; // on the writer's queue, once, at the first failure
 };
 
 // The inside of CameraCompositeRecorder: the file being written and where its tracks stand. Confined to the

@@ -4,6 +4,7 @@
 #include "base/HostClock.hpp"
 #include "base/SerialQueue.hpp"
 #include "model/Errors.hpp"
+#include "model/Sound.hpp"
 #include "recording/RecordingEventWriter.hpp"
 #include "recording/RecordingHealth.hpp"
 #include "recording/RecordingModels.hpp"
@@ -15,20 +16,9 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <span>
 #include <string>
 
 namespace tessarin {
-
-enum class PcmFormat : std::uint8_t { float32, int16, int32, other };
-
-// Interleaved samples in the machine's byte order; does not own them.
-struct PcmView {
-  std::span<const std::byte> data;
-  PcmFormat format = PcmFormat::other;
-  std::int32_t channelCount = 0;
-  std::size_t frameCount = 0; // one frame is a sample of each channel
-};
 
 // Whether the mean square of (at most the first 4096 frames of) the samples lies above 1e-6 of full scale.
 // False for other formats, for other than 1 to 8 channels, and when a sample is not finite. Pure.

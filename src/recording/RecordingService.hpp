@@ -5,8 +5,11 @@
 #include "base/HostClock.hpp"
 #include "base/SerialQueue.hpp"
 #include "desktop/ContentService.hpp"
+#include "desktop/WindowCaptureActivator.hpp"
 #include "ports/Capture.hpp"
+#include "ports/Devices.hpp"
 #include "ports/MediaWriting.hpp"
+#include "ports/Permissions.hpp"
 
 #include <cstdint>
 #include <functional>
@@ -24,10 +27,14 @@ struct RecordingRequestDTO;
 struct RecordingEnvironment {
   ContentService& contentService; // without exclusions
   ScreenStreamFactory& streams;
+  CaptureDevices& devices;
+  CaptureAuthorization& authorization;
   MediaFileWriterFactory& media;
+  AudioReencoder& reencoder;
   FileSystem& files;
   const HostClock& clock; // the clock of the stream's sample times
   QueueFactory makeQueue;
+  Sleeper sleep; // the session's thread, while it waits for a device
   DiagnosticsSink diagnostics;
   // Whether this process may watch the keyboard; asks nobody. Any thread.
   std::function<bool()> hasListenEventAccess;

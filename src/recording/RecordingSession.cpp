@@ -97,14 +97,20 @@ ActiveRecordingSegment RecordingSession::makeSegment() {
   segment.pending = store_.allocateNextSegment();
   segment.frameRate = request_.settings.frameRate;
   segment.writer = std::make_unique<CameraCompositeRecorder>(
-      CameraCompositeSetup{.outputPath = segment.pending.path,
-                           .plan = plan_,
-                           .settings = request_.settings,
-                           .media = environment_.media,
-                           .clock = environment_.clock,
-                           .diagnostics = environment_.diagnostics,
-                           .wroteScreenFrame = [&health = health_] { health.wroteScreenFrame(); },
-                           .failureHandler = [stop = stopDelegate_] { stop->stopReading(); }},
+      CameraCompositeSetup{
+          .outputPath = segment.pending.path,
+          .plan = plan_,
+          .settings = request_.settings,
+          .camera = nullptr,
+          .cameraPixelSize = std::nullopt,
+          .microphone = nullptr,
+          .media = environment_.media,
+          .clock = environment_.clock,
+          .diagnostics = environment_.diagnostics,
+          .wroteScreenFrame = [&health = health_] { health.wroteScreenFrame(); },
+          .receivedAudio = [&health = health_](RecordingHealthMonitor::Lane lane,
+                                               const PcmView& audio) { health.receivedAudio(lane, audio); },
+          .failureHandler = [stop = stopDelegate_] { stop->stopReading(); }},
       environment_.makeQueue);
   return segment;
 }

@@ -113,6 +113,7 @@ class ScriptedMediaFileWriter final : public MediaFileWriter {
 
   bool canApply(const VideoSettings&) override { return file_->appliesSettings; }
 
+  AudioInput* addAudioInput(const AudioSettings&) override { return nullptr; }
   VideoInput* addVideoInput(const VideoSettings& settings) override {
     if (!file_->addsInput)
       return nullptr;

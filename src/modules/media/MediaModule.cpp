@@ -5,8 +5,8 @@ namespace tessarin::media {
 
 namespace {
 
-std::unique_ptr<MediaFileWriterFactory> makeFileWriterFactory(FileSystem& files) {
-  return std::make_unique<MediaWriterFactory>(files);
+std::unique_ptr<MediaFileWriterFactory> makeFileWriterFactory(FileSystem& files, HardwareEncoderProbe probe) {
+  return std::make_unique<MediaWriterFactory>(files, std::move(probe));
 }
 
 } // namespace
@@ -15,7 +15,7 @@ std::unique_ptr<MediaFileWriterFactory> makeFileWriterFactory(FileSystem& files)
 
 // The one symbol of the module.
 extern "C" __attribute__((visibility("default"))) const tessarin::ModuleHeader* tessarin_module() {
-  static const tessarin::MediaModule module{{tessarin::moduleBuildId()},
-                                            tessarin::media::makeFileWriterFactory};
+  static const tessarin::MediaModule module{
+      {tessarin::moduleBuildId()}, tessarin::media::makeFileWriterFactory, nullptr};
   return &module.header;
 }

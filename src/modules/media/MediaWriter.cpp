@@ -55,6 +55,10 @@ VideoInput* MediaWriter::addVideoInput(const VideoSettings& settings) {
   }
 }
 
+AudioInput* MediaWriter::addAudioInput(const AudioSettings&) {
+  return nullptr;
+}
+
 bool MediaWriter::startWriting() {
   if (state_.status() != MediaWriterStatus::unknown || tracks_.empty())
     return false;

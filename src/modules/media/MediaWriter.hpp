@@ -6,6 +6,7 @@
 #include "modules/media/VideoTrackInput.hpp"
 #include "modules/media/WriterState.hpp"
 #include "ports/MediaWriting.hpp"
+#include "ports/Modules.hpp"
 
 #include <memory>
 #include <optional>
@@ -28,6 +29,7 @@ class MediaWriter final : public MediaFileWriter {
 
   bool canApply(const VideoSettings& settings) override;
   VideoInput* addVideoInput(const VideoSettings& settings) override;
+  AudioInput* addAudioInput(const AudioSettings& settings) override;
   bool startWriting() override;
   void startSession(MediaTime sourceTime) override;
   void finishWriting(std::function<void()> completion) override;
@@ -59,11 +61,13 @@ class MediaWriter final : public MediaFileWriter {
 
 class MediaWriterFactory final : public MediaFileWriterFactory {
  public:
-  explicit MediaWriterFactory(FileSystem& files) : files_(files) {}
+  MediaWriterFactory(FileSystem& files, HardwareEncoderProbe probe)
+      : files_(files), probe_(std::move(probe)) {}
   std::unique_ptr<MediaFileWriter> makeWriter(const MediaFileOptions& options) override;
 
  private:
   FileSystem& files_;
+  const HardwareEncoderProbe probe_;
 };
 
 } // namespace tessarin::media
