@@ -1,11 +1,10 @@
 #pragma once
 
 #include "base/HostClock.hpp"
-#include "base/SerialQueue.hpp"
-#include "desktop/WindowCaptureActivator.hpp"
+#include "base/MediaTime.hpp"
 #include "model/Geometry.hpp"
-#include "ports/Devices.hpp"
-#include "ports/Permissions.hpp"
+#include "model/Picture.hpp"
+#include "recording/CaptureSource.hpp"
 
 #include <functional>
 #include <memory>
@@ -14,15 +13,12 @@
 
 namespace tessarin {
 
-struct CameraTerminalState {
-  bool stopped = false;
-  bool failedUnexpectedly = false;
-};
+using CameraTerminalState = CaptureSourceTerminalState;
 
 // Runs the camera for a recording session and keeps its newest picture where others take it. It does not
 // queue: whoever wants a picture reads the latest one. Idle, then running, then stopped or failed for good;
-// after the end there is no latest picture.
-class CameraOverlaySource {
+// after the end there is no latest picture. Its errors are cameraUnavailable and cameraDenied.
+class CameraOverlaySource final : public CaptureSource {
  public:
   // Everything referred to outlives the source. The failure handler is called once, when the running camera
   // ends by itself, on a thread of the device; it must not block.
@@ -31,34 +27,26 @@ class CameraOverlaySource {
                       const QueueFactory& makeQueue, Sleeper sleep, std::function<void()> failureHandler);
   // As stop().
   ~CameraOverlaySource();
-  CameraOverlaySource(const CameraOverlaySource&) = delete;
-  CameraOverlaySource& operator=(const CameraOverlaySource&) = delete;
 
-  // Returns when the camera runs. Throws NativeServiceError cameraUnavailable or cameraDenied.
-  void start();
-  // Returns when the first picture has come, or throws cameraUnavailable after 40 rounds of 50 ms.
-  void waitForFirstFrame();
-  // On return nothing is delivered any more. Not on the source's queue.
-  void stop();
+  // Returns when the first picture has come, or throws cameraUnavailable after 40 rounds, 50 ms apart.
+  void waitForFirstFrame() { waitForFirstDelivery(); }
 
   // All any thread.
-  CameraTerminalState terminalState() const;
   // The newest picture, however old; nothing before the first and after the end.
   std::optional<Picture> latestFrame() const;
-  // Host time at which the newest picture came.
+  // Host time at which the newest picture came; stays after the end.
   std::optional<MediaTime> latestFrameReceivedAt() const;
   // Pixels, each rounded down to an even number; nothing without a picture of at least 2 by 2.
   std::optional<SizeDTO> currentFrameSize() const;
 
  private:
-  struct Shared; // what the device's thread and all readers share under one lock
-  const std::shared_ptr<Shared> shared_;
+  struct Newest;
+  std::unique_ptr<DeviceStream> open(DeviceEndHandler onEnd) override;
+
   CaptureDevices& devices_;
-  CaptureAuthorization& authorization_;
-  const std::optional<std::string> deviceID_;
-  const Sleeper sleep_;
-  const std::unique_ptr<SerialQueue> queue_; // com.tessarin.camera.frames
-  std::unique_ptr<DeviceStream> stream_;     // the owner's thread
+  const std::optional<std::string> deviceID_; // absent: the default one
+  const HostClock& clock_;
+  const std::shared_ptr<Newest> newest_;
 };
 
 } // namespace tessarin

@@ -1,27 +1,20 @@
 #pragma once
 
-#include "base/SerialQueue.hpp"
-#include "desktop/WindowCaptureActivator.hpp"
-#include "ports/Devices.hpp"
-#include "ports/Permissions.hpp"
+#include "recording/CaptureSource.hpp"
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
 namespace tessarin {
 
-struct MicrophoneTerminalState {
-  bool stopped = false;
-  bool failedUnexpectedly = false;
-};
+using MicrophoneTerminalState = CaptureSourceTerminalState;
 
 // Runs the microphone for a recording session and hands each sample to whoever has set a handler, the
 // writer of the current segment. Outlives segments: samples without a handler are thrown away. Idle, then
-// running, then stopped or failed for good.
-class MicrophoneCaptureSource {
+// running, then stopped or failed for good. Its errors are microphoneUnavailable and microphoneDenied.
+class MicrophoneCaptureSource final : public CaptureSource {
  public:
   using SampleHandler = std::function<void(const AudioSample&)>;
 
@@ -32,35 +25,24 @@ class MicrophoneCaptureSource {
                           std::function<void()> failureHandler);
   // As stop().
   ~MicrophoneCaptureSource();
-  MicrophoneCaptureSource(const MicrophoneCaptureSource&) = delete;
-  MicrophoneCaptureSource& operator=(const MicrophoneCaptureSource&) = delete;
 
-  // Returns when the microphone runs. Throws NativeServiceError microphoneUnavailable or microphoneDenied.
-  void start();
-  // Returns when the first sample has come, or throws microphoneUnavailable after 40 rounds of 50 ms.
-  void waitForFirstSample();
-  // On return no handler is under way and none will be called. Not on the source's queue.
-  void stop();
-
-  // Any thread.
-  MicrophoneTerminalState terminalState() const;
+  // Returns when the first sample has come, or throws microphoneUnavailable after 40 rounds, 50 ms apart.
+  void waitForFirstSample() { waitForFirstDelivery(); }
 
   // The queue "com.tessarin.microphone.samples", on which handlers are called.
-  SerialQueue& queue() { return *queue_; }
+  using CaptureSource::queue;
   // From the next sample on; refused (false) when the source has ended. Any thread.
   bool setSampleHandler(SampleHandler handler);
   // On the source's queue: no call is under way once it has returned.
   void clearSampleHandler();
 
  private:
-  struct Shared; // what the device's thread, the queue and the owner's thread share under one lock
-  const std::shared_ptr<Shared> shared_;
+  struct Sound;
+  std::unique_ptr<DeviceStream> open(DeviceEndHandler onEnd) override;
+
   CaptureDevices& devices_;
-  CaptureAuthorization& authorization_;
-  const std::optional<std::string> deviceID_;
-  const Sleeper sleep_;
-  const std::unique_ptr<SerialQueue> queue_;
-  std::unique_ptr<DeviceStream> stream_; // the owner's thread
+  const std::optional<std::string> deviceID_; // absent: the default one
+  const std::shared_ptr<Sound> sound_;
 };
 
 } // namespace tessarin
