@@ -92,6 +92,17 @@ std::string repairedUtf8(std::string_view text) {
   return repaired;
 }
 
+std::u32string codePoints(std::string_view utf8) {
+  std::u32string result;
+  result.reserve(utf8.size());
+  while (!utf8.empty()) {
+    const Character character = firstCharacter(utf8);
+    result += character.isWellFormed ? character.codePoint : U'\uFFFD';
+    utf8.remove_prefix(character.length);
+  }
+  return result;
+}
+
 std::string_view trimmed(std::string_view utf8) {
   while (!utf8.empty()) {
     const Character first = firstCharacter(utf8);

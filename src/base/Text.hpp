@@ -15,6 +15,9 @@ bool isValidUtf8(std::string_view text);
 // The text with every ill-formed byte sequence replaced by U+FFFD.
 std::string repairedUtf8(std::string_view text);
 
+// The characters of the text, U+FFFD for every ill-formed byte sequence.
+std::u32string codePoints(std::string_view utf8);
+
 // Without white space and newlines (Unicode categories Zs, Zl, Zp and the control white space) at both ends.
 std::string_view trimmed(std::string_view utf8);
 

@@ -17,6 +17,12 @@ TEST(Utf8, WellFormedTextIsValid) {
   }
 }
 
+TEST(Utf8, CharactersAreReadOneByOne) {
+  EXPECT_EQ(codePoints(""), U"");
+  EXPECT_EQ(codePoints("a\u00e9\u20ac\U0001F600z"), U"a\u00e9\u20ac\U0001F600z");
+  EXPECT_EQ(codePoints("a\x80z\xE2\x82"), U"a\uFFFDz\uFFFD");
+}
+
 TEST(Utf8, IllFormedTextIsRefusedAndRepaired) {
   struct Row {
     const char* what;
