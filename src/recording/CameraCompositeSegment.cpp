@@ -1,35 +1,43 @@
 #include "recording/CameraCompositeSegment.hpp"
 
 #include "recording/RecordingFrameTimeline.hpp"
-#include "recording/RecordingProtocol.hpp"
 #include "recording/RecordingWriterPolicy.hpp"
 
 #include <algorithm>
-#include <cmath>
 #include <utility>
 
 namespace tessarin {
 
 namespace {
 
-VideoSettings screenSettings(const RecordingConfigurationPlan& plan, const RecordingSettingsDTO& settings) {
+VideoSettings videoSettings(const RecordingSettingsDTO& settings, std::int64_t width, std::int64_t height,
+                            std::int64_t averageBitRate) {
   return {.codec = settings.effectiveCodec(),
-          .width = plan.outputWidth,
-          .height = plan.outputHeight,
-          .averageBitRate = plan.averageBitRate,
+          .width = width,
+          .height = height,
+          .averageBitRate = averageBitRate,
           .expectedFrameRate = settings.frameRate,
           .maximumKeyFrameInterval = std::max<std::int64_t>(settings.frameRate, 1),
           .allowFrameReordering = false,
           .expectsMediaDataInRealTime = true};
 }
 
+NativeServiceError defaultFailure(const CameraCompositeSetup& setup) {
+  return setup.camera != nullptr ? serviceErrors::cameraUnavailable() : serviceErrors::recordingFailed();
+}
+
+RecordingHealthMonitor::Lane healthLane(RecordingAudioLane lane) {
+  return lane == RecordingAudioLane::system ? RecordingHealthMonitor::Lane::systemAudio
+                                            : RecordingHealthMonitor::Lane::microphone;
+}
+
 } // namespace
 
 CameraCompositeSegment::CameraCompositeSegment(const CameraCompositeSetup& setup, SerialQueue& queue)
     : queue_(queue), clock_(setup.clock), diagnostics_(setup.diagnostics),
-      wroteScreenFrame_(setup.wroteScreenFrame), failureHandler_(setup.failureHandler),
-      signals_(std::make_shared<CameraCompositeSignals>()), failureError_(serviceErrors::recordingFailed()),
-      configuredFrameRate_(setup.settings.frameRate),
+      wroteScreenFrame_(setup.wroteScreenFrame), receivedAudio_(setup.receivedAudio),
+      failureHandler_(setup.failureHandler), signals_(std::make_shared<CameraCompositeSignals>()),
+      failureError_(defaultFailure(setup)), configuredFrameRate_(setup.settings.frameRate),
       frameInterval_(1, static_cast<std::int32_t>(setup.settings.frameRate)),
       heartbeatInterval_(1'000'000'000 / std::max<std::int64_t>(setup.settings.frameRate, 1)),
       createdAtHostTime_(setup.clock.now()),
@@ -37,12 +45,40 @@ CameraCompositeSegment::CameraCompositeSegment(const CameraCompositeSetup& setup
           setup.media.makeWriter({.path = setup.outputPath,
                                   .initialFragmentInterval = RecordingWriterPolicy::initialFragmentInterval,
                                   .fragmentInterval = RecordingWriterPolicy::fragmentInterval})) {
-  const VideoSettings video = screenSettings(setup.plan, setup.settings);
+  const VideoSettings video = videoSettings(setup.settings, setup.plan.outputWidth, setup.plan.outputHeight,
+                                            setup.plan.averageBitRate);
   if (!writer_->canApply(video))
     throw serviceErrors::codecUnavailable();
   videoInput_ = writer_->addVideoInput(video);
   if (videoInput_ == nullptr)
     throw NativeServiceError(failureError_);
+  // The order of the tracks in the file, by which they are told apart later.
+  if (setup.camera != nullptr)
+    addCameraTrack(setup);
+  if (setup.settings.systemAudio)
+    systemAudio_.emplace(makeAudioLane(RecordingAudioLane::system));
+  if (setup.settings.microphone)
+    microphone_.emplace(makeAudioLane(RecordingAudioLane::microphone));
+}
+
+void CameraCompositeSegment::addCameraTrack(const CameraCompositeSetup& setup) {
+  VideoInput* input = nullptr;
+  if (const std::optional<SizeDTO>& size = setup.cameraPixelSize) {
+    const std::int64_t bitRate = RecordingConfigurationBuilder::averageBitRate(
+        setup.settings.effectiveCodec(), setup.settings.quality, size->width * size->height,
+        std::max<std::int64_t>(setup.settings.frameRate, 1));
+    input = writer_->addVideoInput(videoSettings(setup.settings, size->width, size->height, bitRate));
+    if (input == nullptr)
+      throw NativeServiceError(failureError_);
+  }
+  cameraTrack_.emplace(*setup.camera, *writer_, input);
+}
+
+CameraCompositeAudioLane CameraCompositeSegment::makeAudioLane(RecordingAudioLane lane) {
+  AudioInput* const input = writer_->addAudioInput(AudioSettings());
+  if (input == nullptr)
+    throw NativeServiceError(failureError_);
+  return {lane, *input};
 }
 
 void CameraCompositeSegment::screenSample(const ScreenSample& sample) {
@@ -60,12 +96,12 @@ void CameraCompositeSegment::appendVideo(const ScreenSample& sample) {
 
   const MediaTime gridTime =
       RecordingFrameTimeline::presentationTime(sample.presentationTime, firstHostTime_, frameInterval_);
-  CodedPicture snapshot = gridTime.isNumeric() ? videoInput_->render(sample.image->view) : nullptr;
+  ScreenPicture snapshot = gridTime.isNumeric() ? videoInput_->render(sample.image->view) : nullptr;
   if (!snapshot)
     return fail("screen-snapshot");
   lastSourceVideoTime_ = gridTime;
 
-  const CodedPicture previous = std::exchange(lastScreenSnapshot_, snapshot);
+  const ScreenPicture previous = std::exchange(lastScreenSnapshot_, snapshot);
   if (previous && !fillGap(previous, gridTime))
     return;
   // Of two pictures in one slot of the grid the first is written; the other is what a heartbeat repeats.
@@ -84,7 +120,7 @@ bool CameraCompositeSegment::beginSession(MediaTime sourceTime) {
 }
 
 // Plugs the hole between the last written frame and the grid time. False when a copy was not taken.
-bool CameraCompositeSegment::fillGap(const CodedPicture& previous, MediaTime gridTime) {
+bool CameraCompositeSegment::fillGap(const ScreenPicture& previous, MediaTime gridTime) {
   if (!lastVideoTime_.isNumeric())
     return true;
   MediaTime time = lastVideoTime_ + frameInterval_;
@@ -102,16 +138,21 @@ bool CameraCompositeSegment::clearsLastFrame(MediaTime time) const {
 }
 
 // True when the file took the picture. One that the file is not ready for takes the pending slot.
-bool CameraCompositeSegment::appendFrame(const CodedPicture& picture, MediaTime time) {
+bool CameraCompositeSegment::appendFrame(const ScreenPicture& picture, MediaTime time) {
+  PendingVideoFrame frame{picture, cameraTrack_ ? cameraTrack_->latestFrame() : std::nullopt, time};
   if (hasWriterFailed())
     return false;
-  if (!videoInput_->isReadyForMoreMediaData()) {
-    pendingVideoFrame_ = PendingVideoFrame{picture, time};
+  if (!isReadyForVideo()) {
+    pendingVideoFrame_ = std::move(frame);
     observeVideoReadinessIfNeeded();
     return false;
   }
   pendingVideoFrame_.reset();
-  return writeFrame(picture, time);
+  return writeFrame(frame);
+}
+
+bool CameraCompositeSegment::isReadyForVideo() const {
+  return videoInput_->isReadyForMoreMediaData() && (!cameraTrack_ || cameraTrack_->isReadyForMoreMediaData());
 }
 
 // A file that has failed meanwhile, the disk being full, is never ready again.
@@ -122,14 +163,21 @@ bool CameraCompositeSegment::hasWriterFailed() {
   return true;
 }
 
-bool CameraCompositeSegment::writeFrame(const CodedPicture& picture, MediaTime time) {
-  if (!videoInput_->append(picture, time)) {
+// Each of the screen's pictures has the camera's beside it. Where that fails, the screen's is in the file
+// already.
+bool CameraCompositeSegment::writeFrame(const PendingVideoFrame& frame) {
+  if (!videoInput_->append(frame.picture, frame.presentationTime)) {
     fail("append-screen");
     return false;
   }
   ++appendedScreenFrameCount_;
   wroteScreenFrame_();
-  return true;
+  if (!cameraTrack_)
+    return true;
+  const auto failure = cameraTrack_->append(frame.cameraPicture, frame.presentationTime);
+  if (failure)
+    fail(*failure);
+  return !failure;
 }
 
 void CameraCompositeSegment::frameWasWritten(MediaTime time) {
@@ -141,21 +189,24 @@ void CameraCompositeSegment::frameWasWritten(MediaTime time) {
 void CameraCompositeSegment::observeVideoReadinessIfNeeded() {
   if (!readinessObservations_.empty())
     return;
-  readinessObservations_.push_back(videoInput_->observeReadiness([&queue = queue_, weak = weak_from_this()] {
+  const auto drain = [&queue = queue_, weak = weak_from_this()] {
     // Only the queue may hold the segment: the last holder must not be a thread of the file writer.
     queue.async([weak] {
       if (const auto self = weak.lock())
         self->drainPendingVideo();
     });
-  }));
+  };
+  readinessObservations_.push_back(videoInput_->observeReadiness(drain));
+  if (cameraTrack_)
+    readinessObservations_.push_back(cameraTrack_->observeReadiness(drain));
 }
 
 void CameraCompositeSegment::drainPendingVideo() {
   if (terminalError_ || endedAtHostTime_.isNumeric() || !pendingVideoFrame_ || hasWriterFailed() ||
-      !videoInput_->isReadyForMoreMediaData())
+      !isReadyForVideo())
     return;
   const PendingVideoFrame frame = *std::exchange(pendingVideoFrame_, std::nullopt);
-  if (writeFrame(frame.picture, frame.presentationTime))
+  if (writeFrame(frame))
     frameWasWritten(frame.presentationTime);
 }
 
@@ -184,77 +235,72 @@ void CameraCompositeSegment::appendHeartbeatFrame() {
     lastVideoTime_ = time;
 }
 
-void CameraCompositeSegment::shutDown() {
+void CameraCompositeSegment::systemAudioSample(const AudioSample& sample) {
+  if (!terminalError_)
+    appendAudio(RecordingAudioLane::system, sample);
+}
+
+void CameraCompositeSegment::microphoneSample(const AudioSample& sample) {
+  appendAudio(RecordingAudioLane::microphone, sample);
+}
+
+// A source counts as alive even while its samples are thrown away.
+void CameraCompositeSegment::appendAudio(RecordingAudioLane which, const AudioSample& sample) {
+  receivedAudio_(healthLane(which), sample.pcm);
+  std::optional<CameraCompositeAudioLane>& lane = audioLane(which);
+  if (!firstHostTime_.isNumeric() || !lane)
+    return;
+  if (const auto failure = lane->append(sample, firstHostTime_))
+    fail(*failure);
+  else if (lane->isWaiting())
+    scheduleAudioDrain(*lane);
+}
+
+// While something waits its input is asked again and again; it tells of no readiness.
+void CameraCompositeSegment::scheduleAudioDrain(CameraCompositeAudioLane& lane) {
+  lane.scheduleDrain(queue_, [weak = weak_from_this(), which = lane.lane()] {
+    const auto self = weak.lock();
+    if (!self)
+      return;
+    CameraCompositeAudioLane& due = *self->audioLane(which);
+    due.unscheduleDrain();
+    self->drainAudio(due);
+    if (due.isWaiting())
+      self->scheduleAudioDrain(due);
+  });
+}
+
+void CameraCompositeSegment::drainAudio(CameraCompositeAudioLane& lane) {
+  if (const auto failure = lane.drain())
+    fail(*failure);
+}
+
+std::optional<CameraCompositeAudioLane>& CameraCompositeSegment::audioLane(RecordingAudioLane lane) {
+  return lane == RecordingAudioLane::system ? systemAudio_ : microphone_;
+}
+
+void CameraCompositeSegment::stopPictures() {
   heartbeatTimer_.reset();
   readinessObservations_.clear();
   pendingVideoFrame_.reset();
 }
 
-void CameraCompositeSegment::fail(std::string_view stage) {
+void CameraCompositeSegment::shutDown() {
+  stopPictures();
+  for (auto* const lane : {&systemAudio_, &microphone_})
+    if (*lane)
+      (*lane)->unscheduleDrain();
+}
+
+// The file is left as it is: what was coded of it is for its owner to keep or to drop.
+void CameraCompositeSegment::fail(const CameraCompositeFailure& failure) {
   if (terminalError_)
     return;
-  shutDown();
-  terminalError_ = failureError_;
-  reportFailure(stage);
+  stopPictures();
+  terminalError_ = failure.error.value_or(failureError_);
+  reportFailure(failure.stage);
   failureHandler_();
   signals_->didFail(*terminalError_);
-}
-
-void CameraCompositeSegment::reportFailure(std::string_view stage) const {
-  MediaWriterError none;
-  none.domain = "none";
-  const MediaWriterError error = writer_->error().value_or(none);
-  diagnostics_(DiagnosticsLine("tessarin-native recording-writer-failed")
-                   .item("stage", stage)
-                   .item("status", static_cast<int>(writer_->status()))
-                   .item("domain", error.domain)
-                   .item("code", error.code)
-                   .item("underlyingDomain", error.underlyingDomain.value_or("none"))
-                   .item("underlyingCode", error.underlyingCode)
-                   .text());
-}
-
-void CameraCompositeSegment::finishWriting(std::function<void()> completion) {
-  endedAtHostTime_ = clock_.now();
-  shutDown();
-  if (terminalError_)
-    throw NativeServiceError(*terminalError_);
-  if (!firstHostTime_.isNumeric()) {
-    writer_->cancelWriting();
-    throw NativeServiceError(failureError_);
-  }
-  videoInput_->markAsFinished();
-  writer_->finishWriting(std::move(completion));
-}
-
-void CameraCompositeSegment::reportFinished() const {
-  if (writer_->status() != MediaWriterStatus::completed)
-    throw NativeServiceError(failureError_);
-  const double videoSeconds = static_cast<double>(lastVideoTime_.wholeMilliseconds()) / 1000;
-  const double expected = std::round(videoSeconds * static_cast<double>(configuredFrameRate_));
-  const double delivered =
-      std::round(static_cast<double>(appendedScreenFrameCount_) / std::max(expected, 1.0) * 1000);
-  RecordingSummary summary;
-  summary.startupMs = (firstHostTime_ - createdAtHostTime_).wholeMilliseconds();
-  summary.videoDeliveryPermille = static_cast<std::int64_t>(std::min(delivered, 1000.0));
-  summary.screenFrames = appendedScreenFrameCount_;
-  diagnostics_(summary.line());
-}
-
-void CameraCompositeSegment::cancel() {
-  endedAtHostTime_ = clock_.now();
-  shutDown();
-  writer_->cancelWriting();
-  signals_->didFail(serviceErrors::recordingFailed());
-}
-
-MediaTime CameraCompositeSegment::recordedDuration() const {
-  if (!firstHostTime_.isNumeric())
-    return MediaTime::zero();
-  const MediaTime end = endedAtHostTime_.isNumeric() ? endedAtHostTime_ : clock_.now();
-  const MediaTime written = lastVideoTime_.isNumeric() ? lastVideoTime_ : MediaTime::zero();
-  const MediaTime elapsed = end - firstHostTime_; // not numeric counts as less than any time
-  return std::max(written, elapsed);
 }
 
 } // namespace tessarin

@@ -115,8 +115,14 @@ void RecordingService::runAvailable(const RecordingRequestDTO& request, ControlI
   RecordingSegmentStore store(environment_.files, request.sessionID, request.outputDirectory);
 
   stage = RecordingStage::interactionRecorder;
+  auto stream = std::make_unique<RecordingStream>(
+      environment_.streams, environment_.devices, filter, configuration, stopDelegate,
+      [delegate = std::weak_ptr<ScreenStreamDelegate>(stopDelegate)] {
+        if (const auto told = delegate.lock())
+          told->streamDidStopWithError();
+      });
   RecordingSession session(environment_, request, plan, events, health, store, stopDelegate,
-                           environment_.streams.makeStream(filter, configuration, stopDelegate), stage);
+                           std::move(stream), stage);
   session.start();
   try {
     session.serveControlLines(input);

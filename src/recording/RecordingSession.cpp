@@ -32,7 +32,7 @@ RecordingSession::RecordingSession(const RecordingEnvironment& environment,
                                    RecordingEventWriter& events, RecordingHealthMonitor& health,
                                    RecordingSegmentStore& store,
                                    const std::shared_ptr<RecordingStreamStopDelegate>& stopDelegate,
-                                   std::unique_ptr<ScreenStream> stream, std::string_view& stage)
+                                   std::unique_ptr<RecordingStream> stream, std::string_view& stage)
     : environment_(environment), request_(request), plan_(plan), events_(events), health_(health),
       store_(store), stopDelegate_(stopDelegate), stage_(stage), stream_(std::move(stream)) {}
 

@@ -10,6 +10,7 @@
 #include "recording/RecordingProtocol.hpp"
 #include "recording/RecordingSegmentStore.hpp"
 #include "recording/RecordingService.hpp"
+#include "recording/RecordingStream.hpp"
 #include "recording/RecordingStreamStopDelegate.hpp"
 
 #include <chrono>
@@ -51,7 +52,7 @@ class RecordingSession {
                    const RecordingConfigurationPlan& plan, RecordingEventWriter& events,
                    RecordingHealthMonitor& health, RecordingSegmentStore& store,
                    const std::shared_ptr<RecordingStreamStopDelegate>& stopDelegate,
-                   std::unique_ptr<ScreenStream> stream, std::string_view& stage);
+                   std::unique_ptr<RecordingStream> stream, std::string_view& stage);
   // Drops a segment that is still being written, and ends the stream and the watch.
   ~RecordingSession();
   RecordingSession(const RecordingSession&) = delete;
@@ -102,7 +103,7 @@ class RecordingSession {
   const std::shared_ptr<RecordingStreamStopDelegate> stopDelegate_;
   std::string_view& stage_;
 
-  const std::unique_ptr<ScreenStream> stream_;
+  const std::unique_ptr<RecordingStream> stream_;
   std::optional<ActiveRecordingSegment> active_; // absent while paused
   std::int64_t accumulatedDurationMs_ = 0;       // of all finalised segments
   std::uint64_t epochHostTimeNs_ = 0;            // host time of the first segment's first frame

@@ -16,6 +16,13 @@ inline constexpr std::size_t maximumFillerFrames = 3;
 
 } // namespace tessarin::RecordingWriterPolicy
 
+namespace tessarin::RecordingAudioQueuePolicy {
+
+// How much sound may wait for a busy coder; a lane with more ends the segment.
+inline constexpr MediaTime maximumQueuedDuration{24000, 48000};
+
+} // namespace tessarin::RecordingAudioQueuePolicy
+
 namespace tessarin::RecordingEncodedSampleTimeline {
 
 // How far the tracks of one file may begin or end apart.

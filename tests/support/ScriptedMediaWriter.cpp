@@ -15,33 +15,59 @@ class ScriptedPicture final : public CodablePicture {
 
 } // namespace
 
-class ScriptedMediaFile::Observation final : public ReadinessObservation {
+class ScriptedMediaTrack::Observation final : public ReadinessObservation {
  public:
-  explicit Observation(std::shared_ptr<ScriptedMediaFile> file) : file_(std::move(file)) {}
+  Observation(std::shared_ptr<ScriptedMediaFile> file, ScriptedMediaTrack& track)
+      : file_(std::move(file)), track_(track) {}
   ~Observation() override {
-    const std::lock_guard lock(file_->readinessLock_);
-    std::erase_if(file_->observers_, [this](const auto& observer) { return observer.first == this; });
+    const std::lock_guard lock(track_.readinessLock_);
+    std::erase_if(track_.observers_, [this](const auto& observer) { return observer.first == this; });
   }
+  Observation(const Observation&) = delete;
+  Observation& operator=(const Observation&) = delete;
 
  private:
-  std::shared_ptr<ScriptedMediaFile> file_;
+  const std::shared_ptr<ScriptedMediaFile> file_; // keeps the track
+  ScriptedMediaTrack& track_;
 };
 
-void ScriptedMediaFile::setReady(bool isReady) {
+void ScriptedMediaTrack::setReady(bool isReady) {
   const std::lock_guard lock(readinessLock_);
   isReady_ = isReady;
   for (const auto& [owner, handler] : observers_)
     handler();
 }
 
+void ScriptedMediaTrack::becomeReadyUnnoticed() {
+  const std::lock_guard lock(readinessLock_);
+  isReady_ = true;
+}
+
+std::size_t ScriptedMediaTrack::observerCount() {
+  const std::lock_guard lock(readinessLock_);
+  return observers_.size();
+}
+
+std::string ScriptedMediaTrack::appends() const {
+  std::string text;
+  for (const Append& append : appended) {
+    if (!text.empty())
+      text += ' ';
+    text += std::to_string(append.number) + "@" + std::to_string(append.time.value()) + "/" +
+            std::to_string(append.time.timescale());
+  }
+  return text;
+}
+
+ScriptedMediaTrack& ScriptedMediaFile::track(std::size_t index) {
+  return index == 0 ? *this : laterTracks_[index];
+}
+
 void ScriptedMediaFile::failMeanwhile() {
   status_ = MediaWriterStatus::failed;
   setReady(false);
-}
-
-void ScriptedMediaFile::becomeReadyUnnoticed() {
-  const std::lock_guard lock(readinessLock_);
-  isReady_ = true;
+  for (auto& [index, track] : laterTracks_)
+    track.setReady(false);
 }
 
 void ScriptedMediaFile::complete() {
@@ -51,75 +77,107 @@ void ScriptedMediaFile::complete() {
   std::exchange(heldCompletion_, nullptr)();
 }
 
-std::size_t ScriptedMediaFile::observerCount() {
-  const std::lock_guard lock(readinessLock_);
-  return observers_.size();
-}
-
-std::string ScriptedMediaFile::appends() const {
-  std::string text;
-  for (const Append& append : appended) {
-    if (!text.empty())
-      text += ' ';
-    text += std::to_string(append.picture) + "@" + std::to_string(append.time.value()) + "/" +
-            std::to_string(append.time.timescale());
-  }
-  return text;
-}
-
-class ScriptedVideoInput final : public VideoInput {
+// What the inputs of both kinds have in common: one track of a file.
+class ScriptedTrackState {
  public:
-  explicit ScriptedVideoInput(std::shared_ptr<ScriptedMediaFile> file) : file_(std::move(file)) {}
+  ScriptedTrackState(std::shared_ptr<ScriptedMediaFile> file, std::size_t index)
+      : file_(std::move(file)), index_(index), track_(file_->track(index)) {}
 
-  bool isReadyForMoreMediaData() const override {
-    const std::lock_guard lock(file_->readinessLock_);
-    return file_->isReady_;
+  ScriptedMediaTrack& track() { return track_; }
+
+  bool isReady() const {
+    const std::lock_guard lock(track_.readinessLock_);
+    return track_.isReady_;
   }
 
-  std::unique_ptr<ReadinessObservation> observeReadiness(std::function<void()> handler) override {
-    auto observation = std::make_unique<ScriptedMediaFile::Observation>(file_);
-    const std::lock_guard lock(file_->readinessLock_);
+  std::unique_ptr<ReadinessObservation> observe(std::function<void()> handler) {
+    auto observation = std::make_unique<ScriptedMediaTrack::Observation>(file_, track_);
+    const std::lock_guard lock(track_.readinessLock_);
     handler();
-    file_->observers_.emplace_back(observation.get(), std::move(handler));
+    track_.observers_.emplace_back(observation.get(), std::move(handler));
     return observation;
   }
 
-  void markAsFinished() override { file_->calls.emplace_back("markAsFinished"); }
+  void markAsFinished() {
+    file_->calls.push_back(index_ == 0 ? "markAsFinished" : "markAsFinished " + std::to_string(index_));
+  }
+
+  bool append(int number, MediaTime time) {
+    if (track_.refusedAppend == track_.appended.size())
+      file_->status_ = MediaWriterStatus::failed;
+    if (file_->status_ != MediaWriterStatus::writing)
+      return false;
+    track_.appended.push_back({number, time});
+    return true;
+  }
+
+ private:
+  const std::shared_ptr<ScriptedMediaFile> file_;
+  const std::size_t index_;
+  ScriptedMediaTrack& track_;
+};
+
+namespace {
+
+class ScriptedVideoInput final : public VideoInput {
+ public:
+  explicit ScriptedVideoInput(ScriptedTrackState state) : state_(std::move(state)) {}
+
+  bool isReadyForMoreMediaData() const override { return state_.isReady(); }
+  std::unique_ptr<ReadinessObservation> observeReadiness(std::function<void()> handler) override {
+    return state_.observe(std::move(handler));
+  }
+  void markAsFinished() override { state_.markAsFinished(); }
 
   std::shared_ptr<const CodablePicture> render(const PictureView& source) override {
-    ++file_->renderCount;
-    if (!file_->renders)
+    ++state_.track().renderCount;
+    if (!state_.track().renders)
       return nullptr;
     return std::make_shared<ScriptedPicture>(source.data[0]);
   }
 
   bool append(std::shared_ptr<const CodablePicture> picture, MediaTime presentationTime) override {
-    if (file_->refusedAppend == file_->appended.size())
-      file_->status_ = MediaWriterStatus::failed;
-    if (file_->status_ == MediaWriterStatus::failed)
-      return false;
-    file_->appended.push_back({static_cast<const ScriptedPicture&>(*picture).number, presentationTime});
-    return true;
+    return state_.append(static_cast<const ScriptedPicture&>(*picture).number, presentationTime);
   }
 
  private:
-  std::shared_ptr<ScriptedMediaFile> file_;
+  ScriptedTrackState state_;
 };
+
+class ScriptedAudioInput final : public AudioInput {
+ public:
+  explicit ScriptedAudioInput(ScriptedTrackState state) : state_(std::move(state)) {}
+
+  bool isReadyForMoreMediaData() const override { return state_.isReady(); }
+  std::unique_ptr<ReadinessObservation> observeReadiness(std::function<void()> handler) override {
+    return state_.observe(std::move(handler));
+  }
+  void markAsFinished() override { state_.markAsFinished(); }
+
+  bool append(const AudioSample& sample) override {
+    return state_.append(static_cast<int>(sample.pcm.frameCount), sample.presentationTime);
+  }
+
+ private:
+  ScriptedTrackState state_;
+};
+
+} // namespace
 
 class ScriptedMediaFileWriter final : public MediaFileWriter {
  public:
   explicit ScriptedMediaFileWriter(std::shared_ptr<ScriptedMediaFile> file) : file_(std::move(file)) {}
   ~ScriptedMediaFileWriter() override { file_->isDestroyed = true; }
+  ScriptedMediaFileWriter(const ScriptedMediaFileWriter&) = delete;
+  ScriptedMediaFileWriter& operator=(const ScriptedMediaFileWriter&) = delete;
 
   bool canApply(const VideoSettings&) override { return file_->appliesSettings; }
 
-  AudioInput* addAudioInput(const AudioSettings&) override { return nullptr; }
   VideoInput* addVideoInput(const VideoSettings& settings) override {
-    if (!file_->addsInput)
-      return nullptr;
-    file_->video = settings;
-    input_ = std::make_unique<ScriptedVideoInput>(file_);
-    return input_.get();
+    return add<ScriptedVideoInput>(settings, &ScriptedMediaTrack::video);
+  }
+  AudioInput* addAudioInput(const AudioSettings& settings) override {
+    return add<ScriptedAudioInput>(settings, &ScriptedMediaTrack::audio);
   }
 
   bool startWriting() override {
@@ -152,8 +210,22 @@ class ScriptedMediaFileWriter final : public MediaFileWriter {
   std::optional<MediaWriterError> error() const override { return file_->error; }
 
  private:
-  std::shared_ptr<ScriptedMediaFile> file_;
-  std::unique_ptr<ScriptedVideoInput> input_;
+  template<class Input, class Settings>
+  Input* add(const Settings& settings, std::optional<Settings> ScriptedMediaTrack::*place) {
+    const std::size_t index = file_->trackCount;
+    ScriptedMediaTrack& track = file_->track(index);
+    if (!track.addsInput)
+      return nullptr;
+    track.*place = settings;
+    ++file_->trackCount;
+    auto input = std::make_unique<Input>(ScriptedTrackState(file_, index));
+    Input* const added = input.get();
+    inputs_.push_back(std::move(input));
+    return added;
+  }
+
+  const std::shared_ptr<ScriptedMediaFile> file_;
+  std::vector<std::unique_ptr<MediaInput>> inputs_;
 };
 
 std::unique_ptr<MediaFileWriter> ScriptedMediaFileWriterFactory::makeWriter(const MediaFileOptions& options) {
