@@ -1,5 +1,6 @@
 #include "ClientWindow.hpp"
 
+#include <time.h>
 #include <unistd.h>
 
 #include <xcb/shape.h>
@@ -291,6 +292,11 @@ void ClientWindow::carryOut(const std::string& line) {
     options_.repaintDelay < 0 ? setBackground() : paintNow();
   } else if (command == "title") {
     setTitle(line.size() > 6 ? line.substr(6) : "");
+  } else if (command == "flash") {
+    std::int64_t at = 0;
+    int milliseconds = 0;
+    words >> at >> milliseconds;
+    flash(at, milliseconds);
   } else if (command == "raise") {
     const std::uint32_t above = XCB_STACK_MODE_ABOVE;
     configure(XCB_CONFIG_WINDOW_STACK_MODE, &above);
@@ -311,6 +317,23 @@ void ClientWindow::carryOut(const std::string& line) {
     throw std::runtime_error("unknown command " + command);
   }
   server_.sync();
+}
+
+// Waits by itself, so that the white is there at the moment and not after the next event.
+void ClientWindow::flash(std::int64_t at, int milliseconds) {
+  constexpr std::int64_t second = 1'000'000'000;
+  const timespec moment{at / second, at % second};
+  const auto graphics = xcb_generate_id(server_.get());
+  const std::uint32_t white = 0xFFFFFFFF;
+  xcb_create_gc(server_.get(), graphics, window_, XCB_GC_FOREGROUND, &white);
+  server_.sync();
+  clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &moment, nullptr);
+  const xcb_rectangle_t whole{0, 0, static_cast<std::uint16_t>(width_), static_cast<std::uint16_t>(height_)};
+  xcb_poly_fill_rectangle(server_.get(), window_, graphics, 1, &whole);
+  server_.sync();
+  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+  xcb_free_gc(server_.get(), graphics);
+  xcb_clear_area(server_.get(), 0, window_, 0, 0, 0, 0);
 }
 
 void ClientWindow::closeWindow() {

@@ -4,6 +4,7 @@
 #include "ClientPainting.hpp"
 #include "ClientServer.hpp"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -19,7 +20,8 @@ class ClientWindow {
   void show();
   // Carries out a line of standard input and returns when the server, and the window manager, have done it:
   // "move X Y", "resize W H", "paint AARRGGBB", "title TEXT", "raise", "unmap", "map", "close" (destroys the
-  // window), "cover" (puts another window over it), "uncover".
+  // window), "cover" (puts another window over it), "uncover"; "flash T MS" (turns white at T nanoseconds on
+  // the monotonic clock and, after the milliseconds, looks as before).
   void carryOut(const std::string& line);
   void handle(const xcb_generic_event_t& event);
 
@@ -43,6 +45,7 @@ class ClientWindow {
   void waitUntilHidden(xcb_window_t window);
   void configure(std::uint16_t mask, const std::uint32_t* values);
   void cover();
+  void flash(std::int64_t at, int milliseconds);
   void askTray();
 
   Server& server_;
