@@ -6,8 +6,10 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <functional>
 #include <set>
 #include <string>
 #include <thread>
@@ -113,6 +115,80 @@ TEST(RecordingEventWriter, FailsWhenNobodyReadsAnyMore) {
   }
   std::signal(SIGPIPE, previous);
   close(ends[1]);
+}
+
+// A full pipe of one page.
+class FullPipe {
+ public:
+  FullPipe() {
+    EXPECT_EQ(pipe2(ends_.data(), O_CLOEXEC), 0);
+    fcntl(ends_[1], F_SETPIPE_SZ, 4096);
+    const std::string page(4096, 'x');
+    EXPECT_EQ(::write(ends_[1], page.data(), page.size()), 4096);
+  }
+  ~FullPipe() {
+    close(ends_[0]);
+    close(ends_[1]);
+  }
+  FullPipe(const FullPipe&) = delete;
+  FullPipe& operator=(const FullPipe&) = delete;
+
+  int input() const { return ends_[1]; }
+  std::string take(std::size_t count) {
+    std::string bytes(count, '\0');
+    const ssize_t got = ::read(ends_[0], bytes.data(), count);
+    bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    return bytes;
+  }
+
+ private:
+  std::array<int, 2> ends_{};
+};
+
+int errorOf(const std::function<void()>& write) {
+  try {
+    write();
+  } catch (const FileFailure& failure) {
+    return failure.errorNumber();
+  }
+  return 0;
+}
+
+TEST(RecordingEventWriter, GivesUpAHostThatReadsNothingForGood) {
+  FullPipe pipe;
+  RecordingEventWriter writer(impatientDescriptorSink(pipe.input(), std::chrono::milliseconds(1)));
+  EXPECT_EQ(errorOf([&] { writer.write(cancelledIn("A")); }), ETIMEDOUT);
+  EXPECT_EQ(pipe.take(4096), std::string(4096, 'x'));
+  EXPECT_EQ(errorOf([&] { writer.write(cancelledIn("B")); }), ETIMEDOUT)
+      << "the line before may be there in part, so none may follow it";
+}
+
+TEST(RecordingEventWriter, WaitsForAHostThatReadsInTimeAndNeverBlocksInAWrite) {
+  FullPipe pipe; // whose writing end blocks
+  RecordingEventWriter writer(impatientDescriptorSink(pipe.input(), std::chrono::minutes(1)));
+  const std::string line = cancelledIn(std::string(9000, 'n')).encodedLine();
+  std::string received;
+  std::thread reader([&] {
+    while (received.size() < 4096 + line.size())
+      received += pipe.take(4096);
+  });
+  writer.write(cancelledIn(std::string(9000, 'n')));
+  reader.join();
+  EXPECT_EQ(received.substr(4096), line);
+}
+
+TEST(RecordingEventWriter, GivesUpInTheMiddleOfALineThatAPipeTakesInPart) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+  fcntl(ends[1], F_SETPIPE_SZ, 4096);
+  const OutputSink sink = impatientDescriptorSink(ends[1], std::chrono::milliseconds(1));
+  EXPECT_EQ(errorOf([&] { sink(std::string(9000, 'n')); }), ETIMEDOUT);
+  close(ends[0]);
+  close(ends[1]);
+}
+
+TEST(RecordingEventWriter, GrantsAHostTenSeconds) {
+  EXPECT_EQ(RecordingEventWriter::hostPatience, std::chrono::seconds(10));
 }
 
 } // namespace
