@@ -1,6 +1,6 @@
 #include "modules/media/H264Repeater.hpp"
 #include "modules/media/TestDecoder.hpp"
-#include "modules/media/VideoCoder.hpp"
+#include "modules/media/VideoCoders.hpp"
 
 #include <gtest/gtest.h>
 
@@ -37,7 +37,7 @@ Stream codedStream(int width, int height, int count, int keyInterval) {
                                .averageBitRate = 400'000,
                                .expectedFrameRate = 30,
                                .maximumKeyFrameInterval = keyInterval};
-  const auto coder = makeVideoCoder(settings);
+  const auto coder = libraryEncoders(nullptr).make(*encoderNamed("libx264"), settings, CodingEffort::full);
   Stream stream;
   const auto keep = [&](std::vector<CodedPicture> pictures) {
     for (CodedPicture& picture : pictures)

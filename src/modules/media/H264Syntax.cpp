@@ -38,12 +38,12 @@ std::optional<Sequence> parseSequence(std::span<const std::byte> unit) {
   }
   sequence.frameNumberBits = static_cast<int>(reader.ue()) + 4;
   const bool isCodedInOrder = reader.ue() == 2;
-  const bool hasReference = reader.ue() >= 1;
+  const bool hasOneReference = reader.ue() == 1;
   reader.flag(); // gaps in frame_num
   const std::uint32_t width = reader.ue() + 1;
   const std::uint32_t height = reader.ue() + 1;
   const bool isProgressive = reader.flag();
-  if (reader.isBeyondEnd() || !isCodedInOrder || !hasReference || !isProgressive ||
+  if (reader.isBeyondEnd() || !isCodedInOrder || !hasOneReference || !isProgressive ||
       sequence.frameNumberBits > 16 || width > 4096 || height > 4096)
     return std::nullopt;
   sequence.macroblocks = width * height;

@@ -21,8 +21,9 @@ std::int64_t inVideoUnits(MediaTime time) {
 
 } // namespace
 
-MediaWriter::MediaWriter(FileSystem& files, MediaFileOptions options)
-    : files_(files), options_(std::move(options)), fileQueue_(makeThreadQueue("media-file")) {}
+MediaWriter::MediaWriter(FileSystem& files, VideoCoders& coders, MediaFileOptions options)
+    : files_(files), coders_(coders), options_(std::move(options)),
+      fileQueue_(makeThreadQueue("media-file")) {}
 
 MediaWriter::~MediaWriter() {
   if (isFinishing_) {
@@ -38,18 +39,18 @@ MediaWriter::~MediaWriter() {
 }
 
 bool MediaWriter::canApply(const VideoSettings& settings) {
-  return canCode(settings);
+  return coders_.canCode(settings);
 }
 
 VideoInput* MediaWriter::addVideoInput(const VideoSettings& settings) {
-  if (state_.status() != MediaWriterStatus::unknown || !canCode(settings))
+  if (state_.status() != MediaWriterStatus::unknown || !coders_.canCode(settings))
     return nullptr;
   const std::size_t track = tracks_.size();
   const VideoTrackInput::Sink sink{
       [this, track](CodedPicture picture, std::int64_t time) { write(track, std::move(picture), time); },
       [this](MediaWriterError error) { coderFailed(std::move(error)); }};
   try {
-    return tracks_.emplace_back(std::make_unique<VideoTrackInput>(settings, state_, sink)).get();
+    return tracks_.emplace_back(std::make_unique<VideoTrackInput>(settings, coders_, state_, sink)).get();
   } catch (const CoderFailure&) {
     return nullptr;
   }
@@ -170,7 +171,8 @@ void MediaWriter::notifyReadiness() {
 }
 
 std::unique_ptr<MediaFileWriter> MediaWriterFactory::makeWriter(const MediaFileOptions& options) {
-  return std::make_unique<MediaWriter>(files_, options);
+  coders_.effort().segmentBegins();
+  return std::make_unique<MediaWriter>(files_, coders_, options);
 }
 
 } // namespace tessarin::media

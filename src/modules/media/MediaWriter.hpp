@@ -21,8 +21,8 @@ namespace tessarin::media {
 // under way is awaited when the writer is destroyed.
 class MediaWriter final : public MediaFileWriter {
  public:
-  // The file system outlives the writer.
-  MediaWriter(FileSystem& files, MediaFileOptions options);
+  // The file system and the coders outlive the writer.
+  MediaWriter(FileSystem& files, VideoCoders& coders, MediaFileOptions options);
   ~MediaWriter() override;
   MediaWriter(const MediaWriter&) = delete;
   MediaWriter& operator=(const MediaWriter&) = delete;
@@ -46,6 +46,7 @@ class MediaWriter final : public MediaFileWriter {
   void notifyReadiness();
 
   FileSystem& files_;
+  VideoCoders& coders_;
   const MediaFileOptions options_;
   WriterState state_;
   bool isFinishing_ = false; // of the caller
@@ -62,12 +63,12 @@ class MediaWriter final : public MediaFileWriter {
 class MediaWriterFactory final : public MediaFileWriterFactory {
  public:
   MediaWriterFactory(FileSystem& files, HardwareEncoderProbe probe)
-      : files_(files), probe_(std::move(probe)) {}
+      : files_(files), coders_(libraryEncoders(std::move(probe))) {}
   std::unique_ptr<MediaFileWriter> makeWriter(const MediaFileOptions& options) override;
 
  private:
   FileSystem& files_;
-  const HardwareEncoderProbe probe_;
+  VideoCoders coders_; // of all segments
 };
 
 } // namespace tessarin::media

@@ -14,12 +14,14 @@ bool PictureLine::hasRoom() const {
   return places_.size() < placeLimit_;
 }
 
-void PictureLine::push(std::shared_ptr<const I420Picture> picture, std::int64_t time) {
+bool PictureLine::push(std::shared_ptr<const I420Picture> picture, std::int64_t time) {
   const std::lock_guard lock(mutex_);
   const bool isNew = places_.empty() || places_.back().picture != picture;
-  if (isNew && differentPictures() >= differentLimit_)
+  const bool isFull = isNew && differentPictures() >= differentLimit_;
+  if (isFull)
     giveWay();
   places_.push_back({std::move(picture), time});
+  return isFull;
 }
 
 std::optional<PictureLine::Place> PictureLine::pop(bool& freedRoom) {

@@ -29,8 +29,8 @@ class PictureLine {
 
   // Any thread. Only push() takes room away.
   bool hasRoom() const;
-  // There is room.
-  void push(std::shared_ptr<const I420Picture> picture, std::int64_t time);
+  // There is room. True when a picture that waited gave way.
+  bool push(std::shared_ptr<const I420Picture> picture, std::int64_t time);
   // The first place; nothing when nobody waits. `freedRoom` tells whether there was no room before.
   std::optional<Place> pop(bool& freedRoom);
 

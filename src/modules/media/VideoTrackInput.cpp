@@ -39,12 +39,13 @@ KeyInterval keyInterval(const VideoSettings& settings) {
 
 } // namespace
 
-VideoTrackInput::VideoTrackInput(const VideoSettings& settings, WriterState& state, Sink sink)
-    : settings_(settings), state_(state), sink_(std::move(sink)),
+VideoTrackInput::VideoTrackInput(const VideoSettings& settings, VideoCoders& coders, WriterState& state,
+                                 Sink sink)
+    : settings_(settings), coders_(coders), state_(state), sink_(std::move(sink)),
       pool_(static_cast<std::int32_t>(settings.width), static_cast<std::int32_t>(settings.height),
             mostPictures),
-      coder_(makeVideoCoder(settings)),
-      sequencer_(*coder_, coder_->makeRepeater(), keyInterval(settings), sink_.coded),
+      judge_(videoTimescale), coder_(coders.make(settings)),
+      sequencer_(*coder_.coder, coder_.coder->makeRepeater(), keyInterval(settings), sink_.coded),
       line_(longestLine, mostPlaces(settings, sequencer_.repeats())), queue_(makeThreadQueue("media-coder")) {
 }
 
@@ -101,9 +102,18 @@ bool VideoTrackInput::append(std::shared_ptr<const CodablePicture> picture, Medi
     return false;
   }
   lastTime_ = *time;
-  line_.push(std::move(own), *time);
+  watchLoad(*time, line_.push(std::move(own), *time));
   queue_->async([this] { codeNext(); });
   return true;
+}
+
+// A source that can wait is never in a hurry.
+void VideoTrackInput::watchLoad(std::int64_t time, bool gaveWay) {
+  if (!settings_.expectsMediaDataInRealTime)
+    return;
+  const CodingEffort effort = coders_.effort().current();
+  if (judge_.findsTooSlow(time, gaveWay, effort))
+    coders_.effort().stepDown(effort);
 }
 
 void VideoTrackInput::codeNext() {
@@ -119,6 +129,7 @@ template<class Work> void VideoTrackInput::guarded(const Work& work) {
   try {
     work();
   } catch (const CoderFailure& failure) {
+    coders_.failed(coder_.encoderName);
     sink_.failed({failure.domain(), failure.code(), std::nullopt, 0});
   } catch (const std::bad_alloc&) {
     sink_.failed({"POSIX", ENOMEM, std::nullopt, 0});
@@ -128,6 +139,8 @@ template<class Work> void VideoTrackInput::guarded(const Work& work) {
 void VideoTrackInput::finish(std::function<void()> completion) {
   isFinished_ = true;
   isFinishing_ = true;
+  if (settings_.expectsMediaDataInRealTime && lastTime_)
+    coders_.effort().trackEnds(judge_.calmTime(), videoTimescale);
   queue_->async([this, completion = std::move(completion)] {
     if (!isStopped_ && state_.isWriting())
       guarded([&] { sequencer_.finish(); });

@@ -4,7 +4,7 @@
 #include "modules/media/PictureLine.hpp"
 #include "modules/media/PictureSequencer.hpp"
 #include "modules/media/ReadinessObservers.hpp"
-#include "modules/media/VideoCoder.hpp"
+#include "modules/media/VideoCoders.hpp"
 #include "modules/media/WriterState.hpp"
 #include "pixels/FittedScaler.hpp"
 
@@ -28,8 +28,8 @@ class VideoTrackInput final : public VideoInput {
     std::function<void(MediaWriterError error)> failed;
   };
 
-  // Throws CoderFailure when the coder cannot be had. The state outlives the input.
-  VideoTrackInput(const VideoSettings& settings, WriterState& state, Sink sink);
+  // Throws CoderFailure when the coder cannot be had. Coders and state outlive the input.
+  VideoTrackInput(const VideoSettings& settings, VideoCoders& coders, WriterState& state, Sink sink);
   // Drops what waits unless it is being finished, and joins the thread.
   ~VideoTrackInput() override;
   VideoTrackInput(const VideoTrackInput&) = delete;
@@ -41,7 +41,7 @@ class VideoTrackInput final : public VideoInput {
   std::shared_ptr<const CodablePicture> render(const PictureView& source) override;
   bool append(std::shared_ptr<const CodablePicture> picture, MediaTime presentationTime) override;
 
-  const container::SampleDescription& description() const { return coder_->description(); }
+  const container::SampleDescription& description() const { return coder_.coder->description(); }
   void startSession(MediaTime sourceTime) { sessionStart_ = sourceTime; }
   // Codes what waits and what the coder holds, then calls on the track's thread. Nothing may be appended any
   // more.
@@ -57,11 +57,13 @@ class VideoTrackInput final : public VideoInput {
 
  private:
   bool hasRoom() const;
+  void watchLoad(std::int64_t time, bool gaveWay);
   void codeNext();
   template<class Work> void guarded(const Work& work);
   std::optional<std::int64_t> nextTime(MediaTime presentationTime) const;
 
   const VideoSettings settings_;
+  VideoCoders& coders_;
   WriterState& state_;
   const Sink sink_;
   ReadinessObservers observers_;
@@ -73,10 +75,11 @@ class VideoTrackInput final : public VideoInput {
   std::optional<pixels::FittedScaler> scaler_;
   MediaTime sessionStart_ = MediaTime::zero();
   std::optional<std::int64_t> lastTime_; // units of the video timescale; read by the finish too
+  LoadJudge judge_;
   bool isFinishing_ = false;
 
   // Of the track's thread, once it has been handed something.
-  const std::unique_ptr<VideoCoder> coder_;
+  const NamedCoder coder_;
   PictureSequencer sequencer_;
 
   PictureLine line_; // has its own lock

@@ -22,10 +22,11 @@ class VideoTrackInputTest : public testing::Test {
   }
 
   const std::vector<std::uint8_t> pixels = std::vector<std::uint8_t>(64 * 48 * 4, 100);
+  VideoCoders coders{libraryEncoders(nullptr)};
   WriterState state;
   int failures = 0; // of the test's thread
   VideoTrackInput input{
-      settings, state, {[](CodedPicture, std::int64_t) {}, [&](const auto&) { ++failures; }}};
+      settings, coders, state, {[](CodedPicture, std::int64_t) {}, [&](const auto&) { ++failures; }}};
 };
 
 TEST_F(VideoTrackInputTest, isNotReadyWhileTheDiskIsBehind) {
@@ -51,7 +52,7 @@ TEST_F(VideoTrackInputTest, takesNothingOnceFinishedOrFailed) {
   EXPECT_FALSE(input.append(picture(), MediaTime(1, 10)));
 
   WriterState failed;
-  VideoTrackInput other(settings, failed, {[](CodedPicture, std::int64_t) {}, [](const auto&) {}});
+  VideoTrackInput other(settings, coders, failed, {[](CodedPicture, std::int64_t) {}, [](const auto&) {}});
   failed.change(MediaWriterStatus::unknown, MediaWriterStatus::writing);
   failed.fail({"POSIX", 5, std::nullopt, 0});
   EXPECT_FALSE(other.append(picture(), MediaTime(0, 10)));
