@@ -43,6 +43,31 @@ TEST(VideoCoder, describesEqualSettingsEqually) {
   }
 }
 
+// Segments of different efforts join without another description, and a coder is replaced at any key.
+TEST(VideoCoder, describesItsStreamAlikeAtEveryEffort) {
+  const struct {
+    std::int64_t width, height, bitRate;
+  } sizes[] = {{16, 16, 100'000},        {320, 240, 2'000'000},    {1280, 720, 5'000'000},
+               {1366, 768, 6'000'000},   {1920, 1080, 12'400'000}, {2560, 1440, 20'000'000},
+               {3840, 2160, 35'000'000}, {3840, 2160, 60'000'000}};
+  for (const auto& size : sizes)
+    for (const std::int64_t rate : {1, 5, 15, 24, 30, 60, 120}) {
+      const VideoSettings wanted{.codec = RecordingCodec::h264,
+                                 .width = size.width,
+                                 .height = size.height,
+                                 .averageBitRate = size.bitRate,
+                                 .expectedFrameRate = rate,
+                                 .maximumKeyFrameInterval = rate};
+      const auto full = makeVideoCoder(wanted, CodingEffort::full);
+      for (const CodingEffort effort : {CodingEffort::reduced, CodingEffort::least}) {
+        const auto eased = makeVideoCoder(wanted, effort);
+        EXPECT_EQ(eased->description(), full->description()) << size.width << " " << rate;
+        EXPECT_EQ(eased->delay(), full->delay());
+        EXPECT_EQ(eased->makeRepeater() != nullptr, full->makeRepeater() != nullptr);
+      }
+    }
+}
+
 TEST(VideoCoder, describesItselfByTheRightSampleEntry) {
   const auto contains = [](const Bytes& box, const std::string& text) {
     return std::string(reinterpret_cast<const char*>(box.data()), box.size()).find(text) != std::string::npos;

@@ -1,7 +1,12 @@
 #include "modules/media/VideoTrackInput.hpp"
 
+#include "modules/media/CoderFailure.hpp"
+
 #include <gtest/gtest.h>
 
+#include <future>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace tessarin::media {
@@ -71,6 +76,112 @@ TEST_F(VideoTrackInputTest, failsForATimeThatGoesBackAndForNoPicture) {
 TEST_F(VideoTrackInputTest, rendersNothingFromAnEmptyPicture) {
   EXPECT_EQ(input.render({pixels.data(), 0, 48, 64 * 4, PixelFormat::bgrx8}), nullptr);
   EXPECT_EQ(input.render({pixels.data(), 64, 0, 64 * 4, PixelFormat::bgrx8}), nullptr);
+}
+
+// A coder that waits to be let go on, or fails.
+class StuckCoder final : public VideoCoder {
+ public:
+  StuckCoder(std::shared_future<void> released, bool fails) : released_(std::move(released)), fails_(fails) {}
+
+  std::vector<CodedPicture> encode(const std::shared_ptr<const I420Picture>&, std::int64_t,
+                                   bool asKey) override {
+    released_.wait();
+    if (fails_)
+      throw CoderFailure("device", 7);
+    return {{Bytes(1), asKey}};
+  }
+  std::vector<CodedPicture> finish() override { return {}; }
+  std::int64_t delay() const override { return 0; }
+  const container::SampleDescription& description() const override { return description_; }
+  std::unique_ptr<PictureRepeater> makeRepeater() const override { return std::make_unique<Repeater>(); }
+
+ private:
+  class Repeater final : public PictureRepeater {
+    void fitIn(CodedPicture&) override {}
+    CodedPicture repeated() override { return {Bytes(2), false}; }
+    CodedPicture repeatedKey() override { return {Bytes(2), true}; }
+  };
+
+  const std::shared_future<void> released_;
+  const bool fails_;
+  container::SampleDescription description_;
+};
+
+class StuckTrackTest : public testing::Test {
+ protected:
+  StuckTrackTest() { state.change(MediaWriterStatus::unknown, MediaWriterStatus::writing); }
+  EncoderCatalogue catalogue() {
+    return {.has = [](const std::string&) { return true; },
+            .probe = [](const std::string& name) { return name == "h264_vaapi"; },
+            .make =
+                [this](const Encoder& encoder, const VideoSettings&, CodingEffort) {
+                  return std::make_unique<StuckCoder>(released, encoder.kind != EncoderKind::software);
+                }};
+  }
+  // Different pictures for so long, at twenty in a second.
+  void appendFor(VideoTrackInput& input, int milliseconds) {
+    for (int at = 0; at < milliseconds; at += 50) {
+      const auto picture = input.render({pixels.data(), 64, 48, 64 * 4, PixelFormat::bgrx8});
+      ASSERT_TRUE(input.append(picture, MediaTime(at, 1000))) << at;
+    }
+  }
+
+  const std::vector<std::uint8_t> pixels = std::vector<std::uint8_t>(64 * 48 * 4, 100);
+  VideoSettings wanted{.width = 64,
+                       .height = 48,
+                       .averageBitRate = 500'000,
+                       .expectedFrameRate = 20,
+                       .maximumKeyFrameInterval = 20};
+  std::promise<void> release;
+  std::shared_future<void> released = release.get_future();
+  VideoCoders coders{catalogue()};
+  WriterState state;
+  std::vector<MediaWriterError> failures; // once the track has stopped
+  const VideoTrackInput::Sink sink{[](CodedPicture, std::int64_t) {},
+                                   [this](MediaWriterError error) { failures.push_back(std::move(error)); }};
+};
+
+TEST_F(StuckTrackTest, easesTheEffortWhenPicturesGiveWayForOneAndAHalfSeconds) {
+  coders.failed("h264_vaapi");
+  VideoTrackInput input(wanted, coders, state, sink);
+  appendFor(input, 1500);
+  EXPECT_EQ(coders.effort().current(), CodingEffort::full);
+  release.set_value();
+  input.stop();
+
+  release = {};
+  released = release.get_future();
+  VideoTrackInput longer(wanted, coders, state, sink);
+  appendFor(longer, 1900);
+  EXPECT_EQ(coders.effort().current(), CodingEffort::reduced);
+  release.set_value();
+  longer.stop();
+  EXPECT_TRUE(failures.empty());
+}
+
+TEST_F(StuckTrackTest, leavesTheEffortToASourceThatCanWait) {
+  coders.failed("h264_vaapi");
+  wanted.expectsMediaDataInRealTime = false;
+  VideoTrackInput input(wanted, coders, state, sink);
+  release.set_value();
+  for (int at = 0; at < 200; ++at) {
+    input.wait();
+    const auto picture = input.render({pixels.data(), 64, 48, 64 * 4, PixelFormat::bgrx8});
+    ASSERT_TRUE(input.append(picture, MediaTime(at, 20))) << at;
+  }
+  input.stop();
+  EXPECT_EQ(coders.effort().current(), CodingEffort::full);
+}
+
+TEST_F(StuckTrackTest, tellsThatHardwareHasFailedSoThatSoftwareComesNext) {
+  VideoTrackInput input(wanted, coders, state, sink);
+  release.set_value();
+  appendFor(input, 50);
+  input.wait();
+  ASSERT_EQ(failures.size(), 1U);
+  EXPECT_EQ(failures[0].domain, "device");
+  EXPECT_EQ(failures[0].code, 7);
+  EXPECT_EQ(coders.make(wanted).encoderName, "libx264");
 }
 
 TEST(WriterState, tellsWhenTheDiskHasCaughtUp) {
