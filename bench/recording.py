@@ -10,13 +10,13 @@ import uuid
 from harness import Desktop, full_screen, processor_seconds, resident_megabytes, scratch
 
 
-def request_for(display, directory, frame_rate):
+def request_for(display, directory, frame_rate, settings):
     return {
         "sessionId": directory.name, "kind": "display", "displayId": display["id"],
         "rectPoints": display["framePoints"], "outputDirectory": str(directory),
         "settings": {"microphone": False, "systemAudio": False, "camera": False, "cameraPosition": "bottomRight",
                      "showsCursor": True, "showMouseClicks": False, "frameRate": frame_rate,
-                     "quality": "standard", "outputScale": "original"}}
+                     "quality": "standard", "outputScale": "original", **settings}}
 
 
 def session_directory(folder):
@@ -29,11 +29,12 @@ class Measured:
     """What one recording of ours cost and said."""
 
 
-def record(desktop, folder, seconds, frame_rate):
+def record(desktop, folder, seconds, frame_rate, settings=None):
+    """Records the first display of a desktop (or anything with a host); settings go over the plain ones."""
     display = desktop.host.run("list")["displays"][0]
     directory = session_directory(folder)
     result = Measured()
-    with desktop.host.record(request_for(display, directory, frame_rate)) as recording:
+    with desktop.host.record(request_for(display, directory, frame_rate, settings or {})) as recording:
         recording.wait_for("recording")
         pid = recording.process.pid
         before, start = processor_seconds(pid), time.monotonic()

@@ -1,14 +1,15 @@
 #!/usr/bin/env python3
 """Measures the program against peers on this machine.
 
-Usage: run.py BUILD-FOLDER [name...]   names: stills, recording, still-screen, stop, stop-long; default all but the
-last, which records for ten minutes. Prints a line a figure: a ratio or a share, its bound, and whether it holds.
+Usage: run.py BUILD-FOLDER [name...]   names: stills, recording, still-screen, stop, session, loaded, and stop-long and
+session-long, which record for ten minutes; default all but the long ones. Prints a line a figure: a ratio or a share, its bound, and whether it holds.
 Exits with 1 when a bound is missed.
 """
 import pathlib
 import sys
 
 import recording
+import session
 import stills
 from harness import Report
 
@@ -17,13 +18,16 @@ benches = {
     "recording": recording.run,
     "still-screen": recording.run_still_screen,
     "stop": lambda build, report: recording.run_stop(build, report, seconds=60),
+    "session": lambda build, report: session.run(build, report, seconds=60),
+    "loaded": session.run_loaded,
     "stop-long": lambda build, report: recording.run_stop(build, report, seconds=600),
+    "session-long": lambda build, report: session.run(build, report, seconds=600),
 }
 
 
 def main():
     build = pathlib.Path(sys.argv[1]).resolve()
-    names = sys.argv[2:] or [name for name in benches if name != "stop-long"]
+    names = sys.argv[2:] or [name for name in benches if not name.endswith("-long")]
     unknown = [name for name in names if name not in benches]
     if unknown:
         sys.exit(f"no such benchmark: {' '.join(unknown)} (there are {', '.join(benches)})")

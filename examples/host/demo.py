@@ -3,7 +3,8 @@
 
 Usage: demo.py BUILD-FOLDER
 
-Uses the desktop that is there; without one it starts a private desktop with an animated window.
+Uses the desktop that is there, with what it plays but without its microphone and camera; without a desktop it starts
+a private one with an animated window, a sound server, a microphone and a camera, and records them all.
 """
 import os
 import pathlib
@@ -17,13 +18,16 @@ from tessarin_host import Host, JobFailed
 
 
 def start_private_desktop(build):
-    """An X server, a window manager and an animated window, alive until our end of its input closes."""
-    child = subprocess.Popen([build / "tests/desktop/tessarin-private-desktop"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                             text=True)
-    display = child.stdout.readline().strip().removeprefix("DISPLAY=")
-    if not display:
-        sys.exit("The private desktop did not start.")
-    return child, display
+    """A desktop with sound and a camera, alive until our end of its input closes, and the variables that name it."""
+    child = subprocess.Popen([build / "tests/desktop/tessarin-private-desktop", "--flash-and-beep", "1"],
+                             stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+    variables = {}
+    for line in child.stdout:
+        if line.strip() == "ready":
+            return child, variables
+        name, value = line.rstrip("\n").split("=", 1)
+        variables[name] = value
+    sys.exit("The private desktop did not start.")
 
 
 def main():
@@ -35,22 +39,28 @@ def main():
         Host(program, environment).run("list")
         print(f"Recording the desktop on {environment.get('DISPLAY')}.")
     except JobFailed:
-        desktop, environment["DISPLAY"] = start_private_desktop(build)
+        desktop, variables = start_private_desktop(build)
+        environment.update(variables)
         print(f"No desktop here: recording a private one on {environment['DISPLAY']}.")
 
     try:
-        demonstrate(Host(program, environment))
+        demonstrate(Host(program, environment), is_private=desktop is not None)
     finally:
         if desktop is not None:
             desktop.stdin.close()
             desktop.wait(10)
 
 
-def demonstrate(host):
+def demonstrate(host, is_private):
     context = host.run("list")
     display = next(d for d in context["displays"] if d["isPrimary"])
     print(f"{len(context['displays'])} displays, {len(context['windows'])} windows, "
           f"{len(context['uiElements'])} desktop elements")
+
+    devices = host.run("recording-input-devices")
+    for kind in ("microphones", "cameras"):
+        print(f"{kind}: " + (", ".join(device["name"] for device in devices[kind]) or "none"))
+    can_hear = host.run("microphone-status")["permission"] == "granted"  # there is a sound server that lets us in
 
     session = str(uuid.uuid4()).upper()
     directory = pathlib.Path(tempfile.mkdtemp(prefix="tessarin-demo-")) / session
@@ -64,7 +74,8 @@ def demonstrate(host):
     request = {
         "sessionId": session, "kind": "display", "displayId": display["id"],
         "rectPoints": display["framePoints"], "outputDirectory": str(directory),
-        "settings": {"microphone": False, "systemAudio": False, "camera": False, "cameraPosition": "bottomRight",
+        "settings": {"microphone": is_private and can_hear, "systemAudio": can_hear,
+                     "camera": is_private and can_hear, "cameraPosition": "bottomRight",
                      "showsCursor": True, "showMouseClicks": False, "frameRate": 30, "quality": "high",
                      "outputScale": "original"}}
     with host.record(request) as recording:
