@@ -1,18 +1,388 @@
 #include "backends/pipewire/AudioStream.hpp"
 
+#include "backends/pipewire/SampleClock.hpp"
+#include "backends/pipewire/SampleRing.hpp"
+
+#include <spa/param/audio/format-utils.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <utility>
+
 namespace tessarin::pipewire {
 
-std::unique_ptr<DeviceStream> makeMicrophoneStream(std::shared_ptr<Connection> /*connection*/,
-                                                   const ServerNode& /*node*/,
-                                                   AudioSampleHandler /*onSample*/,
-                                                   DeviceEndHandler /*onEnd*/) {
-  fail(CaptureDeviceError::unavailable);
+namespace {
+
+constexpr std::int32_t sampleRate = 48000;
+constexpr std::size_t channelCount = 2;
+// Two seconds of sound, and at least as many buffers of the smallest usual size: so long may the loop's
+// thread be kept from running before anything is lost.
+constexpr std::size_t ringFrames = std::size_t{sampleRate} * 2;
+constexpr std::size_t ringBuffers = 2048;
+// How long a device may take to begin.
+constexpr auto startPatience = std::chrono::milliseconds(3000);
+// A graph that has just begun to run moves its clock by tens of milliseconds once: nothing is delivered
+// before it has run evenly for this long, or unevenly for the other.
+constexpr std::int64_t settlingTime = 60'000'000;
+constexpr std::int64_t longestSettling = 400'000'000;
+constexpr std::int64_t settlingTolerance = 4'000'000;
+// A greater delay than this is none that a sound device has.
+constexpr std::int64_t greatestDelay = 1'000'000'000;
+
+// In nanoseconds.
+std::int64_t lengthOf(std::size_t frameCount) {
+  return static_cast<std::int64_t>(frameCount) * 1'000'000'000 / sampleRate;
 }
 
-std::unique_ptr<DeviceStream> makeSystemAudioStream(std::shared_ptr<Connection> /*connection*/,
-                                                    AudioSampleHandler /*onSample*/,
-                                                    DeviceEndHandler /*onEnd*/) {
-  fail(CaptureDeviceError::unavailable);
+// Waits until the told times of successive buffers fit each other.
+class Settling {
+ public:
+  bool isDone() const { return isDone_; }
+  void take(const BufferRecord& record) {
+    if (!begun_) {
+      begun_ = record.time;
+    }
+    if (!evenSince_ || std::abs(record.time - expected_) > settlingTolerance) {
+      evenSince_ = record.time;
+    }
+    expected_ = record.time + lengthOf(record.frameCount);
+    isDone_ = expected_ - *evenSince_ > settlingTime || record.time - *begun_ > longestSettling;
+  }
+
+ private:
+  bool isDone_ = false;
+  std::int64_t expected_ = 0;
+  std::optional<std::int64_t> begun_;
+  std::optional<std::int64_t> evenSince_;
+};
+
+// Which device a stream listens to, and how its delay counts.
+struct AudioStreamKind {
+  const char* nodeName;
+  // Nothing: the default output, and whichever is the default later.
+  std::optional<ServerNode> device;
+};
+
+// A microphone's or the computer's sound. Buffers are taken on the library's data thread, which is served
+// first on a busy machine, and handed to the loop's thread, which gives them their times and delivers them.
+//
+// Where members are confined to the loop, its lock is held.
+class AudioStream final : public DeviceStream, private ConnectionListener {
+ public:
+  AudioStream(std::shared_ptr<Connection> connection, AudioStreamKind kind, AudioSampleHandler onSample,
+              DeviceEndHandler onEnd)
+      : connection_(std::move(connection)), kind_(std::move(kind)), onSample_(std::move(onSample)),
+        onEnd_(std::move(onEnd)) {}
+  ~AudioStream() override { stop(); }
+  AudioStream(const AudioStream&) = delete;
+  AudioStream& operator=(const AudioStream&) = delete;
+
+  void start() override;
+  void stop() override;
+
+ private:
+  enum class Stage : std::uint8_t { idle, starting, running, ended };
+  struct Events;
+
+  pw_properties* properties() const;
+  void connectStream();
+  void stateChanged(pw_stream_state state);
+  void connectionLost() override { end(CaptureDeviceError::unavailable); }
+  void nodeRemoved(std::uint32_t nodeID) override;
+  void serverRefused(CaptureDeviceError why) override;
+  void end(CaptureDeviceError why);
+  void enter(Stage stage);
+
+  void takeBuffers();
+  void take(const pw_buffer& buffer);
+  void deliverAll();
+  void deliver(const BufferRecord& record);
+  std::int64_t missingBefore(const BufferRecord& record);
+
+  const std::shared_ptr<Connection> connection_;
+  const AudioStreamKind kind_;
+  const AudioSampleHandler onSample_;
+  const DeviceEndHandler onEnd_;
+
+  // The loop's:
+  pw_stream* stream_ = nullptr; // used by the data thread until it is destroyed, as is
+  spa_hook hook_{};
+  spa_source* wake_ = nullptr; // which runs deliverAll() on the loop's thread
+  bool isListening_ = false;
+  Settling settling_;
+  SampleClock clock_{sampleRate};
+  std::optional<BufferRecord> last_;
+
+  SampleRing ring_{ringFrames, ringBuffers, channelCount}; // pushed to by the data thread
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  Stage stage_ = Stage::idle; // guarded by mutex_, as is
+  CaptureDeviceError failure_ = CaptureDeviceError::unavailable;
+};
+
+struct AudioStream::Events {
+  static AudioStream& self(void* data) { return *static_cast<AudioStream*>(data); }
+
+  static void stateChanged(void* data, pw_stream_state /*old*/, pw_stream_state state,
+                           const char* /*error*/) {
+    self(data).stateChanged(state);
+  }
+  static void process(void* data) { self(data).takeBuffers(); }
+  static void wake(void* data, std::uint64_t /*count*/) { self(data).deliverAll(); }
+
+  static const pw_stream_events* table() {
+    static const pw_stream_events events = [] {
+      pw_stream_events made{};
+      made.version = PW_VERSION_STREAM_EVENTS;
+      made.state_changed = &stateChanged;
+      made.process = &process;
+      return made;
+    }();
+    return &events;
+  }
+};
+
+// What a person once chose for recording programs in general, volumes above all, is not applied: the device
+// was chosen for this recording, and is heard as it is.
+pw_properties* AudioStream::properties() const {
+  auto* properties =
+      pw_properties_new(PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, "Capture", PW_KEY_NODE_NAME,
+                        kind_.nodeName, PW_KEY_NODE_LATENCY, "1024/48000", "state.restore-props", "false",
+                        "state.restore-target", "false", nullptr);
+  if (kind_.device) {
+    pw_properties_set(properties, PW_KEY_TARGET_OBJECT, kind_.device->name.c_str());
+    pw_properties_set(properties, PW_KEY_NODE_DONT_RECONNECT, "true");
+    // The channels of an array of microphones all hear the same, which must not become louder by their
+    // number.
+    pw_properties_set(properties, "channelmix.normalize", "true");
+  } else {
+    pw_properties_set(properties, PW_KEY_STREAM_CAPTURE_SINK, "true");
+  }
+  return properties;
+}
+
+void AudioStream::start() {
+  {
+    const Connection::Lock lock(*connection_);
+    if (connection_->isLost()) {
+      fail(CaptureDeviceError::unavailable);
+    }
+    enter(Stage::starting);
+    connection_->addListener(*this);
+    isListening_ = true;
+    connectStream();
+  }
+  std::unique_lock lock(mutex_);
+  changed_.wait_for(lock, startPatience, [this] { return stage_ != Stage::starting; });
+  if (stage_ == Stage::running) {
+    return;
+  }
+  const auto failure = failure_;
+  lock.unlock();
+  stop();
+  fail(failure);
+}
+
+void AudioStream::connectStream() {
+  wake_ = pw_loop_add_event(connection_->loop(), &Events::wake, this);
+  stream_ = pw_stream_new(connection_->core(), kind_.nodeName, properties());
+  if (!wake_ || !stream_) {
+    end(CaptureDeviceError::unavailable);
+    return;
+  }
+  pw_stream_add_listener(stream_, &hook_, Events::table(), this);
+
+  std::array<std::byte, 1024> memory{};
+  spa_pod_builder builder{};
+  spa_pod_builder_init(&builder, memory.data(), memory.size());
+  spa_audio_info_raw format{};
+  format.format = SPA_AUDIO_FORMAT_F32;
+  format.rate = sampleRate;
+  format.channels = channelCount;
+  format.position[0] = SPA_AUDIO_CHANNEL_FL;
+  format.position[1] = SPA_AUDIO_CHANNEL_FR;
+  const spa_pod* parameter = spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &format);
+  const auto flags = static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS |
+                                                  PW_STREAM_FLAG_RT_PROCESS);
+  if (pw_stream_connect(stream_, PW_DIRECTION_INPUT, PW_ID_ANY, flags, &parameter, 1) < 0) {
+    end(CaptureDeviceError::unavailable);
+  }
+}
+
+// Destroying the stream waits until the data thread has left it, for which the stream is still to be found.
+void AudioStream::stop() {
+  const Connection::Lock lock(*connection_);
+  enter(Stage::ended);
+  if (stream_) {
+    pw_stream_destroy(stream_);
+    stream_ = nullptr;
+  }
+  if (wake_) {
+    pw_loop_destroy_source(connection_->loop(), wake_);
+    wake_ = nullptr;
+  }
+  if (isListening_) {
+    connection_->removeListener(*this);
+    isListening_ = false;
+  }
+}
+
+void AudioStream::stateChanged(pw_stream_state state) {
+  if (state == PW_STREAM_STATE_STREAMING) {
+    const std::lock_guard lock(mutex_);
+    if (stage_ == Stage::starting) {
+      stage_ = Stage::running;
+      changed_.notify_all();
+    }
+  } else if (state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED) {
+    end(CaptureDeviceError::unavailable);
+  }
+}
+
+void AudioStream::nodeRemoved(std::uint32_t nodeID) {
+  if (kind_.device && kind_.device->id == nodeID) {
+    end(CaptureDeviceError::unavailable);
+  }
+}
+
+// Not an end in itself: what cannot be had shows up in the stream's state, and this tells why.
+void AudioStream::serverRefused(CaptureDeviceError why) {
+  const std::lock_guard lock(mutex_);
+  if (stage_ == Stage::starting) {
+    failure_ = why;
+  }
+}
+
+// On the loop's thread, or while starting. What came before the end is delivered before it is told.
+void AudioStream::end(CaptureDeviceError why) {
+  deliverAll();
+  {
+    const std::lock_guard lock(mutex_);
+    if (stage_ == Stage::ended) {
+      return;
+    }
+    const auto was = std::exchange(stage_, Stage::ended);
+    if (was == Stage::starting && failure_ == CaptureDeviceError::unavailable) {
+      failure_ = why;
+    }
+    changed_.notify_all();
+    if (was != Stage::running) {
+      return;
+    }
+  }
+  onEnd_();
+}
+
+void AudioStream::enter(Stage stage) {
+  const std::lock_guard lock(mutex_);
+  stage_ = stage;
+}
+
+// On the data thread, which must not wait.
+void AudioStream::takeBuffers() {
+  while (auto* buffer = pw_stream_dequeue_buffer(stream_)) {
+    take(*buffer);
+    pw_stream_queue_buffer(stream_, buffer);
+  }
+  pw_loop_signal_event(connection_->loop(), wake_);
+}
+
+void AudioStream::take(const pw_buffer& buffer) {
+  const auto& data = buffer.buffer->datas[0];
+  pw_time time{};
+  if (!data.data || !data.chunk || pw_stream_get_time_n(stream_, &time, sizeof time) < 0 ||
+      time.rate.denom == 0) {
+    return;
+  }
+  const auto offset = std::min(data.chunk->offset, data.maxsize);
+  const auto size = std::min(data.chunk->size, data.maxsize - offset);
+  const auto nanoseconds = [&time](double count) {
+    return static_cast<std::int64_t>(count * 1e9 * time.rate.num / time.rate.denom);
+  };
+  BufferRecord record;
+  record.frameCount = size / (channelCount * sizeof(float));
+  record.ticks = nanoseconds(static_cast<double>(time.ticks));
+  const auto delay = std::clamp(nanoseconds(static_cast<double>(time.delay)), std::int64_t{0}, greatestDelay);
+  // A microphone's sound has been on its way for the delay, and its last frame was heard by now; an output's
+  // sound still has the delay before it.
+  record.time = kind_.device ? time.now - std::max(delay, lengthOf(record.frameCount)) : time.now + delay;
+  if (record.frameCount > 0) {
+    ring_.push(static_cast<const float*>(data.data) + offset / sizeof(float), record);
+  }
+}
+
+void AudioStream::deliverAll() {
+  while (const auto* front = ring_.front()) {
+    const auto record = *front;
+    deliver(record);
+  }
+}
+
+void AudioStream::deliver(const BufferRecord& record) {
+  auto samples = std::make_shared_for_overwrite<float[]>(record.frameCount * channelCount);
+  ring_.pop(samples.get());
+  {
+    const std::lock_guard lock(mutex_);
+    if (stage_ == Stage::ended) {
+      return;
+    }
+  }
+  if (!settling_.isDone()) {
+    settling_.take(record);
+    last_ = record;
+    return;
+  }
+  const auto time =
+      clock_.timeOf(record.time, static_cast<std::int64_t>(record.frameCount), missingBefore(record));
+  AudioSample sample;
+  sample.pcm.data = std::as_bytes(std::span(samples.get(), record.frameCount * channelCount));
+  sample.pcm.format = PcmFormat::float32;
+  sample.pcm.channelCount = channelCount;
+  sample.pcm.frameCount = record.frameCount;
+  sample.sampleRate = sampleRate;
+  sample.presentationTime = MediaTime::nanoseconds(time);
+  sample.owner = std::move(samples);
+  onSample_(sample);
+}
+
+// The device's own count tells of buffers that this process was too late for, exactly; where that count
+// cannot be compared, as on another output, the times have to do.
+std::int64_t AudioStream::missingBefore(const BufferRecord& record) {
+  const auto last = std::exchange(last_, record);
+  if (!last) {
+    return 0;
+  }
+  const auto missing = record.ticks - last->ticks - lengthOf(last->frameCount);
+  const auto later = record.time - last->time - lengthOf(last->frameCount);
+  const auto tolerance = lengthOf(std::min(record.frameCount, last->frameCount)) / 2;
+  if (missing < tolerance || std::abs(missing - later) > tolerance) {
+    return 0;
+  }
+  return (missing * sampleRate + 500'000'000) / 1'000'000'000;
+}
+
+} // namespace
+
+std::unique_ptr<DeviceStream> makeMicrophoneStream(std::shared_ptr<Connection> connection,
+                                                   const ServerNode& node, AudioSampleHandler onSample,
+                                                   DeviceEndHandler onEnd) {
+  return std::make_unique<AudioStream>(std::move(connection), AudioStreamKind{"tessarin-microphone", node},
+                                       std::move(onSample), std::move(onEnd));
+}
+
+std::unique_ptr<DeviceStream> makeSystemAudioStream(std::shared_ptr<Connection> connection,
+                                                    AudioSampleHandler onSample, DeviceEndHandler onEnd) {
+  return std::make_unique<AudioStream>(std::move(connection),
+                                       AudioStreamKind{"tessarin-system-audio", std::nullopt},
+                                       std::move(onSample), std::move(onEnd));
 }
 
 } // namespace tessarin::pipewire
