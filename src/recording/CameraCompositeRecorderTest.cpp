@@ -1,5 +1,7 @@
 #include "support/CameraCompositeRig.hpp"
 
+#include <thread>
+
 namespace tessarin {
 namespace {
 
@@ -9,56 +11,46 @@ using testing::IsEmpty;
 
 class CameraCompositeRecorderTest : public CameraCompositeTest {};
 
-// ---- Set-up
-
-TEST_F(CameraCompositeRecorderTest, AsksForAFragmentedFileOfOneScreenTrack) {
-  make();
-  EXPECT_EQ(file().options.path, "/session/segments/segment-0000.mp4");
-  EXPECT_EQ(file().options.initialFragmentInterval.value(), 600);
-  EXPECT_EQ(file().options.initialFragmentInterval.timescale(), 600);
-  EXPECT_EQ(file().options.fragmentInterval.value(), 6000);
-  EXPECT_EQ(file().options.fragmentInterval.timescale(), 600);
-  EXPECT_EQ(file().video, (VideoSettings{.codec = RecordingCodec::h264,
-                                         .width = 640,
-                                         .height = 480,
-                                         .averageBitRate = 2'000'000,
-                                         .expectedFrameRate = 10,
-                                         .maximumKeyFrameInterval = 10,
-                                         .allowFrameReordering = false,
-                                         .expectsMediaDataInRealTime = true}));
-  EXPECT_EQ(file().trackCount, 1u);
-  EXPECT_THAT(scheduler.labels(), ElementsAre("com.tessarin.recording.camera-compositor",
-                                              "com.tessarin.recording.system-audio-capture"));
-  EXPECT_THAT(file().calls, IsEmpty()) << "the file is not begun before the first picture";
-}
-
-TEST_F(CameraCompositeRecorderTest, WritesHevcWhenAskedTo) {
-  settings.codec = RecordingCodec::hevc;
-  make();
-  EXPECT_EQ(file().video->codec, RecordingCodec::hevc);
-}
-
-TEST_F(CameraCompositeRecorderTest, RefusesACodecThatCannotBeApplied) {
-  media.prepare = [](ScriptedMediaFile& script, std::size_t) { script.appliesSettings = false; };
-  EXPECT_EQ(errorOf([&] { make(); }),
-            (NativeServiceError{NativeErrorCode::codecUnavailable,
-                                "The selected recording codec is unavailable on this Mac."}));
-}
-
-TEST_F(CameraCompositeRecorderTest, FailsWhenTheTrackCannotBeAdded) {
-  media.prepare = [](ScriptedMediaFile& script, std::size_t) { script.addsInput = false; };
-  EXPECT_EQ(errorOf([&] { make(); }), recordingFailed);
-}
-
-TEST_F(CameraCompositeRecorderTest, PassesOnThatThereAreNoCodecsAtAll) {
-  media.isUnavailable = true;
-  EXPECT_THROW(make(), MediaUnavailable);
-}
+// ---- Attachment
 
 TEST_F(CameraCompositeRecorderTest, PassesOnThatTheStreamTakesNoOutput) {
   make();
   streams.streams[0]->refusesOutputs = true;
   EXPECT_THROW(recorder->attach(*stream), CaptureFailure);
+}
+
+TEST_F(CameraCompositeRecorderTest, WhatWasAttachedBeforeAFailureIsForTheDetachment) {
+  makeStream(); // without sound
+  useSystemAudio();
+  useMicrophone();
+  make();
+  EXPECT_THROW(recorder->attach(*stream), CaptureFailure);
+  EXPECT_EQ(streams.streams[0]->outputCount(), 1u);
+  recorder->detach(*stream);
+  EXPECT_THAT(streams.streams[0]->calls, ElementsAre("addScreenOutput", "removeScreenOutput"));
+  speak(480, 0s);
+  EXPECT_THAT(soundTold, IsEmpty()) << "the microphone comes last";
+}
+
+TEST_F(CameraCompositeRecorderTest, AMicrophoneThatHasEndedIsNotAttached) {
+  useMicrophone();
+  microphone->stop();
+  makeAttached();
+  deliver(1, 0s);
+  speak(480, 0s);
+  EXPECT_THAT(soundTold, IsEmpty());
+  EXPECT_EQ(failuresTold, 0) << "its end is told elsewhere";
+}
+
+TEST_F(CameraCompositeRecorderTest, SoundOnItsWayHoldsTheSegmentWeakly) {
+  useSystemAudio();
+  makeAttached();
+  deliver(1, 0s);
+  devices.systemAudios[0]->deliver(steadySample(0, 480, hostTime(0s)));
+  EXPECT_EQ(scheduler.pendingCount(), 1u);
+  recorder.reset();
+  EXPECT_TRUE(file().isDestroyed);
+  EXPECT_THAT(soundTold, IsEmpty());
 }
 
 // ---- The first frame
@@ -93,6 +85,40 @@ TEST_F(CameraCompositeRecorderTest, NoPictureComesInBeforeAttachmentOrBehindDeta
   EXPECT_EQ(file().appends(), "");
 }
 
+// Runs its tasks, and never comes to its timers.
+class BusyQueue final : public SerialQueue {
+ public:
+  explicit BusyQueue(std::unique_ptr<SerialQueue> queue) : queue_(std::move(queue)) {}
+  void async(Task task) override { queue_->async(std::move(task)); }
+  void sync(const Task& task) override { queue_->sync(task); }
+  bool isCurrent() const override { return queue_->isCurrent(); }
+  std::unique_ptr<QueueTimer> after(Duration, Task) override { return nullptr; }
+  std::unique_ptr<QueueTimer> every(Duration, Duration, Task) override { return nullptr; }
+
+ private:
+  const std::unique_ptr<SerialQueue> queue_;
+};
+
+TEST_F(CameraCompositeRecorderTest, ABusyWriterDoesNotHoldUpTheTimeoutOfItsStart) {
+  makeQueue = [this](const std::string& label) -> std::unique_ptr<SerialQueue> {
+    auto queue = scheduler.makeQueue(label);
+    if (label == "com.tessarin.recording.camera-compositor")
+      return std::make_unique<BusyQueue>(std::move(queue));
+    return queue;
+  };
+  makeAttached();
+  std::optional<NativeServiceError> outcome;
+  std::thread waiting([&] { outcome = errorOf([&] { recorder->waitUntilStarted(5s); }); });
+  while (scheduler.timerCount() == 0)
+    std::this_thread::yield();
+  scheduler.advance(5s);
+  waiting.join();
+  EXPECT_EQ(outcome,
+            (NativeServiceError{
+                NativeErrorCode::recordingScreenStalled,
+                "Screen frames stopped being written. Recording sources were retained for recovery."}));
+}
+
 // ---- Duration
 
 TEST_F(CameraCompositeRecorderTest, TheRecordedDurationIsTheLongerOfTheWrittenAndTheElapsed) {
@@ -120,20 +146,53 @@ TEST_F(CameraCompositeRecorderTest, AClockBeforeTheEpochCountsAsNothingElapsed) 
 // ---- Detaching
 
 TEST_F(CameraCompositeRecorderTest, DetachingTimesItsStepsInWholeMilliseconds) {
+  useSystemAudio();
+  useMicrophone();
+  SerialQueue* captureQueue = nullptr;
+  makeQueue = [&](const std::string& label) {
+    auto queue = scheduler.makeQueue(label);
+    if (label == "com.tessarin.recording.system-audio-capture")
+      captureQueue = queue.get();
+    return queue;
+  };
   makeAttached();
   deliver(1, 0s);
   file().setReady(false);
   deliver(2, 100ms);
-  file().setReady(true); // a drain waits in the queue
-  streams.streams[0]->onRemoveOutput = [this] { clock.advance(7'999'999ns); };
+  scheduler.runPending();
+  file().setReady(true); // a drain waits in the writer's queue
+  microphone->queue().async([this] { clock.advance(5'999'999ns); });
+  streams.streams[0]->onRemoveOutput = [this] { clock.advance(7ms); };
+  captureQueue->async([this] { clock.advance(2ms); });
   whenFrameIsTold = [this] { clock.advance(3ms); };
   const RecordingDetachTiming timing = recorder->detach(*stream);
-  EXPECT_EQ(timing.microphoneStopMs, 0u);
+  EXPECT_EQ(timing.microphoneStopMs, 5u);
   EXPECT_EQ(timing.outputRemovalMs, 7u);
-  EXPECT_EQ(timing.audioDrainMs, 0u);
+  EXPECT_EQ(timing.audioDrainMs, 2u);
   EXPECT_EQ(timing.writerQueueDrainMs, 3u);
   EXPECT_EQ(file().appends(), "1@0/10 2@1/10") << "what was handed to the queue has run";
   EXPECT_EQ(streams.streams[0]->outputCount(), 0u);
+}
+
+TEST_F(CameraCompositeRecorderTest, DetachingLeavesNoSampleOnItsWay) {
+  useSystemAudio();
+  useMicrophone();
+  makeAttached();
+  deliver(1, 0s);
+  devices.systemAudios[0]->deliver(steadySample(0, 480, hostTime(0s)));
+  devices.microphones[0]->deliver(steadySample(0, 240, hostTime(0s)));
+  recorder->detach(*stream);
+  EXPECT_EQ(file().track(1).appends(), "480@0/1000000000");
+  EXPECT_EQ(file().track(2).appends(), "240@0/1000000000");
+  EXPECT_EQ(scheduler.pendingCount(), 0u);
+
+  play(480, 10ms);
+  speak(240, 10ms);
+  deliver(2, 100ms);
+  EXPECT_EQ(file().track(1).appended.size(), 1u);
+  EXPECT_EQ(file().track(2).appended.size(), 1u);
+  EXPECT_EQ(file().appended.size(), 1u);
+  EXPECT_EQ(soundTold.size(), 2u);
 }
 
 TEST_F(CameraCompositeRecorderTest, DetachingAgainRemovesNothing) {
@@ -143,11 +202,30 @@ TEST_F(CameraCompositeRecorderTest, DetachingAgainRemovesNothing) {
   EXPECT_THAT(streams.streams[0]->calls, ElementsAre("addScreenOutput", "removeScreenOutput"));
 }
 
+TEST_F(CameraCompositeRecorderTest, AnotherSegmentMayBeAttachedBehindADetachment) {
+  useSystemAudio();
+  useMicrophone();
+  makeAttached();
+  recorder->detach(*stream);
+  makeAttached();
+  clock.set(epoch);
+  streams.streams[0]->deliver(1, clock.now());
+  play(480, 0s);
+  speak(480, 0s);
+  EXPECT_EQ(media.files.at(0)->appends(), "");
+  EXPECT_EQ(media.files.at(1)->track(1).appended.size(), 1u);
+  EXPECT_EQ(media.files.at(1)->track(2).appended.size(), 1u);
+}
+
 TEST_F(CameraCompositeRecorderTest, DestructionLeavesNothingRunning) {
+  useSystemAudio();
   makeAttached();
   deliver(1, 0ms);
   file().setReady(false);
+  file().track(1).setReady(false);
   deliver(2, 100ms);
+  play(480, 100ms);
+  EXPECT_EQ(scheduler.timerCount(), 2u) << "the heartbeat's and the lane's";
   file().setReady(true); // a drain waits in the queue
   destroy();
   EXPECT_TRUE(file().isDestroyed);

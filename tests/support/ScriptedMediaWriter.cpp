@@ -195,6 +195,7 @@ class ScriptedMediaFileWriter final : public MediaFileWriter {
   void finishWriting(std::function<void()> completion) override {
     file_->calls.emplace_back("finishWriting");
     file_->heldCompletion_ = std::move(completion);
+    file_->isFinishing_ = true;
     if (!file_->holdsCompletion)
       file_->complete();
   }

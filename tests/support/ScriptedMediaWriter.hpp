@@ -2,6 +2,7 @@
 
 #include "ports/MediaWriting.hpp"
 
+#include <atomic>
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -79,7 +80,8 @@ class ScriptedMediaFile : public ScriptedMediaTrack {
   MediaFileOptions options;
   // All but readiness, samples and status. What concerns a track but the first ends with its index.
   std::vector<std::string> calls;
-  std::size_t trackCount = 0; // that have been added
+  std::size_t trackCount = 0;                       // that have been added
+  bool isFinishing() const { return isFinishing_; } // a finish has begun; any thread
   bool isDestroyed = false;
 
  private:
@@ -89,6 +91,7 @@ class ScriptedMediaFile : public ScriptedMediaTrack {
   std::map<std::size_t, ScriptedMediaTrack> laterTracks_;
   MediaWriterStatus status_ = MediaWriterStatus::unknown;
   std::function<void()> heldCompletion_;
+  std::atomic<bool> isFinishing_ = false;
 };
 
 // Makes writers that follow a script and touch no file of their own.
