@@ -2,6 +2,7 @@
 
 #include "base/FileSystem.hpp"
 #include "base/SerialQueue.hpp"
+#include "modules/media/AudioTrackInput.hpp"
 #include "modules/media/MovieFile.hpp"
 #include "modules/media/VideoTrackInput.hpp"
 #include "modules/media/WriterState.hpp"
@@ -38,7 +39,18 @@ class MediaWriter final : public MediaFileWriter {
   std::optional<MediaWriterError> error() const override { return state_.error(); }
 
  private:
+  template<class Track> struct PlacedTrack {
+    std::size_t index = 0; // in the file
+    std::unique_ptr<Track> input;
+  };
+
+  bool mayAddTrack() const { return state_.status() == MediaWriterStatus::unknown; }
+  std::size_t trackCount() const { return videoTracks_.size() + audioTracks_.size(); }
+  template<class Work> void forEachTrack(const Work& work);
   void write(std::size_t track, CodedPicture picture, std::int64_t time);
+  void write(std::size_t track, CodedSound sound);
+  template<class Work> void onFileQueue(std::size_t bytes, Work work);
+  std::int64_t picturesEnd() const;
   void coderFailed(MediaWriterError error);
   void abandonWriting();
   void finishFile(const std::function<void()>& completion);
@@ -55,9 +67,12 @@ class MediaWriter final : public MediaFileWriter {
   std::optional<MovieFile> movie_;
   std::size_t openTracks_ = 0; // that are still to be finished
 
-  // Never changed once writing has started. The tracks hand to the file's queue, so they end before it.
+  // Never changed once writing has started. The tracks hand to the file's queue, and those of video to those
+  // of sound, so they end before them.
   std::unique_ptr<SerialQueue> fileQueue_;
-  std::vector<std::unique_ptr<VideoTrackInput>> tracks_;
+  std::vector<PlacedTrack<AudioTrackInput>> audioTracks_;
+  std::vector<PlacedTrack<VideoTrackInput>> videoTracks_;
+  bool isInRealTime_ = false; // as the first video track is told
 };
 
 class MediaWriterFactory final : public MediaFileWriterFactory {

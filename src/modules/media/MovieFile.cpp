@@ -1,5 +1,6 @@
 #include "modules/media/MovieFile.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace tessarin::media {
@@ -13,31 +14,83 @@ std::string directoryOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+std::size_t firstVideoTrack(const std::vector<MovieTrack>& tracks) {
+  const auto found = std::find_if(tracks.begin(), tracks.end(), [](const MovieTrack& track) {
+    return track.setup.kind == container::TrackKind::video;
+  });
+  return static_cast<std::size_t>(found - tracks.begin());
+}
+
 } // namespace
 
+MovieTrack videoTrack(const container::SampleDescription& description) {
+  return {{.kind = container::TrackKind::video,
+           .timescale = videoTimescale,
+           .width = description.width,
+           .height = description.height},
+          description};
+}
+
+MovieTrack audioTrack(const container::SampleDescription& description, std::int32_t sampleRate) {
+  return {{.kind = container::TrackKind::audio, .timescale = sampleRate, .presentationStart = primingFrames},
+          description};
+}
+
 MovieFile::MovieFile(FileSystem& files, std::string path, const FragmentIntervals& intervals,
-                     const std::vector<container::SampleDescription>& videoTracks)
+                     const std::vector<MovieTrack>& tracks)
     : files_(files), path_(std::move(path)), intervals_(intervals),
-      file_(files.open(path_, OpenMode::createExclusive)), fragmentDue_(intervals.initial) {
+      file_(files.open(path_, OpenMode::createExclusive)), fragmentDue_(intervals.initial),
+      leadingTrack_(firstVideoTrack(tracks)) {
   std::vector<container::TrackSetup> setups;
-  setups.reserve(videoTracks.size());
-  for (const container::SampleDescription& description : videoTracks)
-    setups.push_back({.kind = container::TrackKind::video,
-                      .timescale = videoTimescale,
-                      .width = description.width,
-                      .height = description.height});
+  setups.reserve(tracks.size());
+  for (const MovieTrack& track : tracks) {
+    if (track.setup.kind == container::TrackKind::audio)
+      sounds_.push_back({setups.size(), track.setup, {}, 0, 0});
+    setups.push_back(track.setup);
+  }
   writer_.emplace(*file_, setups);
-  for (std::size_t track = 0; track < videoTracks.size(); ++track)
-    writer_->setDescription(track, videoTracks[track]);
+  for (std::size_t track = 0; track < tracks.size(); ++track)
+    writer_->setDescription(track, tracks[track].description);
 }
 
 void MovieFile::append(std::size_t track, const CodedPicture& picture, std::int64_t time) {
   writer_->append(track, picture.sample, time, 0, picture.isKey);
+  if (track != leadingTrack_)
+    return;
+  for (HeldSound& sound : sounds_)
+    release(sound, MediaTime(time, videoTimescale).convertedTo(sound.setup.timescale).value());
   // The writer holds the key back, so what it flushes ends before it.
-  if (track != 0 || !picture.isKey || time < fragmentDue_)
+  if (!picture.isKey || time < fragmentDue_)
     return;
   writer_->flushFragment();
   fragmentDue_ = time + intervals_.further;
+}
+
+void MovieFile::append(std::size_t track, CodedSound sound) {
+  if (sound.sizes.empty())
+    return;
+  const auto of = std::find_if(sounds_.begin(), sounds_.end(),
+                               [&](const HeldSound& each) { return each.track == track; });
+  of->held.push_back(std::move(sound));
+}
+
+// Lets the packets into the file that begin before the frame.
+void MovieFile::release(HeldSound& sound, std::int64_t frame) {
+  constexpr auto duration = static_cast<std::int64_t>(framesPerPacket);
+  while (!sound.held.empty()) {
+    const CodedSound& packets = sound.held.front();
+    for (; sound.released < packets.sizes.size(); ++sound.released) {
+      const std::int64_t packet = packets.firstPacket + static_cast<std::int64_t>(sound.released);
+      const std::int64_t time = packet * duration;
+      if (time - sound.setup.presentationStart >= frame)
+        return;
+      const std::uint32_t size = packets.sizes[sound.released];
+      writer_->append(sound.track, std::span(packets.data).subspan(sound.releasedBytes, size), time, 0, true);
+      sound.releasedBytes += size;
+    }
+    sound.held.pop_front();
+    sound.released = sound.releasedBytes = 0;
+  }
 }
 
 void MovieFile::flush() {
@@ -45,7 +98,12 @@ void MovieFile::flush() {
 }
 
 void MovieFile::finish(const std::vector<std::int64_t>& endTimes) {
-  writer_->finish(endTimes);
+  std::vector<std::int64_t> mediaEnds = endTimes;
+  for (HeldSound& sound : sounds_) {
+    release(sound, endTimes[sound.track]);
+    mediaEnds[sound.track] += sound.setup.presentationStart;
+  }
+  writer_->finish(mediaEnds);
   writer_.reset();
   file_.reset();
   files_.syncDirectory(directoryOf(path_));

@@ -1,43 +1,13 @@
 #include "modules/media/SampleEntry.hpp"
 
+#include "modules/media/BoxBytes.hpp"
 #include "modules/media/CoderFailure.hpp"
 
 #include <algorithm>
-#include <string_view>
 
 namespace tessarin::media {
 
 namespace {
-
-// Big-endian fields one after another.
-class Writer {
- public:
-  void number(std::uint64_t value, int bytes) {
-    while (bytes-- > 0)
-      bytes_.push_back(static_cast<std::byte>(value >> (8 * bytes)));
-  }
-  void zeros(std::size_t count) { bytes_.insert(bytes_.end(), count, std::byte{0}); }
-  void bytes(std::span<const std::byte> all) { bytes_.insert(bytes_.end(), all.begin(), all.end()); }
-  void code(std::string_view text) {
-    for (const char each : text)
-      bytes_.push_back(static_cast<std::byte>(each));
-  }
-  void box(std::string_view type, const Writer& content) {
-    number(content.bytes_.size() + 8, 4);
-    code(type);
-    bytes(content.bytes_);
-  }
-  // A parameter set behind its 16-bit length.
-  void unit(std::span<const std::byte> all) {
-    number(all.size(), 2);
-    bytes(all);
-  }
-
-  const Bytes& bytes() const { return bytes_; }
-
- private:
-  Bytes bytes_;
-};
 
 using Units = std::vector<std::span<const std::byte>>;
 
@@ -56,11 +26,11 @@ std::span<const std::byte> onlyOne(const Units& units, std::size_t leastBytes) {
   return units[0];
 }
 
-Writer h264Configuration(const Units& units) {
+BoxBytes h264Configuration(const Units& units) {
   constexpr std::size_t profileBytes = 4;
   const auto sequence = onlyOne(ofType(units, 7, false), profileBytes);
   const auto picture = onlyOne(ofType(units, 8, false), 2);
-  Writer writer;
+  BoxBytes writer;
   writer.number(1, 1);
   writer.bytes(sequence.subspan(1, 3)); // profile, compatibility, level
   writer.number(0xFC | 3, 1);           // lengths of four bytes
@@ -78,7 +48,7 @@ Writer h264Configuration(const Units& units) {
   return writer;
 }
 
-Writer hevcConfiguration(const Units& units) {
+BoxBytes hevcConfiguration(const Units& units) {
   constexpr unsigned videoSet = 32;
   constexpr unsigned sequenceSet = 33;
   constexpr unsigned pictureSet = 34;
@@ -88,7 +58,7 @@ Writer hevcConfiguration(const Units& units) {
   if (sequence.size() < profileBytes + 3)
     throw CoderFailure("parameter-sets", 0);
   const bool isTemporallyNested = (sequence[2] & std::byte{1}) != std::byte{0};
-  Writer writer;
+  BoxBytes writer;
   writer.number(1, 1);
   writer.bytes(std::span(sequence).subspan(3, profileBytes));
   writer.number(0xF000, 2);                                      // any spatial segmentation
@@ -107,9 +77,9 @@ Writer hevcConfiguration(const Units& units) {
   return writer;
 }
 
-Writer colorInformation() {
+BoxBytes colorInformation() {
   constexpr int bt709 = 1;
-  Writer writer;
+  BoxBytes writer;
   writer.code("nclx");
   writer.number(bt709, 2); // primaries
   writer.number(bt709, 2); // transfer
@@ -125,7 +95,7 @@ container::SampleDescription makeSampleEntry(const VideoSettings& settings,
   const bool isHevc = settings.codec == RecordingCodec::hevc;
   const Units units = splitByteStream(parameterSets);
 
-  Writer entry;
+  BoxBytes entry;
   entry.zeros(6);
   entry.number(1, 2); // data reference
   entry.zeros(16);
@@ -140,7 +110,7 @@ container::SampleDescription makeSampleEntry(const VideoSettings& settings,
   entry.number(0xFFFF, 2);
   entry.box(isHevc ? "hvcC" : "avcC", isHevc ? hevcConfiguration(units) : h264Configuration(units));
   entry.box("colr", colorInformation());
-  Writer squarePixels;
+  BoxBytes squarePixels;
   squarePixels.number(1, 4);
   squarePixels.number(1, 4);
   entry.box("pasp", squarePixels);
@@ -149,7 +119,7 @@ container::SampleDescription makeSampleEntry(const VideoSettings& settings,
   description.codec = isHevc ? "hvc1" : "avc1";
   description.width = static_cast<std::int32_t>(settings.width);
   description.height = static_cast<std::int32_t>(settings.height);
-  Writer box;
+  BoxBytes box;
   box.box(description.codec, entry);
   description.box = box.bytes();
   return description;
