@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -42,7 +41,7 @@ class SilentCoder final : public VideoCoder {
 // A codec library and a machine as a test wants them.
 struct Machine {
   using Names = std::vector<std::string>;
-  Names library{"h264_nvenc", "h264_vaapi", "libx264", "hevc_nvenc", "hevc_vaapi", "libx265"};
+  Names built{"h264_nvenc", "h264_vaapi", "libx264", "hevc_nvenc", "hevc_vaapi", "libx265"};
   Names working{};  // hardware that the probe finds
   Names refusing{}; // what does not open for all that
   Names probed{};   // in order
@@ -52,7 +51,7 @@ struct Machine {
     return std::find(names.begin(), names.end(), name) != names.end();
   }
   EncoderCatalogue catalogue() {
-    return {.has = [this](const std::string& name) { return contains(library, name); },
+    return {.has = [this](const std::string& name) { return contains(built, name); },
             .probe =
                 [this](const std::string& name) {
                   probed.push_back(name);
@@ -97,7 +96,7 @@ TEST(VideoCoders, chooseHardwareThatWorksAndElseSoftware) {
 }
 
 TEST(VideoCoders, askTheProbeOnlyForWhatTheLibraryHas) {
-  Machine machine{.library = {"h264_vaapi", "libx264"}};
+  Machine machine{.built = {"h264_vaapi", "libx264"}};
   EXPECT_EQ(machine.chosen(RecordingCodec::h264), "libx264");
   EXPECT_THAT(machine.probed, ElementsAre("h264_vaapi"));
 }
@@ -138,7 +137,7 @@ TEST(VideoCoders, keepSoftwareThatHasFailed) {
 
 TEST(VideoCoders, canCodeWhatThereIsAnEncoderFor) {
   const struct {
-    Machine::Names library;
+    Machine::Names built;
     Machine::Names working;
     bool h264, hevc;
   } cases[] = {
@@ -150,7 +149,7 @@ TEST(VideoCoders, canCodeWhatThereIsAnEncoderFor) {
       {{"libx264", "hevc_vaapi"}, {"hevc_nvenc"}, true, false},
   };
   for (const auto& each : cases) {
-    Machine machine{.library = each.library, .working = each.working};
+    Machine machine{.built = each.built, .working = each.working};
     const VideoCoders coders(machine.catalogue());
     EXPECT_EQ(coders.canCode(settings(RecordingCodec::h264)), each.h264);
     EXPECT_EQ(coders.canCode(settings(RecordingCodec::hevc)), each.hevc);
@@ -188,15 +187,17 @@ TEST(VideoCoders, knowTheEncodersOfTheLibraryByName) {
   EXPECT_FALSE(library.has("no-such"));
 }
 
-// Where the machine has no device, hardware is refused with a failure and without a word of the drivers.
-TEST(HardwareCoder, failsCleanlyWithoutADevice) {
-  if (std::filesystem::exists("/dev/dri") || std::filesystem::exists("/dev/nvidiactl"))
-    GTEST_SKIP() << "this machine may have hardware";
+// No hardware takes pictures of four pixels, so that this fails with and without a device; and the drivers'
+// words are kept from standard error.
+TEST(HardwareCoder, failsCleanly) {
   const EncoderCatalogue library = libraryEncoders(nullptr);
   testing::internal::CaptureStderr();
   for (const char* name : {"h264_vaapi", "hevc_vaapi", "h264_nvenc", "hevc_nvenc"}) {
     const Encoder encoder = *encoderNamed(name);
-    EXPECT_THROW(library.make(encoder, settings(encoder.codec), CodingEffort::full), CoderFailure) << name;
+    VideoSettings tiny = settings(encoder.codec);
+    tiny.width = 2;
+    tiny.height = 2;
+    EXPECT_THROW(library.make(encoder, tiny, CodingEffort::full), CoderFailure) << name;
   }
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
