@@ -1,6 +1,7 @@
 #include "main/CompositionRoot.hpp"
 
 #include "backends/png/PngFileWriter.hpp"
+#include "backends/posix/EncoderProbe.hpp"
 #include "backends/posix/ModuleLoader.hpp"
 #include "backends/posix/ModuleMediaFileWriterFactory.hpp"
 #include "backends/x11/Activator.hpp"
@@ -32,7 +33,9 @@ struct CompositionRoot::Backends {
   const std::unique_ptr<ScreenStreamFactory> streams = x11::makeScreenStreamFactory(server, clock);
   png::PngFileWriter images{machineFileSystem()};
   ModuleLoader modules{moduleDirectories(), writeDiagnostics};
-  ModuleMediaFileWriterFactory media{modules, machineFileSystem()};
+  EncoderProbe encoders{{.directories = moduleDirectories()}};
+  ModuleMediaFileWriterFactory media{modules, machineFileSystem(),
+                                     [this](const std::string& name) { return encoders.works(name); }};
 
   std::int32_t record(const RecordingRequestDTO& request);
 };

@@ -11,7 +11,7 @@ MediaFileWriterFactory& ModuleMediaFileWriterFactory::factory() {
   if (!factory_) {
     try {
       const ModuleHeader& header = loader_.open("media");
-      factory_ = reinterpret_cast<const MediaModule&>(header).makeFileWriterFactory(files_, nullptr);
+      factory_ = reinterpret_cast<const MediaModule&>(header).makeFileWriterFactory(files_, probe_);
     } catch (const Failure<ModuleFailure>&) {
       throw MediaUnavailable();
     }
