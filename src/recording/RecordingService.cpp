@@ -45,10 +45,11 @@ void checkOutputDirectory(FileSystem& files, const RecordingSessionPaths& paths)
 
 // A running session's failure is often a symptom, such as the closed input; throws the cause where a
 // source, the monitor or the stream knows it.
-void throwRootCause(RecordingHealthMonitor& health, const RecordingStreamStopDelegate& stopDelegate,
-                    CaptureKind kind) {
+void throwRootCause(RecordingHealthMonitor& health, const RecordingSources& sources,
+                    const RecordingStreamStopDelegate& stopDelegate, CaptureKind kind) {
   if (const std::optional<NativeServiceError> error = health.terminalError())
     throw NativeServiceError(*error);
+  sources.throwIfFailed();
   if (stopDelegate.stoppedWithError() && kind == CaptureKind::window)
     throw serviceErrors::windowClosedDuringRecording();
 }
@@ -97,38 +98,24 @@ void RecordingService::runAvailable(const RecordingRequestDTO& request, ControlI
   const auto stopDelegate = std::make_shared<RecordingStreamStopDelegate>(input);
   RecordingHealthMonitor health(environment_.clock, environment_.files, environment_.makeQueue);
 
-  stage = RecordingStage::microphoneStart;
-  if (settings.microphone)
-    throw serviceErrors::microphoneUnavailable();
-
-  stage = RecordingStage::cameraStart;
-  if (settings.camera)
-    throw serviceErrors::cameraUnavailable();
-
-  // The stream delivers pictures only, which is known before anything is made on disk.
-  stage = RecordingStage::startCapture;
-  if (settings.systemAudio)
-    throw serviceErrors::recordingFailed();
+  const auto endInput = [stopDelegate] { stopDelegate->stopReading(); };
+  const RecordingSources sources(environment_, settings, endInput, stage);
 
   stage = RecordingStage::prepareOutput;
   checkOutputDirectory(environment_.files, RecordingSessionPaths(request.outputDirectory));
   RecordingSegmentStore store(environment_.files, request.sessionID, request.outputDirectory);
 
   stage = RecordingStage::interactionRecorder;
-  auto stream = std::make_unique<RecordingStream>(
-      environment_.streams, environment_.devices, filter, configuration, stopDelegate,
-      [delegate = std::weak_ptr<ScreenStreamDelegate>(stopDelegate)] {
-        if (const auto told = delegate.lock())
-          told->streamDidStopWithError();
-      });
-  RecordingSession session(environment_, request, plan, events, health, store, stopDelegate,
+  auto stream = std::make_unique<RecordingStream>(environment_.streams, environment_.devices, filter,
+                                                  configuration, stopDelegate, endInput);
+  RecordingSession session(environment_, request, plan, events, health, sources, store, stopDelegate,
                            std::move(stream), stage);
   session.start();
   try {
     session.serveControlLines(input);
   } catch (...) {
     session.salvage();
-    throwRootCause(health, *stopDelegate, request.kind);
+    throwRootCause(health, sources, *stopDelegate, request.kind);
     throw;
   }
 }

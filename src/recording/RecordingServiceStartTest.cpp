@@ -134,26 +134,6 @@ INSTANTIATE_TEST_SUITE_P(
                                  "windowNotFound", "The selected window changed before recording started."}),
     [](const auto& row) { return row.param.name; });
 
-TEST(RecordingServiceStart, SourcesThatThisMachineCannotOfferAreRefused) {
-  Rig microphone;
-  microphone.request.settings.microphone = true;
-  microphone.request.settings.camera = true; // comes only later
-  expectRefused(
-      microphone, "microphone-start", "microphoneUnavailable",
-      "The selected microphone is unavailable. Finalized screen recording segments were preserved.");
-  Rig camera;
-  camera.request.settings.camera = true;
-  expectRefused(camera, "camera-start", "cameraUnavailable",
-                "The selected camera is unavailable. Finalized screen recording segments were preserved.");
-}
-
-TEST(RecordingServiceStart, SystemAudioIsRefusedAsACaptureThatCannotStart) {
-  Rig rig;
-  rig.request.settings.systemAudio = true;
-  expectRefused(rig, "start-capture", "recordingFailed", "The screen recording could not be completed.");
-  EXPECT_THAT(rig.media.files, IsEmpty());
-}
-
 // ---- The directory
 
 TEST(RecordingServiceStart, TheDirectoryMustExist) {

@@ -30,11 +30,12 @@ std::int64_t ActiveRecordingSegment::recordedMilliseconds() const {
 RecordingSession::RecordingSession(const RecordingEnvironment& environment,
                                    const RecordingRequestDTO& request, const RecordingConfigurationPlan& plan,
                                    RecordingEventWriter& events, RecordingHealthMonitor& health,
-                                   RecordingSegmentStore& store,
+                                   const RecordingSources& sources, RecordingSegmentStore& store,
                                    const std::shared_ptr<RecordingStreamStopDelegate>& stopDelegate,
                                    std::unique_ptr<RecordingStream> stream, std::string_view& stage)
     : environment_(environment), request_(request), plan_(plan), events_(events), health_(health),
-      store_(store), stopDelegate_(stopDelegate), stage_(stage), stream_(std::move(stream)) {}
+      sources_(sources), store_(store), stopDelegate_(stopDelegate), stage_(stage),
+      stream_(std::move(stream)) {}
 
 RecordingSession::~RecordingSession() {
   if (active_) {
@@ -95,15 +96,17 @@ void RecordingSession::serveControlLines(ControlInput& input) {
 ActiveRecordingSegment RecordingSession::makeSegment() {
   ActiveRecordingSegment segment;
   segment.pending = store_.allocateNextSegment();
+  segment.expectedVideoTrackCount = sources_.camera() != nullptr ? 2 : 1;
+  segment.expectedAudioTrackCount = RecordingAudioTracks(request_.settings).all.size();
   segment.frameRate = request_.settings.frameRate;
   segment.writer = std::make_unique<CameraCompositeRecorder>(
       CameraCompositeSetup{
           .outputPath = segment.pending.path,
           .plan = plan_,
           .settings = request_.settings,
-          .camera = nullptr,
-          .cameraPixelSize = std::nullopt,
-          .microphone = nullptr,
+          .camera = sources_.camera(),
+          .cameraPixelSize = sources_.cameraPixelSize(),
+          .microphone = sources_.microphone(),
           .media = environment_.media,
           .clock = environment_.clock,
           .diagnostics = environment_.diagnostics,
@@ -211,8 +214,11 @@ void RecordingSession::stopCaptureQuietly() noexcept {
 }
 
 void RecordingSession::startHealth() {
-  health_.start(request_.settings, {}, request_.outputDirectory, request_.sessionID, events_,
-                [stop = stopDelegate_] { stop->stopReading(); });
+  RecordingHealthMonitor::LatestCameraFrame latestCameraFrame;
+  if (const CameraOverlaySource* const camera = sources_.camera())
+    latestCameraFrame = [camera] { return camera->latestFrameReceivedAt(); };
+  health_.start(request_.settings, std::move(latestCameraFrame), request_.outputDirectory, request_.sessionID,
+                events_, [stop = stopDelegate_] { stop->stopReading(); });
 }
 
 void RecordingSession::writeState(RecordingPhase phase, std::int64_t activeDurationMs) {

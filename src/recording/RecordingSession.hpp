@@ -4,12 +4,14 @@
 #include "recording/CameraCompositeRecorder.hpp"
 #include "recording/ControlInput.hpp"
 #include "recording/RecordingConfiguration.hpp"
+#include "recording/RecordingDeliverables.hpp"
 #include "recording/RecordingEventWriter.hpp"
 #include "recording/RecordingHealthMonitor.hpp"
 #include "recording/RecordingModels.hpp"
 #include "recording/RecordingProtocol.hpp"
 #include "recording/RecordingSegmentStore.hpp"
 #include "recording/RecordingService.hpp"
+#include "recording/RecordingSources.hpp"
 #include "recording/RecordingStream.hpp"
 #include "recording/RecordingStreamStopDelegate.hpp"
 
@@ -43,6 +45,11 @@ struct FinalizedRecordingSegment {
 // One running recording, from its stream on: what it holds, and the steps that control lines ask for.
 // Confined to the thread that runs the recording. Every step throws what goes wrong in it and leaves its
 // name in the stage.
+//
+// What a step waits for is bounded by whoever is waited for: the first picture of a segment by startTimeout,
+// devices and the screen's stream by their ports, a host that reads no events by
+// RecordingEventWriter::hostPatience, which is also how long a stop of the health monitor can take. Only the
+// disk has no bound: a segment's file is closed, and files are joined and checked, however slow it is.
 class RecordingSession {
  public:
   static constexpr std::chrono::seconds startTimeout{5};
@@ -50,7 +57,8 @@ class RecordingSession {
   // Everything is referred to and outlives the session.
   RecordingSession(const RecordingEnvironment& environment, const RecordingRequestDTO& request,
                    const RecordingConfigurationPlan& plan, RecordingEventWriter& events,
-                   RecordingHealthMonitor& health, RecordingSegmentStore& store,
+                   RecordingHealthMonitor& health, const RecordingSources& sources,
+                   RecordingSegmentStore& store,
                    const std::shared_ptr<RecordingStreamStopDelegate>& stopDelegate,
                    std::unique_ptr<RecordingStream> stream, std::string_view& stage);
   // Drops a segment that is still being written, and ends the stream and the watch.
@@ -80,14 +88,11 @@ class RecordingSession {
   void write(decltype(RecordingEvent::what) what);
 
   // The parts of stop().
-  struct MergedFiles;
   void finishLastSegment(RecordingStopDiagnostics& diagnostics);
   void stopStreamOfPausedSession();
   void stopCaptureInBackground();
-  void mergeSegments();
-  MergedFiles validateMergedFiles();
   std::optional<CaptureTrackPayload> interactionTrack(std::int64_t programDurationMs) const;
-  RecordingEvent::Completed completedEvent(const MergedFiles& merged,
+  RecordingEvent::Completed completedEvent(const RecordingDeliverables& deliverables,
                                            const std::optional<CaptureTrackPayload>& trace,
                                            std::uint64_t stopHostTimeNs) const;
   void reportDeferredStreamStop();
@@ -99,6 +104,7 @@ class RecordingSession {
   const RecordingConfigurationPlan& plan_;
   RecordingEventWriter& events_;
   RecordingHealthMonitor& health_;
+  const RecordingSources& sources_;
   RecordingSegmentStore& store_;
   const std::shared_ptr<RecordingStreamStopDelegate> stopDelegate_;
   std::string_view& stage_;

@@ -3,20 +3,13 @@
 // beside each other, and so the checks.
 
 #include "base/SafeFile.hpp"
-#include "recording/RecordingMediaValidator.hpp"
-#include "recording/RecordingMerger.hpp"
+#include "recording/RecordingDeliverables.hpp"
 #include "recording/RecordingSession.hpp"
-#include "recording/RecordingTrackTimeline.hpp"
 
 #include <algorithm>
 #include <utility>
 
 namespace tessarin {
-
-struct RecordingSession::MergedFiles {
-  ValidatedMedia screen;
-  ValidatedMedia share;
-};
 
 void RecordingSession::stop() {
   RecordingStopDiagnostics diagnostics;
@@ -33,26 +26,25 @@ void RecordingSession::stop() {
   else
     stopStreamOfPausedSession();
 
+  RecordingDeliverables deliverables(environment_, request_.settings, store_);
   diagnostics.mergeStartedAt = now();
   stage_ = RecordingStage::stopParallelMerge;
-  mergeSegments();
+  deliverables.merge();
 
   diagnostics.mergeEndedAt = now();
   stage_ = RecordingStage::stopParallelValidate;
-  const MergedFiles merged = validateMergedFiles();
+  deliverables.validate(MediaTime::milliseconds(accumulatedDurationMs_));
 
   diagnostics.validationEndedAt = now();
   if (!isStreamStopDeferred)
     diagnostics.streamStopMs = streamStop_->get();
-  if (!RecordingTrackTimeline::cameraMatches(merged.screen.durationMs, merged.share.durationMs,
-                                             request_.settings.frameRate))
-    throw serviceErrors::recordingFailed();
+  deliverables.requireMatchingLengths();
 
   stage_ = RecordingStage::stopInteractions;
-  const std::optional<CaptureTrackPayload> trace = interactionTrack(merged.screen.durationMs);
+  const std::optional<CaptureTrackPayload> trace = interactionTrack(deliverables.programDurationMs());
 
   stage_ = RecordingStage::stopCompleteEvent;
-  write(completedEvent(merged, trace, *stopHostTimeNs));
+  write(completedEvent(deliverables, trace, *stopHostTimeNs));
   environment_.diagnostics(diagnostics.summaryLine(now()));
   if (isStreamStopDeferred)
     reportDeferredStreamStop();
@@ -86,38 +78,6 @@ void RecordingSession::stopCaptureInBackground() {
   });
 }
 
-void RecordingSession::mergeSegments() {
-  std::vector<std::string> segments;
-  for (const NativeRecordingSegment& segment : store_.segments())
-    segments.push_back(segment.path);
-
-  const RecordingSessionPaths& paths = store_.paths();
-  const RecordingMerger merger(environment_.files);
-  BackgroundTask<std::int64_t> screen(environment_.makeQueue, "com.tessarin.recording.merge-screen", [&] {
-    return merger.mergeVideoTrack(segments, paths.screenOutput, 0);
-  });
-  BackgroundTask<std::int64_t> share(environment_.makeQueue, "com.tessarin.recording.merge-share",
-                                     [&] { return merger.mergeShareVideo(segments, {}, paths.finalOutput); });
-  screen.get();
-  share.get();
-}
-
-RecordingSession::MergedFiles RecordingSession::validateMergedFiles() {
-  const auto validate = [this](const std::string& path) {
-    return RecordingMediaValidator::validateRecording(environment_.files, path,
-                                                      MediaTime::milliseconds(accumulatedDurationMs_), 1, 0,
-                                                      request_.settings.frameRate);
-  };
-  BackgroundTask<ValidatedMedia> screen(environment_.makeQueue, "com.tessarin.recording.validate-screen",
-                                        [&] { return validate(store_.paths().screenOutput); });
-  BackgroundTask<ValidatedMedia> share(environment_.makeQueue, "com.tessarin.recording.validate-share",
-                                       [&] { return validate(store_.paths().finalOutput); });
-  MergedFiles merged;
-  merged.screen = screen.get();
-  merged.share = share.get();
-  return merged;
-}
-
 // Only a trace that holds something is a track.
 std::optional<CaptureTrackPayload> RecordingSession::interactionTrack(std::int64_t programDurationMs) const {
   const std::string& path = store_.paths().interactionEvents;
@@ -127,12 +87,11 @@ std::optional<CaptureTrackPayload> RecordingSession::interactionTrack(std::int64
   return CaptureTrackPayload::interactionEvents({path, programDurationMs, *size});
 }
 
-RecordingEvent::Completed RecordingSession::completedEvent(const MergedFiles& merged,
+RecordingEvent::Completed RecordingSession::completedEvent(const RecordingDeliverables& deliverables,
                                                            const std::optional<CaptureTrackPayload>& trace,
                                                            std::uint64_t stopHostTimeNs) const {
-  const RecordingSessionPaths& paths = store_.paths();
-  const RecordingCodec codec = request_.settings.effectiveCodec();
-  const std::int64_t programDurationMs = merged.screen.durationMs;
+  const SizeDTO screenPixelSize{plan_.outputWidth, plan_.outputHeight};
+  const std::int64_t programDurationMs = deliverables.programDurationMs();
   const auto captureDurationMs =
       static_cast<std::int64_t>(elapsedMilliseconds(epochHostTimeNs_, stopHostTimeNs));
 
@@ -140,14 +99,10 @@ RecordingEvent::Completed RecordingSession::completedEvent(const MergedFiles& me
   completed.clock = {.epochHostTimeNs = epochHostTimeNs_,
                      .captureDurationMs = std::max(captureDurationMs, programDurationMs),
                      .programDurationMs = programDurationMs};
-  completed.tracks.push_back(
-      CaptureTrackPayload::screen({paths.screenOutput, programDurationMs, merged.screen.sizeBytes},
-                                  plan_.outputWidth, plan_.outputHeight, codec));
+  completed.tracks = deliverables.tracks(screenPixelSize, sources_.cameraPixelSize());
   if (trace)
     completed.tracks.push_back(*trace);
-  completed.deliverables.push_back(CaptureDeliverablePayload::shareVideo(
-      {paths.finalOutput, merged.share.durationMs, merged.share.sizeBytes}, plan_.outputWidth,
-      plan_.outputHeight, codec));
+  completed.deliverables.push_back(deliverables.shareVideo(screenPixelSize));
   return completed;
 }
 

@@ -3,6 +3,7 @@
 #include "base/FileSystem.hpp"
 #include "base/MediaTime.hpp"
 #include "container/FragmentedMovieWriter.hpp"
+#include "support/SyntheticMovie.hpp"
 
 #include <cstdint>
 #include <string>
@@ -46,20 +47,54 @@ inline container::SampleDescription littleVideoDescription(std::int32_t width, s
   return description;
 }
 
-// Writes a video of one sample for each time, every one a key frame, that ends at the time given.
+// A track of one sample for each time; every picture is a key frame.
+struct LittleTrack {
+  container::TrackKind kind = container::TrackKind::video;
+  std::vector<MediaTime> times;
+  MediaTime end;
+};
+
+// Sound in packets of 1024 frames from the start to the end.
+inline LittleTrack littleSound(MediaTime end) {
+  LittleTrack track{container::TrackKind::audio, {}, end};
+  for (MediaTime time = MediaTime::zero(); time < end; time = time + MediaTime(1024, 48000))
+    track.times.push_back(time);
+  return track;
+}
+
+// What every sample of a track holds, by the track's place in its file.
+inline std::vector<std::byte> littleSample(std::size_t track) {
+  return std::vector<std::byte>(32, static_cast<std::byte>(7 + track));
+}
+
+inline void writeLittleMovie(FileSystem& files, const std::string& path,
+                             const std::vector<LittleTrack>& tracks, OpenMode mode) {
+  constexpr std::int32_t side = 16;
+  std::vector<container::TrackSetup> setups;
+  for (const LittleTrack& track : tracks)
+    setups.push_back({.kind = track.kind,
+                      .timescale = track.kind == container::TrackKind::video ? 90000 : 48000,
+                      .width = side,
+                      .height = side});
+  const auto file = files.open(path, mode);
+  container::FragmentedMovieWriter writer(*file, setups);
+  std::vector<std::int64_t> ends;
+  for (std::size_t i = 0; i < tracks.size(); ++i) {
+    const auto ticks = [&](MediaTime time) { return time.convertedTo(setups[i].timescale).value(); };
+    writer.setDescription(i, tracks[i].kind == container::TrackKind::video
+                                 ? littleVideoDescription(side, side)
+                                 : descriptionOf(audioOf(0)));
+    for (const MediaTime& time : tracks[i].times)
+      writer.append(i, littleSample(i), ticks(time), 0, true);
+    ends.push_back(ticks(tracks[i].end));
+  }
+  writer.finish(ends);
+}
+
+// One video track.
 inline void writeLittleMovie(FileSystem& files, const std::string& path, const std::vector<MediaTime>& times,
                              MediaTime end, OpenMode mode = OpenMode::createTruncated) {
-  constexpr std::int32_t timescale = 90000;
-  constexpr std::int32_t side = 16;
-  const auto ticks = [](MediaTime time) { return time.convertedTo(timescale).value(); };
-  const auto file = files.open(path, mode);
-  container::FragmentedMovieWriter writer(*file, {{.timescale = timescale, .width = side, .height = side}});
-  writer.setDescription(0, littleVideoDescription(side, side));
-  const std::vector<std::byte> sample(32, std::byte{7});
-  for (const MediaTime& time : times)
-    writer.append(0, sample, ticks(time), 0, true);
-  const std::int64_t endTicks = ticks(end);
-  writer.finish({&endTicks, 1});
+  writeLittleMovie(files, path, {{container::TrackKind::video, times, end}}, mode);
 }
 
 } // namespace tessarin::testing

@@ -8,6 +8,7 @@
 #include "support/LittleMovie.hpp"
 #include "support/ManualQueue.hpp"
 #include "support/RecordingRequests.hpp"
+#include "support/ScriptedDevices.hpp"
 #include "support/ScriptedMediaWriter.hpp"
 #include "support/ScriptedScreenStream.hpp"
 #include "support/TemporaryDirectory.hpp"
@@ -15,6 +16,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -22,6 +24,7 @@
 #include <regex>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace tessarin::testing {
@@ -65,6 +68,14 @@ class ImpatientQueue final : public SerialQueue {
   std::unique_ptr<SerialQueue> queue_;
 };
 
+// Joins whose sound needs coding anew fail, where a test expects none.
+class NoReencoder final : public AudioReencoder {
+ public:
+  void reencode(const std::vector<AudioPiece>&, const std::string&) override {
+    throw std::runtime_error("no sound is to be coded anew");
+  }
+};
+
 // A whole recording session on scripted ports and real files. The session runs on the calling thread; each
 // time that it has announced to be recording or paused, that is, is about to read a line, it runs the next
 // of the test's steps on that thread. Behind the last step its input ends.
@@ -77,6 +88,9 @@ class RecordingRig {
     files.makeDirectory(request.outputDirectory);
     streams.prepare = [](ScriptedScreenStream& stream) { stream.presentPicture = 1; };
     media.prepare = [this](ScriptedMediaFile& file, std::size_t) { produceMovie(file); };
+    devices.prepare = [this](ScriptedDevice& device, ScriptedDevices::Source source) {
+      device.onStart = [this, &device, source] { deliverFirst(device, source); };
+    };
     if (::pipe(pipe_) != 0)
       throw std::runtime_error("no pipe");
   }
@@ -92,13 +106,28 @@ class RecordingRig {
     RecordingEventWriter events([this](std::string_view line) { tookEvent(line); });
     return RecordingService({.contentService = *contentService,
                              .streams = streams,
+                             .devices = devices,
+                             .authorization = authorization,
                              .media = media,
+                             .reencoder = reencoder,
                              .files = files,
                              .clock = clock,
                              .makeQueue = makeQueue,
+                             .sleep = sleep,
                              .diagnostics = [this](const std::string& line) { addDiagnostics(line); },
                              .hasListenEventAccess = [this] { return hasListenEventAccess; }})
         .run(request, input, events);
+  }
+
+  // Real threads, and real time while a device is waited for.
+  void useThreads() {
+    makeQueue = makeThreadQueue;
+    sleep = [](std::chrono::milliseconds time) { std::this_thread::sleep_for(time); };
+  }
+  void use(bool systemAudio, bool microphone, bool camera) {
+    request.settings.systemAudio = systemAudio;
+    request.settings.microphone = microphone;
+    request.settings.camera = camera;
   }
 
   // Steps of a session.
@@ -106,11 +135,13 @@ class RecordingRig {
   void thenSend(const std::string& command) {
     then([this, command] { send(command); });
   }
-  // The clock goes on, and the stream delivers at 30 pictures a second.
+  // The clock goes on, and the stream and every device that runs deliver at 30 times a second.
   void record(Milliseconds time) {
     const auto start = clock.elapsed();
     for (std::int64_t i = 1; i <= time.count() * 30 / 1000; ++i) {
+      const auto before = MediaTime::nanoseconds(clock.elapsed().count());
       clock.set(start + std::chrono::nanoseconds(i * 1'000'000'000 / 30));
+      deliverFromDevices(before);
       stream().deliver(++picture_, clock.now());
     }
     clock.set(start + time);
@@ -130,6 +161,9 @@ class RecordingRig {
   }
 
   ScriptedScreenStream& stream() { return *streams.streams.at(0); }
+  ScriptedDevice& microphone() { return *devices.microphones.at(0); }
+  ScriptedDevice& camera() { return *devices.cameras.at(0); }
+  ScriptedDevice& systemAudio() { return *devices.systemAudios.at(0); }
   ScriptedMediaFile& segment(std::size_t index) { return *media.files.at(index); }
   // Files of the session directory.
   std::string path(const std::string& name) const { return request.outputDirectory + "/" + name; }
@@ -173,7 +207,12 @@ class RecordingRig {
   std::optional<ContentService> contentService{desktop};
   FaultyFileSystem files{machineFileSystem()};
   ScriptedScreenStreamFactory streams{clock};
+  ScriptedDevices devices;
+  ScriptedCaptureAuthorization authorization;
   ScriptedMediaFileWriterFactory media;
+  NoReencoder reencoder;
+  Sleeper sleep = [this](std::chrono::milliseconds time) { scheduler.advance(time); };
+  SizeDTO cameraSize{64, 48}; // pixels
   bool hasListenEventAccess = false;
   // Called with each event as it is written; what it throws the write throws.
   std::function<void(const std::string&)> onEvent;
@@ -181,17 +220,55 @@ class RecordingRig {
   // A file that appears when it is begun, is a movie when it is finished, and goes when it is cancelled.
   void produceMovie(ScriptedMediaFile& file) {
     file.onStart = [this](ScriptedMediaFile& it) { files.open(it.options.path, OpenMode::createExclusive); };
-    file.onFinish = [this](ScriptedMediaFile& it) {
-      std::vector<MediaTime> times;
-      for (const ScriptedMediaFile::Append& append : it.appended)
-        times.push_back(append.time);
-      writeLittleMovie(files, it.options.path, times, times.back() + MediaTime(1, 30) + lengthening);
-    };
+    file.onFinish = [this](ScriptedMediaFile& it) { writeTracks(it); };
     file.onCancel = [this](ScriptedMediaFile& it) { removeQuietly(files, it.options.path); };
   }
   MediaTime lengthening = MediaTime::zero(); // by how much files come out longer than what was written
+  std::vector<MediaTime> trackLengthenings;  // likewise, of single tracks by their index
 
  private:
+  // Pictures end a thirtieth of a second behind the last one of the screen, and so does all sound.
+  void writeTracks(ScriptedMediaFile& file) {
+    std::vector<LittleTrack> tracks;
+    for (std::size_t i = 0; i < file.trackCount; ++i) {
+      MediaTime end = file.appended.back().time + MediaTime(1, 30) + lengthening;
+      if (i < trackLengthenings.size())
+        end = end + trackLengthenings[i];
+      if (file.track(i).audio) {
+        tracks.push_back(littleSound(end));
+        continue;
+      }
+      tracks.push_back({container::TrackKind::video, {}, end});
+      for (const ScriptedMediaTrack::Append& append : file.track(i).appended)
+        tracks.back().times.push_back(append.time);
+    }
+    writeLittleMovie(files, file.options.path, tracks, OpenMode::createTruncated);
+  }
+
+  void deliverFirst(ScriptedDevice& device, ScriptedDevices::Source source) {
+    if (source == ScriptedDevices::Source::camera)
+      deliverCameraFrame(device);
+    else
+      device.deliver(steadySample(0.5F, 256, clock.now()));
+    scheduler.runPending();
+  }
+
+  void deliverCameraFrame(ScriptedDevice& device) {
+    device.deliver(numberedCameraFrame(picture_, static_cast<std::int32_t>(cameraSize.width),
+                                       static_cast<std::int32_t>(cameraSize.height), clock.now()));
+  }
+
+  // A thirtieth of a second of sound, from the time given, and a picture of now.
+  void deliverFromDevices(MediaTime soundTime) {
+    constexpr std::size_t frameCount = 1600;
+    for (const auto* const sources : {&devices.systemAudios, &devices.microphones})
+      for (const auto& device : *sources)
+        device->deliver(steadySample(0.5F, frameCount, soundTime));
+    for (const auto& device : devices.cameras)
+      deliverCameraFrame(*device);
+    scheduler.runPending();
+  }
+
   void tookEvent(std::string_view line) {
     const std::string text = std::string(line.substr(0, line.size() - 1));
     {
