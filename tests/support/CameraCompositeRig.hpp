@@ -37,8 +37,7 @@ class CameraCompositeTest : public ::testing::Test {
   // A running camera whose newest picture is numbered 100. Its track comes behind the screen's.
   void useCamera(std::int32_t width = 320, std::int32_t height = 240) {
     camera = std::make_unique<CameraOverlaySource>(
-        devices, authorization, std::nullopt, clock, scheduler.queueFactory(), [](SerialQueue::Duration) {},
-        [] {});
+        devices, authorization, std::nullopt, clock, makeSourceQueue, [](SerialQueue::Duration) {}, [] {});
     camera->start();
     show(100, width, height);
   }
@@ -46,7 +45,7 @@ class CameraCompositeTest : public ::testing::Test {
   void useMicrophone() {
     settings.microphone = true;
     microphone = std::make_unique<MicrophoneCaptureSource>(
-        devices, authorization, std::nullopt, scheduler.queueFactory(), [](SerialQueue::Duration) {}, [] {});
+        devices, authorization, std::nullopt, makeSourceQueue, [](SerialQueue::Duration) {}, [] {});
     microphone->start();
   }
   void useSystemAudio() { settings.systemAudio = true; }
@@ -141,7 +140,8 @@ class CameraCompositeTest : public ::testing::Test {
 
   ManualClock clock{epoch};
   ManualScheduler scheduler{clock};
-  QueueFactory makeQueue = scheduler.queueFactory(); // for the recorder
+  QueueFactory makeQueue = scheduler.queueFactory();       // for the recorder
+  QueueFactory makeSourceQueue = scheduler.queueFactory(); // for camera and microphone
   ScriptedMediaFileWriterFactory media;
   ScriptedScreenStreamFactory streams{clock};
   ScriptedDevices devices;
