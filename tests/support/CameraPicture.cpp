@@ -13,56 +13,53 @@ std::uint8_t rounded(double value) {
   return static_cast<std::uint8_t>(std::clamp(std::lround(value), 0L, 255L));
 }
 
-// Up to two pixels beside and below one another that share their chroma.
-Yuv meanOf(int x, int y, int columns, int rows, int width, int height, ColourRules rules) {
-  Yuv sum;
-  int count = 0;
-  for (int row = y; row < std::min(y + rows, height); ++row) {
-    for (int column = x; column < std::min(x + columns, width); ++column, ++count) {
-      const auto part = yuvFromRgb(barColour(column, width), rules);
-      sum = {sum.luma + part.luma, sum.blueChroma + part.blueChroma, sum.redChroma + part.redChroma};
-    }
+// Of the pixels that share their chroma: two beside one another, and those below, which are the same.
+Yuv meanOfPair(int x, int width, ColourRules rules) {
+  const auto left = yuvFromRgb(barColour(x, width), rules);
+  const auto right = yuvFromRgb(barColour(std::min(x + 1, width - 1), width), rules);
+  return {(left.luma + right.luma) / 2, (left.blueChroma + right.blueChroma) / 2,
+          (left.redChroma + right.redChroma) / 2};
+}
+
+// Every row of a plane is like its first.
+void repeatRow(std::uint8_t* plane, int stride, int rows) {
+  for (int y = 1; y < rows; ++y) {
+    std::copy_n(plane, stride, plane + static_cast<std::ptrdiff_t>(y) * stride);
   }
-  return {sum.luma / count, sum.blueChroma / count, sum.redChroma / count};
 }
 
 void paintPacked(RawPicture& picture, ColourRules rules) {
   const int lumaPlace = picture.format == RawFormat::yuy2 ? 0 : 1;
-  for (int y = 0; y < picture.height; ++y) {
-    auto* row = picture.bytes.data() + static_cast<std::ptrdiff_t>(y) * picture.stride;
-    for (int x = 0; x < picture.width; x += 2) {
-      const auto chroma = meanOf(x, y, 2, 1, picture.width, picture.height, rules);
-      const int right = std::min(x + 1, picture.width - 1);
-      auto* pair = row + static_cast<std::ptrdiff_t>(x) * 2;
-      pair[lumaPlace] = rounded(yuvFromRgb(barColour(x, picture.width), rules).luma);
-      pair[lumaPlace + 2] = rounded(yuvFromRgb(barColour(right, picture.width), rules).luma);
-      pair[1 - lumaPlace] = rounded(chroma.blueChroma);
-      pair[3 - lumaPlace] = rounded(chroma.redChroma);
-    }
+  for (int x = 0; x < picture.width; x += 2) {
+    const auto chroma = meanOfPair(x, picture.width, rules);
+    const int right = std::min(x + 1, picture.width - 1);
+    auto* pair = picture.bytes.data() + static_cast<std::ptrdiff_t>(x) * 2;
+    pair[lumaPlace] = rounded(yuvFromRgb(barColour(x, picture.width), rules).luma);
+    pair[lumaPlace + 2] = rounded(yuvFromRgb(barColour(right, picture.width), rules).luma);
+    pair[1 - lumaPlace] = rounded(chroma.blueChroma);
+    pair[3 - lumaPlace] = rounded(chroma.redChroma);
   }
+  repeatRow(picture.bytes.data(), picture.stride, picture.height);
 }
 
 void paintPlanar(RawPicture& picture, ColourRules rules) {
-  const auto lumaSize = static_cast<std::ptrdiff_t>(picture.stride) * picture.height;
-  for (int y = 0; y < picture.height; ++y) {
-    for (int x = 0; x < picture.width; ++x) {
-      picture.bytes[static_cast<std::size_t>(y) * picture.stride + x] =
-          rounded(yuvFromRgb(barColour(x, picture.width), rules).luma);
-    }
+  auto* luma = picture.bytes.data();
+  for (int x = 0; x < picture.width; ++x) {
+    luma[x] = rounded(yuvFromRgb(barColour(x, picture.width), rules).luma);
   }
+  repeatRow(luma, picture.stride, picture.height);
   const bool isInterleaved = picture.format == RawFormat::nv12;
-  auto* blue = picture.bytes.data() + lumaSize;
-  auto* red = isInterleaved
-                  ? blue + 1
-                  : blue + static_cast<std::ptrdiff_t>(picture.chromaStride()) * picture.chromaHeight();
-  for (int y = 0; y < picture.chromaHeight(); ++y) {
-    for (int x = 0; x < (picture.width + 1) / 2; ++x) {
-      const auto mean = meanOf(2 * x, 2 * y, 2, 2, picture.width, picture.height, rules);
-      const auto place =
-          static_cast<std::ptrdiff_t>(y) * picture.chromaStride() + (isInterleaved ? 2 * x : x);
-      blue[place] = rounded(mean.blueChroma);
-      red[place] = rounded(mean.redChroma);
-    }
+  const auto chromaSize = static_cast<std::ptrdiff_t>(picture.chromaStride()) * picture.chromaHeight();
+  auto* blue = luma + static_cast<std::ptrdiff_t>(picture.stride) * picture.height;
+  auto* red = isInterleaved ? blue + 1 : blue + chromaSize;
+  for (int x = 0; x < (picture.width + 1) / 2; ++x) {
+    const auto mean = meanOfPair(2 * x, picture.width, rules);
+    blue[isInterleaved ? 2 * x : x] = rounded(mean.blueChroma);
+    red[isInterleaved ? 2 * x : x] = rounded(mean.redChroma);
+  }
+  repeatRow(blue, picture.chromaStride(), picture.chromaHeight());
+  if (!isInterleaved) {
+    repeatRow(red, picture.chromaStride(), picture.chromaHeight());
   }
 }
 
@@ -141,12 +138,10 @@ RawPicture paintBars(RawFormat format, int width, int height, ColourRules rules,
   } else if (isPlanar(format)) {
     paintPlanar(picture, rules);
   } else {
-    for (int y = 0; y < height; ++y) {
-      auto* row = picture.bytes.data() + static_cast<std::ptrdiff_t>(y) * picture.stride;
-      for (int x = 0; x < width; ++x) {
-        putPixel(picture, row, x, barColour(x, width));
-      }
+    for (int x = 0; x < width; ++x) {
+      putPixel(picture, picture.bytes.data(), x, barColour(x, width));
     }
+    repeatRow(picture.bytes.data(), picture.stride, height);
   }
   return picture;
 }
