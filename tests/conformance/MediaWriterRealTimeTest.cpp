@@ -4,6 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
 
 // What the real module does with pictures that come faster than it codes.
 namespace tessarin {
@@ -57,6 +61,49 @@ TEST(MediaWriterRealTime, takesEveryPictureAtItsTimeAndShowsFewerDifferentOnes) 
       std::count_if(samples.begin(), samples.end(), [](const auto& sample) { return sample.size < 200; });
   EXPECT_GT(repeated, 0);
   EXPECT_EQ(outputOf("ffmpeg -nostdin -v error -xerror -i '" + rig.path("a.mp4") + "' -f null -"), "");
+}
+
+// How far the coders searched, each of which tells it with its first picture.
+std::vector<std::string> searchesIn(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  const std::string all((std::istreambuf_iterator<char>(file)), {});
+  const std::string mark = " subme=";
+  std::vector<std::string> searches;
+  for (std::size_t at = all.find(mark); at != std::string::npos; at = all.find(mark, at + 1))
+    searches.push_back(all.substr(at + mark.size(), 1));
+  return searches;
+}
+
+// Appends pictures that differ from one to the next at their times, without waiting for those times.
+void appendDearPictures(MediaFileWriter& writer, std::size_t count) {
+  VideoInput* input = writer.addVideoInput(dearVideo());
+  ASSERT_NE(input, nullptr);
+  ASSERT_TRUE(writer.startWriting());
+  writer.startSession(MediaTime::zero());
+  Painting painting(1920, 1080);
+  std::vector<std::shared_ptr<const CodablePicture>> rendered;
+  for (unsigned number = 0; number < 4; ++number) {
+    painting.scatter(number);
+    rendered.push_back(input->render(painting.view()));
+    ASSERT_NE(rendered.back(), nullptr);
+  }
+  for (std::size_t i = 0; i < count; ++i) {
+    ASSERT_TRUE(input->isReadyForMoreMediaData()) << i;
+    ASSERT_TRUE(input->append(rendered[i % 4], MediaTime(static_cast<std::int64_t>(i), 60))) << i;
+  }
+  input->markAsFinished();
+  finish(writer);
+  ASSERT_EQ(writer.status(), MediaWriterStatus::completed);
+}
+
+TEST(MediaWriterRealTime, codesTheNextSegmentWithLessEffortOnAMachineThatIsTooSlow) {
+  MediaModuleRig rig;
+  appendDearPictures(*rig.makeWriter("first.mp4"), 100);
+  appendDearPictures(*rig.makeWriter("second.mp4"), 2);
+  EXPECT_EQ(searchesIn(rig.path("first.mp4")).at(0), "2");
+  EXPECT_EQ(searchesIn(rig.path("second.mp4")), std::vector<std::string>{"1"});
+  EXPECT_EQ(rig.movie("first.mp4").tracks.at(0).descriptions,
+            rig.movie("second.mp4").tracks.at(0).descriptions);
 }
 
 } // namespace
