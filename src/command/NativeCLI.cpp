@@ -4,12 +4,17 @@
 #include "base/Text.hpp"
 #include "command/CommandParser.hpp"
 #include "command/ErrorMapping.hpp"
+#include "desktop/CapturePermissionService.hpp"
 #include "desktop/CapturePreparationRequest.hpp"
 #include "desktop/CaptureService.hpp"
 #include "desktop/ContentService.hpp"
+#include "desktop/SpeechPermissionService.hpp"
 #include "model/MediaErrors.hpp"
 #include "model/Permission.hpp"
+#include "recording/RecordingDiskCapacityService.hpp"
+#include "recording/RecordingInputDeviceService.hpp"
 #include "recording/RecordingSystemAudioSampleRequest.hpp"
+#include "recording/RecordingSystemAudioSampler.hpp"
 
 #include <exception>
 #include <set>
@@ -55,11 +60,14 @@ NativeExecution later(const std::string& requestJSONBase64, Case undecodable) {
   later();
 }
 
-NativeExecution sampleSystemAudio(const std::string& requestJSONBase64) {
+NativeExecution sampleSystemAudio(const NativeServices& services, const std::string& requestJSONBase64) {
   constexpr auto undecodable = RecordingRequestError::invalidEncoding;
-  if (decoded<RecordingSystemAudioSampleRequestDTO>(requestJSONBase64, undecodable).displayID.empty())
+  const auto request = decoded<RecordingSystemAudioSampleRequestDTO>(requestJSONBase64, undecodable);
+  if (request.displayID.empty())
     fail(undecodable);
-  later();
+  const ContentService content(services.desktop);
+  const RecordingSystemAudioSampler sampler(content, services.devices, services.makeQueue, services.sleep);
+  return succeeded(sampler.sample(request.displayID));
 }
 
 NativeExecution list(const NativeServices& services, bool excludeParentApplication) {
@@ -85,11 +93,35 @@ NativeExecution record(const NativeServices& services, const std::string& reques
   return {std::string(), services.record(request)};
 }
 
-// The preflight cannot tell a refusal from a question not asked yet.
-NativeExecution status(const NativeServices& services) {
-  const bool hasAccess = services.desktop.hasScreenCaptureAccess();
+NativeExecution answered(PermissionStatus status) {
+  return succeeded(PermissionPayload{status});
+}
+
+// A preflight cannot tell a refusal from a question not asked yet.
+NativeExecution preflighted(bool hasAccess) {
+  return answered(hasAccess ? PermissionStatus::granted : PermissionStatus::notDetermined);
+}
+
+// A microphone or a camera that was asked for and refused is a failure; elsewhere a refusal is an answer.
+NativeExecution requested(PermissionStatus status, NativeServiceError (*refusal)()) {
+  if (status != PermissionStatus::granted)
+    throw refusal();
+  return answered(status);
+}
+
+NativeExecution inputDevices(const NativeServices& services) {
+  const RecordingInputDeviceService service(services.devices);
+  RecordingInputDevicesPayload payload;
+  payload.microphones = service.devices(MediaKind::audio);
+  payload.cameras = service.devices(MediaKind::video);
+  return succeeded(std::move(payload));
+}
+
+// A bare number, with no object around it.
+NativeExecution availableBytes(const NativeServices& services) {
   return succeeded(
-      PermissionPayload{hasAccess ? PermissionStatus::granted : PermissionStatus::notDetermined});
+      RecordingDiskCapacityService(services.files, services.cachesDirectory, services.temporaryDirectory)
+          .availableBytes());
 }
 
 // The dispatch table, one entry a command. Where an entry says `later`, that is all its service replaces.
@@ -106,7 +138,7 @@ struct Dispatch {
     return later(it.requestJSONBase64, CommandParserError::invalidRequestEncoding);
   }
   NativeExecution operator()(const c::SampleRecordingSystemAudio& it) const {
-    return sampleSystemAudio(it.requestJSONBase64);
+    return sampleSystemAudio(services, it.requestJSONBase64);
   }
   NativeExecution operator()(const c::List& it) const { return list(services, it.excludeParentApplication); }
   NativeExecution operator()(const c::Capture& it) const { return capture(services, it.requestJSONBase64); }
@@ -139,17 +171,37 @@ struct Dispatch {
   NativeExecution operator()(const c::CopyFile&) const { return later(); }
   NativeExecution operator()(const c::Share&) const { return later(); }
   NativeExecution operator()(const c::TranslateText&) const { return later(); }
-  NativeExecution operator()(const c::Status&) const { return status(services); }
-  NativeExecution operator()(const c::MicrophoneStatus&) const { return later(); }
-  NativeExecution operator()(const c::RequestMicrophonePermission&) const { return later(); }
-  NativeExecution operator()(const c::CameraStatus&) const { return later(); }
-  NativeExecution operator()(const c::RequestCameraPermission&) const { return later(); }
-  NativeExecution operator()(const c::InteractionPermissionStatus&) const { return later(); }
-  NativeExecution operator()(const c::RequestInteractionPermission&) const { return later(); }
-  NativeExecution operator()(const c::SpeechPermissionStatus&) const { return later(); }
-  NativeExecution operator()(const c::RequestSpeechPermission&) const { return later(); }
-  NativeExecution operator()(const c::RecordingInputDevices&) const { return later(); }
-  NativeExecution operator()(const c::RecordingAvailableBytes&) const { return later(); }
+  NativeExecution operator()(const c::Status&) const {
+    return preflighted(services.desktop.hasScreenCaptureAccess());
+  }
+  NativeExecution operator()(const c::MicrophoneStatus&) const {
+    return answered(MicrophonePermissionService(services.captureAuthorization).status());
+  }
+  NativeExecution operator()(const c::RequestMicrophonePermission&) const {
+    return requested(MicrophonePermissionService(services.captureAuthorization).request(),
+                     serviceErrors::microphoneDenied);
+  }
+  NativeExecution operator()(const c::CameraStatus&) const {
+    return answered(CameraPermissionService(services.captureAuthorization).status());
+  }
+  NativeExecution operator()(const c::RequestCameraPermission&) const {
+    return requested(CameraPermissionService(services.captureAuthorization).request(),
+                     serviceErrors::cameraDenied);
+  }
+  NativeExecution operator()(const c::InteractionPermissionStatus&) const {
+    return preflighted(services.listenEvents.preflight());
+  }
+  NativeExecution operator()(const c::RequestInteractionPermission&) const {
+    return answered(services.listenEvents.request() ? PermissionStatus::granted : PermissionStatus::denied);
+  }
+  NativeExecution operator()(const c::SpeechPermissionStatus&) const {
+    return answered(SpeechPermissionService::status(services.speechAuthorization));
+  }
+  NativeExecution operator()(const c::RequestSpeechPermission&) const {
+    return answered(services.requestSpeechPermission());
+  }
+  NativeExecution operator()(const c::RecordingInputDevices&) const { return inputDevices(services); }
+  NativeExecution operator()(const c::RecordingAvailableBytes&) const { return availableBytes(services); }
 };
 
 } // namespace

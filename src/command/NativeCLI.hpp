@@ -1,17 +1,24 @@
 #pragma once
 
+#include "base/SerialQueue.hpp"
 #include "command/NativeResponse.hpp"
 #include "desktop/WindowCaptureActivator.hpp"
+#include "model/Permission.hpp"
 #include "ports/Capture.hpp"
 #include "ports/Desktop.hpp"
+#include "ports/Devices.hpp"
+#include "ports/Permissions.hpp"
 #include "recording/RecordingModels.hpp"
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace tessarin {
+
+class FileSystem;
 
 // What the commands need of the machine, filled by the composition root. Nothing here is opened before a
 // command calls it; everything referred to outlives the dispatcher.
@@ -20,6 +27,16 @@ struct NativeServices {
   StillCapturer& stills;
   PngWriter& images;
   ApplicationActivator& applications;
+  CaptureDevices& devices;
+  CaptureAuthorization& captureAuthorization;
+  SpeechAuthorization& speechAuthorization;
+  ListenEventAccess& listenEvents;
+  // Asks for the recognition of speech; in a test, without asking anybody.
+  std::function<PermissionStatus()> requestSpeechPermission;
+  FileSystem& files;
+  std::optional<std::string> cachesDirectory; // the user's, absolute
+  std::string temporaryDirectory;             // absolute
+  QueueFactory makeQueue;
   Sleeper sleep;
   std::int32_t parentProcessIdentifier; // the host
   // Records from standard input to standard output until the session ends; yields the exit status.

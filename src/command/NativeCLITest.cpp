@@ -1,11 +1,6 @@
-#include "command/NativeCLI.hpp"
-
-#include "base/Text.hpp"
+#include "support/CommandLineRig.hpp"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <optional>
 
 namespace tessarin {
 namespace {
@@ -13,82 +8,7 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr std::int32_t parent = 200;
-
-// A machine with one display, a window of the host and one of another application.
-class ScriptedMachine final : public DesktopContent,
-                              public StillCapturer,
-                              public PngWriter,
-                              public ApplicationActivator {
- public:
-  bool hasAccess = true;
-  int calls = 0;
-  std::vector<RunningApplication> excludedFromPicture;
-
-  bool hasScreenCaptureAccess() override {
-    ++calls;
-    return hasAccess;
-  }
-  ShareableContent content() override {
-    ++calls;
-    const RunningApplication editor{"org.editor", 100, "Editor"};
-    const RunningApplication host{"org.host", parent, "Host/1"};
-    const auto window = [](std::uint32_t id, const RunningApplication& owner) {
-      return ShareableWindow{.windowID = id,
-                             .frame = {10, 10, 100, 100},
-                             .title = std::nullopt,
-                             .windowLayer = 0,
-                             .isOnScreen = true,
-                             .owningApplication = owner};
-    };
-    return {.displays = {{.displayID = 1, .frame = {0, 0, 640, 480}, .pointPixelScale = 1, .isMain = true}},
-            .windows = {window(8, editor), window(9, host)},
-            .applications = {editor, host},
-            .windowList = std::nullopt};
-  }
-  double pointPixelScale(const ContentFilter&) override { return 1; }
-  Picture captureImage(const ContentFilter& filter, const StillConfiguration& how) override {
-    ++calls;
-    excludedFromPicture = filter.excludedApplications;
-    return {{nullptr, static_cast<std::int32_t>(how.width), static_cast<std::int32_t>(how.height), 0,
-             PixelFormat::bgrx8},
-            nullptr};
-  }
-  void write(const PictureView&, const std::string&) override { ++calls; }
-  std::optional<bool> isActive(std::int32_t) override { return true; }
-  void activate(std::int32_t) override {}
-};
-
-class NativeCLITest : public testing::Test {
- protected:
-  NativeExecution run(const std::vector<std::string>& arguments) {
-    return NativeCLI({.desktop = machine,
-                      .stills = machine,
-                      .images = machine,
-                      .applications = machine,
-                      .sleep = [](std::chrono::milliseconds) {},
-                      .parentProcessIdentifier = parent,
-                      .record =
-                          [this](const RecordingRequestDTO& request) {
-                            recorded = request;
-                            return recordStatus;
-                          }})
-        .run(arguments);
-  }
-  NativeExecution runWith(const std::string& command, std::string_view request) {
-    return run({command, "--request-json", encodedBase64(request)});
-  }
-
-  ScriptedMachine machine;
-  std::optional<RecordingRequestDTO> recorded;
-  std::int32_t recordStatus = 0;
-};
-
-NativeExecution failure(const std::string& code, const std::string& message, std::int32_t exitCode) {
-  return {R"({"error":{"code":")" + code + R"(","message":")" + message +
-              R"(","recoverable":true},"ok":false,"schemaVersion":1})",
-          exitCode};
-}
+class NativeCLITest : public CommandLineRig {};
 
 const std::string captureRequest =
     R"({"kind":"region","displayId":"1","rectPoints":{"x":0,"y":0,"width":20,"height":10},"outputPath":"/tmp/a.png"})";
@@ -157,7 +77,7 @@ TEST_F(NativeCLITest, CaptureLeavesOutTheParentWhenAsked) {
   request.insert(1, R"("excludeParentApplication":true,)");
   EXPECT_EQ(runWith("capture", request).exitCode, 0);
   ASSERT_EQ(machine.excludedFromPicture.size(), 1U);
-  EXPECT_EQ(machine.excludedFromPicture[0].processID, parent);
+  EXPECT_EQ(machine.excludedFromPicture[0].processID, parentProcess);
 }
 
 TEST_F(NativeCLITest, ACaptureRequestThatCannotBeDecodedIsRefused) {
@@ -210,10 +130,6 @@ TEST_F(NativeCLITest, RequestsOfServicesBuiltLaterAreRefusedAsTheyWillBe) {
        failure("invalidArguments", "The capture request is not valid base64 data.", 2)},
       {"prepare-capture", R"({"schemaVersion":1,"sessionId":"x"})",
        failure("invalidArguments", "The capture request is not valid base64 data.", 2)},
-      {"sample-recording-system-audio", R"({"displayId":""})",
-       failure("invalidRequest", "The recording request could not be decoded.", 2)},
-      {"sample-recording-system-audio", "{}",
-       failure("invalidRequest", "The recording request could not be decoded.", 2)},
       {"recover-recording", "1", failure("invalidRequest", "The recording recovery request is invalid.", 1)},
       {"inspect-edit-source", "1",
        failure("invalidRequest", "The video inspection request could not be decoded.", 2)},
@@ -242,16 +158,6 @@ TEST_F(NativeCLITest, CommandsWhoseServiceIsBuiltLaterFailAsUnexpected) {
            {"copy-file", "--path", "/f"},
            {"share", "--path", "/f"},
            {"translate-text"},
-           {"microphone-status"},
-           {"request-microphone-permission"},
-           {"camera-status"},
-           {"request-camera-permission"},
-           {"interaction-permission-status"},
-           {"request-interaction-permission"},
-           {"speech-permission-status"},
-           {"request-speech-permission"},
-           {"recording-input-devices"},
-           {"recording-available-bytes"},
        })
     EXPECT_EQ(run(arguments), unexpected) << arguments[0];
   for (const char* const command :
@@ -260,7 +166,6 @@ TEST_F(NativeCLITest, CommandsWhoseServiceIsBuiltLaterFailAsUnexpected) {
     EXPECT_EQ(runWith(command, "{}"), unexpected) << command;
   EXPECT_EQ(runWith("prepare-capture", R"({"schemaVersion":1,"sessionId":"x","directory":"/d"})"),
             unexpected);
-  EXPECT_EQ(runWith("sample-recording-system-audio", R"({"displayId":"1"})"), unexpected);
   EXPECT_EQ(machine.calls, 0);
 }
 

@@ -1,12 +1,16 @@
 #include "main/CompositionRoot.hpp"
 
+#include "backends/pipewire/Devices.hpp"
 #include "backends/png/PngFileWriter.hpp"
 #include "backends/posix/EncoderProbe.hpp"
+#include "backends/posix/ModuleDevicePortal.hpp"
 #include "backends/posix/ModuleLoader.hpp"
 #include "backends/posix/ModuleMediaFileWriterFactory.hpp"
+#include "backends/posix/UserDirectories.hpp"
 #include "backends/x11/Activator.hpp"
 #include "backends/x11/Connection.hpp"
 #include "backends/x11/Discovery.hpp"
+#include "backends/x11/ListenEventAccess.hpp"
 #include "backends/x11/StillCapture.hpp"
 #include "backends/x11/Stream.hpp"
 #include "base/Diagnostics.hpp"
@@ -14,6 +18,8 @@
 #include "base/HostClock.hpp"
 #include "base/SerialQueue.hpp"
 #include "desktop/ContentService.hpp"
+#include "desktop/SessionCaptureAuthorization.hpp"
+#include "desktop/SpeechPermissionService.hpp"
 #include "recording/ControlInput.hpp"
 #include "recording/RecordingEventWriter.hpp"
 #include "recording/RecordingService.hpp"
@@ -23,6 +29,20 @@
 #include <thread>
 
 namespace tessarin {
+
+namespace {
+
+void sleep(std::chrono::milliseconds time) {
+  std::this_thread::sleep_for(time);
+}
+
+// Until the media module codes sound anew: a join that needs it fails.
+class NoReencoder final : public AudioReencoder {
+ public:
+  void reencode(const std::vector<AudioPiece>&, const std::string&) override { throw MediaUnavailable(); }
+};
+
+} // namespace
 
 struct CompositionRoot::Backends {
   const MonotonicHostClock clock{};
@@ -37,6 +57,13 @@ struct CompositionRoot::Backends {
   ModuleMediaFileWriterFactory media{modules, machineFileSystem(),
                                      [this](const std::string& name) { return encoders.works(name); }};
 
+  NoReencoder reencoder;
+  ModuleDevicePortal portal{modules};
+  const std::unique_ptr<CaptureDevices> devices = pipewire::makeCaptureDevices();
+  SessionCaptureAuthorization captureAuthorization{*devices, portal};
+  LocalSpeechAuthorization speechAuthorization;
+  const std::unique_ptr<ListenEventAccess> listenEvents = x11::makeListenEventAccess(server);
+
   std::int32_t record(const RecordingRequestDTO& request);
 };
 
@@ -46,12 +73,16 @@ std::int32_t CompositionRoot::Backends::record(const RecordingRequestDTO& reques
   RecordingEventWriter events(descriptorSink(STDOUT_FILENO));
   RecordingService service({.contentService = content,
                             .streams = *streams,
+                            .devices = *devices,
+                            .authorization = captureAuthorization,
                             .media = media,
+                            .reencoder = reencoder,
                             .files = machineFileSystem(),
                             .clock = clock,
                             .makeQueue = makeThreadQueue,
+                            .sleep = sleep,
                             .diagnostics = writeDiagnostics,
-                            // Nothing here watches the keyboard yet.
+                            // The recorder watches no keyboard yet, whatever the session may do.
                             .hasListenEventAccess = [] { return false; }});
   return service.run(request, input, events);
 }
@@ -65,7 +96,17 @@ NativeServices CompositionRoot::services() {
           .stills = *backends_->stills,
           .images = backends_->images,
           .applications = *backends_->applications,
-          .sleep = [](std::chrono::milliseconds time) { std::this_thread::sleep_for(time); },
+          .devices = *backends_->devices,
+          .captureAuthorization = backends_->captureAuthorization,
+          .speechAuthorization = backends_->speechAuthorization,
+          .listenEvents = *backends_->listenEvents,
+          .requestSpeechPermission =
+              [this] { return SpeechPermissionService::request(backends_->speechAuthorization); },
+          .files = machineFileSystem(),
+          .cachesDirectory = userCachesDirectory(),
+          .temporaryDirectory = temporaryFilesDirectory(),
+          .makeQueue = makeThreadQueue,
+          .sleep = sleep,
           .parentProcessIdentifier = ::getppid(),
           .record = [this](const RecordingRequestDTO& request) { return backends_->record(request); }};
 }
