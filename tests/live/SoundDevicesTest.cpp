@@ -1,0 +1,174 @@
+#include "backends/pipewire/Devices.hpp"
+
+#include "live/SoundTesting.hpp"
+
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+
+namespace tessarin {
+namespace {
+
+using namespace std::chrono_literals;
+using List = std::vector<CaptureDevice>;
+// Longer than the backend's own patience with a server, and still not long.
+constexpr auto bounded = 4s;
+
+class SoundDevices : public ::testing::Test {
+ protected:
+  void start(const PrivateSoundServer::Options& options = {}) {
+    server = std::make_unique<PrivateSoundServer>(options);
+    environment = std::make_unique<ProcessEnvironment>(server->environment());
+  }
+  // A place where no server is.
+  void startWithoutServer() {
+    environment = std::make_unique<ProcessEnvironment>(
+        std::vector<std::pair<std::string, std::string>>{{"XDG_RUNTIME_DIR", directory.path()},
+                                                         {"PIPEWIRE_RUNTIME_DIR", directory.path()},
+                                                         {"PIPEWIRE_REMOTE", "pipewire-0"}});
+  }
+  // All that can be asked, where nothing can be had.
+  void expectNothing(std::chrono::milliseconds limit) {
+    EXPECT_LT(durationOf([&] { EXPECT_FALSE(devices->isReachable()); }), limit);
+    EXPECT_LT(durationOf([&] { EXPECT_EQ(devices->devices(MediaKind::audio), List()); }), limit);
+    EXPECT_LT(durationOf([&] { EXPECT_EQ(devices->devices(MediaKind::video), List()); }), limit);
+    EXPECT_LT(durationOf([&] { expectUnavailable(std::nullopt); }), limit);
+    EXPECT_LT(durationOf([&] {
+                EXPECT_EQ(errorOf([&] { devices->openSystemAudio([](const auto&) {}, [] {}); }),
+                          CaptureDeviceError::unavailable);
+              }),
+              limit);
+  }
+  void expectUnavailable(const std::optional<std::string>& deviceID) {
+    EXPECT_EQ(errorOf([&] {
+                devices->openMicrophone(
+                    deviceID, [](const auto&) {}, [] {});
+              }),
+              CaptureDeviceError::unavailable);
+  }
+  std::string defaultOf(MediaKind kind) {
+    std::string found;
+    for (const auto& device : devices->devices(kind)) {
+      found += device.isDefault ? device.id + ";" : "";
+    }
+    return found;
+  }
+  // The session manager follows what happens within moments.
+  bool becomesDefault(MediaKind kind, const std::string& ids) {
+    const auto deadline = std::chrono::steady_clock::now() + 5s;
+    while (defaultOf(kind) != ids) {
+      if (std::chrono::steady_clock::now() > deadline) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  TemporaryDirectory directory;
+  std::unique_ptr<PrivateSoundServer> server;
+  std::unique_ptr<ProcessEnvironment> environment;
+  std::unique_ptr<CaptureDevices> devices = pipewire::makeCaptureDevices();
+};
+
+TEST_F(SoundDevices, AreListedInTheServersOrderWithIdsNamesAndDefaults) {
+  start();
+  const auto zebra =
+      server->source({"microphone", "--name", "mic.zebra", "--description", "Zebra \xc3\xa9\xe4\xb8\xad"});
+  const auto apple = server->source({"microphone", "--name", "mic.apple", "--description", "Apple"});
+  const auto camera = server->source(
+      {"camera", "--name", "cam.one", "--description", "Camera one", "--offer", "yuy2,320x240,30"});
+  EXPECT_TRUE(devices->isReachable());
+  server->setDefaultNode("audio.source", "mic.apple");
+  EXPECT_EQ(devices->devices(MediaKind::audio),
+            (List{{"mic.zebra", "Zebra \xc3\xa9\xe4\xb8\xad", false}, {"mic.apple", "Apple", true}}));
+  EXPECT_EQ(devices->devices(MediaKind::video), (List{{"cam.one", "Camera one", true}}));
+  // The same connection hears of what changes.
+  server->setDefaultNode("audio.source", "mic.zebra");
+  EXPECT_EQ(devices->devices(MediaKind::audio),
+            (List{{"mic.zebra", "Zebra \xc3\xa9\xe4\xb8\xad", true}, {"mic.apple", "Apple", false}}));
+  zebra->unplug();
+  EXPECT_TRUE(becomesDefault(MediaKind::audio, "mic.apple;"));
+  EXPECT_EQ(devices->devices(MediaKind::audio), (List{{"mic.apple", "Apple", true}}));
+  const auto again = server->source({"microphone", "--name", "mic.zebra", "--description", "Zebra"});
+  EXPECT_EQ(devices->devices(MediaKind::audio).size(), 2U);
+  expectUnavailable("cam.one");
+  expectUnavailable("test-speakers");
+  expectUnavailable("test-speakers.monitor");
+}
+
+TEST_F(SoundDevices, AreNoneWhereThereAreOnlySpeakers) {
+  start();
+  EXPECT_TRUE(devices->isReachable());
+  EXPECT_EQ(devices->devices(MediaKind::audio), List());
+  EXPECT_EQ(devices->devices(MediaKind::video), List());
+  expectUnavailable(std::nullopt);
+  expectUnavailable("nobody");
+  // When the last microphone goes, the speakers stand in for it, and are none.
+  auto microphone = server->source({"microphone", "--name", "mic.a", "--description", "A"});
+  EXPECT_TRUE(becomesDefault(MediaKind::audio, "mic.a;"));
+  microphone->unplug();
+  EXPECT_TRUE(becomesDefault(MediaKind::audio, ""));
+  EXPECT_EQ(devices->devices(MediaKind::audio), List());
+  expectUnavailable(std::nullopt);
+}
+
+TEST_F(SoundDevices, PlayNothingWithoutAnOutput) {
+  start({.hasSink = false});
+  EXPECT_TRUE(devices->isReachable());
+  EXPECT_EQ(errorOf([&] { devices->openSystemAudio([](const auto&) {}, [] {}); }),
+            CaptureDeviceError::unavailable);
+}
+
+TEST_F(SoundDevices, AreNotThereAtOnceWithoutAServer) {
+  startWithoutServer();
+  expectNothing(500ms);
+}
+
+TEST_F(SoundDevices, AreNotThereWhenTheServerDoesNotAnswer) {
+  start();
+  server->stopAnswering();
+  expectNothing(bounded);
+  server->goOn();
+  EXPECT_TRUE(devices->isReachable());
+  // Nor when it stops answering a connection that is there.
+  server->stopAnswering();
+  expectNothing(std::chrono::milliseconds(bounded) * 2);
+  server->goOn();
+  EXPECT_TRUE(devices->isReachable());
+}
+
+TEST_F(SoundDevices, AreNotThereWhenSomethingElseListens) {
+  startWithoutServer();
+  const auto listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const auto path = directory / "pipewire-0";
+  ASSERT_LT(path.size(), sizeof address.sun_path);
+  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+  ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  // Connections wait to be accepted, until no more are let in.
+  ASSERT_EQ(listen(listener, 1), 0);
+  expectNothing(bounded);
+  close(listener);
+}
+
+TEST_F(SoundDevices, AreThereAgainWithTheServer) {
+  start();
+  EXPECT_TRUE(devices->isReachable());
+  server->killServer();
+  expectNothing(500ms);
+  server->restartServer();
+  const auto microphone = server->source({"microphone", "--name", "mic.a", "--description", "A"});
+  EXPECT_TRUE(devices->isReachable());
+  EXPECT_EQ(devices->devices(MediaKind::audio), (List{{"mic.a", "A", true}}));
+}
+
+} // namespace
+} // namespace tessarin
