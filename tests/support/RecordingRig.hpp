@@ -245,11 +245,12 @@ class RecordingRig {
     writeLittleMovie(files, file.options.path, tracks, OpenMode::createTruncated);
   }
 
+  // Sound comes when it has been heard, so it began before.
   void deliverFirst(ScriptedDevice& device, ScriptedDevices::Source source) {
     if (source == ScriptedDevices::Source::camera)
       deliverCameraFrame(device);
     else
-      device.deliver(steadySample(0.5F, 256, clock.now()));
+      device.deliver(steadySample(0.5F, 240, clock.now() - MediaTime::milliseconds(5)));
     scheduler.runPending();
   }
 
