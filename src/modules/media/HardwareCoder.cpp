@@ -59,28 +59,11 @@ class NvencCoder final : public LibraryCoder {
   }
 };
 
-void interleave(const I420Picture& picture, AVFrame& frame) {
-  const pixels::I420Planes planes = picture.planes();
-  for (std::int32_t row = 0; row < picture.height(); ++row)
-    std::copy_n(planes.y + row * planes.yStride, picture.width(),
-                frame.data[0] + std::ptrdiff_t{row} * frame.linesize[0]);
-  for (std::int32_t row = 0; row < picture.height() / 2; ++row) {
-    const std::uint8_t* u = planes.u + row * planes.uStride;
-    const std::uint8_t* v = planes.v + row * planes.vStride;
-    std::uint8_t* both = frame.data[1] + std::ptrdiff_t{row} * frame.linesize[1];
-    for (std::int32_t column = 0; column < picture.width() / 2; ++column) {
-      both[2 * column] = u[column];
-      both[2 * column + 1] = v[column];
-    }
-  }
-}
-
 // Takes surfaces of its device, into which pictures are copied.
 class VaapiCoder final : public LibraryCoder {
  public:
   VaapiCoder(const Encoder& encoder, const VideoSettings& settings, const std::string& node, bool isLowPower)
       : LibraryCoder(encoder, settings) {
-    makeSurfaces(node);
     setKeysAndProfile(context(), settings);
     context().pix_fmt = AV_PIX_FMT_VAAPI;
     setOption(context(), "async_depth", "1");
@@ -88,6 +71,7 @@ class VaapiCoder final : public LibraryCoder {
     setOption(context(), "sei", "0");
     if (settings.codec == RecordingCodec::h264)
       setOption(context(), "coder", "cabac");
+    makeSurfaces(node);
     open();
   }
 
@@ -95,7 +79,7 @@ class VaapiCoder final : public LibraryCoder {
 
  protected:
   void load(AVFrame& frame, const std::shared_ptr<const I420Picture>& picture) override {
-    interleave(*picture, *staging_);
+    writeAsNv12(*picture, staging_->data[0], staging_->linesize[0], staging_->data[1], staging_->linesize[1]);
     checkLibrary(av_hwframe_get_buffer(surfaces_.get(), &frame, 0));
     checkLibrary(av_hwframe_transfer_data(&frame, staging_.get(), 0));
     frame.color_range = AVCOL_RANGE_MPEG;
@@ -155,6 +139,22 @@ std::unique_ptr<VideoCoder> makeVaapiCoder(const Encoder& encoder, const VideoSe
 }
 
 } // namespace
+
+void writeAsNv12(const I420Picture& picture, std::uint8_t* luma, std::ptrdiff_t lumaStride,
+                 std::uint8_t* chroma, std::ptrdiff_t chromaStride) {
+  const pixels::I420Planes planes = picture.planes();
+  for (std::int32_t row = 0; row < picture.height(); ++row)
+    std::copy_n(planes.y + row * planes.yStride, picture.width(), luma + row * lumaStride);
+  for (std::int32_t row = 0; row < picture.height() / 2; ++row) {
+    const std::uint8_t* u = planes.u + row * planes.uStride;
+    const std::uint8_t* v = planes.v + row * planes.vStride;
+    std::uint8_t* both = chroma + row * chromaStride;
+    for (std::int32_t column = 0; column < picture.width() / 2; ++column) {
+      both[2 * column] = u[column];
+      both[2 * column + 1] = v[column];
+    }
+  }
+}
 
 std::unique_ptr<VideoCoder> makeHardwareCoder(const Encoder& encoder, const VideoSettings& settings) {
   if (encoder.kind == EncoderKind::vaapi)

@@ -187,21 +187,6 @@ TEST(VideoCoders, knowTheEncodersOfTheLibraryByName) {
   EXPECT_FALSE(library.has("no-such"));
 }
 
-// No hardware takes pictures of four pixels, so that this fails with and without a device; and the drivers'
-// words are kept from standard error.
-TEST(HardwareCoder, failsCleanly) {
-  const EncoderCatalogue library = libraryEncoders(nullptr);
-  testing::internal::CaptureStderr();
-  for (const char* name : {"h264_vaapi", "hevc_vaapi", "h264_nvenc", "hevc_nvenc"}) {
-    const Encoder encoder = *encoderNamed(name);
-    VideoSettings tiny = settings(encoder.codec);
-    tiny.width = 2;
-    tiny.height = 2;
-    EXPECT_THROW(library.make(encoder, tiny, CodingEffort::full), CoderFailure) << name;
-  }
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-}
-
 TEST(VideoCoders, codeOnlySettingsThatMakeSense) {
   const VideoCoders coders(libraryEncoders(nullptr));
   const auto with = [&](auto change) {
