@@ -55,6 +55,8 @@ struct Pipe {
     ::dup2(target, STDOUT_FILENO);
   else
     ::close(STDOUT_FILENO);
+  for (const auto& [name, value] : settings.environment)
+    ::setenv(name.c_str(), value.c_str(), 1);
   if (settings.display)
     ::setenv("DISPLAY", settings.display->c_str(), 1);
   else
@@ -125,6 +127,10 @@ ProgramResult runProgram(const std::vector<std::string>& arguments, const Progra
 
 std::vector<std::string> withRequest(const std::string& command, std::string_view requestJSON) {
   return {command, "--request-json", encodedBase64(requestJSON)};
+}
+
+std::string successReply(std::string_view dataJSON) {
+  return R"({"data":)" + std::string(dataJSON) + ",\"ok\":true,\"schemaVersion\":1}\n";
 }
 
 std::string failureReply(std::string_view code, std::string_view message) {

@@ -131,12 +131,6 @@ TEST_F(RefusalTest, ARequestNestedWithoutEndIsRefused) {
 TEST_F(RefusalTest, CommandsWhoseServiceIsBuiltLaterFailAsUnexpected) {
   for (const Arguments& arguments : {Arguments{"translate-text"},
                                      {"warm-text-recognition"},
-                                     {"microphone-status"},
-                                     {"camera-status"},
-                                     {"interaction-permission-status"},
-                                     {"speech-permission-status"},
-                                     {"recording-input-devices"},
-                                     {"recording-available-bytes"},
                                      {"copy", "--path", directory / "a.png"},
                                      {"render-hdr", "--directory", directory.path()}})
     expectRefusal(arguments, unexpected, 1);
