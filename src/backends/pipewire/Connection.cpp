@@ -220,9 +220,10 @@ void Connection::answered(std::uint32_t id, int sequence) {
   changed_.notify_all();
 }
 
-// An error of the connection itself ends it; one of an object concerns the object's owner.
+// An error of the connection itself ends it; one of an object concerns the object's owner. A message that
+// crossed the removal of its object on the way is answered in the connection's name, as not found.
 void Connection::failed(std::uint32_t id, int result) {
-  if (id != PW_ID_CORE) {
+  if (id != PW_ID_CORE || result == -ENOENT) {
     for (auto* listener : listeners_) {
       listener->serverRefused(errorFor(-result));
     }
