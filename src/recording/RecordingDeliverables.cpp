@@ -36,7 +36,7 @@ void RecordingDeliverables::merge() {
     segments.push_back(segment.path);
   const RecordingSessionPaths& paths = store_.paths();
   const RecordingAudioTracks audio(settings_);
-  const RecordingMerger merger(environment_.files);
+  const RecordingMerger merger(environment_.files, environment_.reencoder);
 
   ParallelTasks tasks(environment_.makeQueue);
   tasks.start("com.tessarin.recording.merge-screen",

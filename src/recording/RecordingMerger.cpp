@@ -116,6 +116,21 @@ std::int64_t exportMovie(FileSystem& files, const std::string& outputPath,
                      [&](OpenFile& output) { container::writeJoinedMovie(output, tracks, brand); });
 }
 
+// Coded anew, for sound that cannot be joined as it is.
+std::int64_t exportReencoded(FileSystem& files, AudioReencoder& reencoder, const std::string& outputPath,
+                             const std::vector<AudioPiece>& pieces) {
+  try {
+    reencoder.reencode(pieces, outputPath);
+    TemporaryFile made(files, outputPath);
+    const std::optional<std::int64_t> size = regularFileSize(files, outputPath);
+    refuse(!size || *size < 1, RecordingMergeError::exportFailed);
+    made.keep();
+    return *size;
+  } catch (const std::exception&) {
+    fail(RecordingMergeError::exportFailed);
+  }
+}
+
 const Track& trackAt(const Source& source, TrackKind kind, std::int64_t index, RecordingMergeError missing) {
   const std::vector<const Track*> tracks = source.movie.tracksOf(kind);
   refuse(index < 0 || static_cast<std::uint64_t>(index) >= tracks.size(), missing);
@@ -203,9 +218,18 @@ std::int64_t RecordingMerger::mergeAudio(const std::vector<std::string>& segment
   const std::vector<Source> sources = openSources(files_, segmentPaths);
   const RecordingMergePlan plan = planOf(sources);
   JoinTrack audio;
-  for (std::size_t i = 0; i < sources.size(); ++i)
-    audio.pieces.push_back(audioPiece(sources[i], audioTrackIndex, plan.insertions[i]));
-  return exportMovie(files_, outputPath, {audio}, audioBrand);
+  std::vector<AudioPiece> pieces;
+  for (std::size_t i = 0; i < sources.size(); ++i) {
+    const JoinPiece& piece =
+        audio.pieces.emplace_back(audioPiece(sources[i], audioTrackIndex, plan.insertions[i]));
+    pieces.push_back({segmentPaths[i], audioTrackIndex, piece.start, piece.duration});
+  }
+  try {
+    return exportMovie(files_, outputPath, {audio}, audioBrand);
+  } catch (const Failure<RecordingMergeError>&) {
+    // Nothing is left of that attempt.
+    return exportReencoded(files_, reencoder_, outputPath, pieces);
+  }
 }
 
 std::int64_t RecordingMerger::mergeShareVideo(const std::vector<std::string>& segmentPaths,

@@ -3,6 +3,7 @@
 #include "base/Failure.hpp"
 #include "base/FileSystem.hpp"
 #include "base/MediaTime.hpp"
+#include "ports/MediaWriting.hpp"
 
 #include <cstdint>
 #include <span>
@@ -38,15 +39,16 @@ struct RecordingMergePlan {
 };
 
 // Turns a session's segments into its final files without decoding anything: coded samples are copied as
-// they are, and a lone segment that already is what is asked for is cloned. Segments are only read.
+// they are, and a lone segment that already is what is asked for is cloned. Only sound that cannot be joined
+// so is decoded and coded anew. Segments are only read.
 //
 // All operations return the output's size in bytes and throw Failure<RecordingMergeError>. An existing
 // output is never replaced. The output appears whole under its name or not at all. A clone or copy is not
-// flushed to disk, since it can be made again from its source, which is. No state but the file system, which
-// outlives it; any thread, any number at once as long as their outputs differ.
+// flushed to disk, since it can be made again from its source, which is. No state but the file system and the
+// reencoder, which outlive it; any thread, any number at once as long as their outputs differ.
 class RecordingMerger {
  public:
-  explicit RecordingMerger(FileSystem& files) : files_(files) {}
+  RecordingMerger(FileSystem& files, AudioReencoder& reencoder) : files_(files), reencoder_(reencoder) {}
 
   // One video track of every segment, by its place among the video tracks of the file.
   std::int64_t mergeVideoTrack(const std::vector<std::string>& segmentPaths, const std::string& outputPath,
@@ -68,6 +70,7 @@ class RecordingMerger {
 
  private:
   FileSystem& files_;
+  AudioReencoder& reencoder_;
 };
 
 } // namespace tessarin

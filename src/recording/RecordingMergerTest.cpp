@@ -8,8 +8,10 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <optional>
+#include <stdexcept>
 #include <thread>
 
 namespace tessarin {
@@ -55,6 +57,21 @@ TEST(RecordingMergePlan, NeedsSegmentsThatLast) {
 
 // ---- Merging
 
+// Keeps what it is asked for, and writes a file or fails as it is told.
+class ScriptedReencoder final : public AudioReencoder {
+ public:
+  void reencode(const std::vector<AudioPiece>& pieces, const std::string& outputPath) override {
+    calls.push_back(pieces);
+    if (fails)
+      throw std::runtime_error("no coder");
+    std::ofstream(outputPath) << content;
+  }
+
+  std::vector<std::vector<AudioPiece>> calls;
+  bool fails = false;
+  std::string content = "coded anew";
+};
+
 class RecordingMergerTest : public ::testing::Test {
  protected:
   RecordingMergerTest() {
@@ -86,7 +103,8 @@ class RecordingMergerTest : public ::testing::Test {
 
   TemporaryDirectory directory;
   FaultyFileSystem files{machineFileSystem()};
-  RecordingMerger merger{files};
+  ScriptedReencoder reencoder;
+  RecordingMerger merger{files, reencoder};
   int count = 0;
 };
 
@@ -290,6 +308,7 @@ TEST_F(RecordingMergerTest, LeavesNothingBehindWhenWritingFailsSoThatTheNextTryW
   const Paths lone = {segment({videoOf(1000)})};
   const Paths two = {segment({videoOf(1000), audioOf(1000)}), segment({videoOf(1000), audioOf(1000)})};
   files.refuseClones();
+  reencoder.fails = true;
   const std::vector<std::function<void(const std::string&)>> merges = {
       [&](const std::string& path) { merger.mergeVideoTrack(lone, path, 0); },
       [&](const std::string& path) { merger.mergeVideoTrack(two, path, 0); },
@@ -324,6 +343,64 @@ TEST_F(RecordingMergerTest, RefusesAnOutputWithoutBytes) {
   });
   EXPECT_EQ(errorOf([&] { merger.mergeVideoTrack({only}, out("screen.mp4"), 0); }), Error::exportFailed);
   EXPECT_EQ(outputs(), Paths{});
+}
+
+// ---- Sound that cannot be joined as it is
+
+TEST_F(RecordingMergerTest, CodesSoundAnewWhenItCannotBeJoinedAsItIs) {
+  const Paths segments = {segment({videoOf(1000), audioOf(700), audioOf(1000)}),
+                          segment({videoOf(500), audioOf(500), audioOf(600)})};
+  for (const FileOperation operation : {FileOperation::write, FileOperation::copy, FileOperation::sync}) {
+    reencoder.calls.clear();
+    files.inject({operation, "/out/", 0, 1, EIO, std::nullopt});
+    EXPECT_EQ(merger.mergeAudio(segments, out("microphone.m4a"), 1), 10);
+    EXPECT_EQ(outputs(), Paths{"microphone.m4a"}) << "nothing is left of the first try";
+    EXPECT_EQ(bytesOf(out("microphone.m4a")), "coded anew");
+    ASSERT_EQ(reencoder.calls.size(), 1U);
+    const std::vector<AudioPiece>& pieces = reencoder.calls[0];
+    ASSERT_EQ(pieces.size(), 2U);
+    for (std::size_t i = 0; i < 2; ++i) {
+      EXPECT_EQ(pieces[i].path, segments[i]);
+      EXPECT_EQ(pieces[i].audioTrackIndex, 1);
+    }
+    EXPECT_EQ(pieces[0].start, MediaTime::zero());
+    EXPECT_EQ(pieces[0].duration, MediaTime(1, 1));
+    EXPECT_EQ(pieces[1].start, MediaTime(1, 1)) << "where its segment is";
+    EXPECT_EQ(pieces[1].duration, MediaTime(600, 1000));
+    std::filesystem::remove(out("microphone.m4a"));
+    files.clearFaults();
+  }
+}
+
+TEST_F(RecordingMergerTest, DoesNotCodeAnewWhatIsJoinedOrCannotBeComposed) {
+  const std::string good = segment({videoOf(1000), audioOf(1000)});
+  merger.mergeAudio({good, good}, out("a.m4a"), 0);
+  EXPECT_EQ(errorOf([&] { merger.mergeAudio({good}, out("a.m4a"), 0); }), Error::exportFailed);
+  EXPECT_EQ(errorOf([&] { merger.mergeAudio({good}, out("b.m4a"), 1); }), Error::compositionFailed);
+  EXPECT_EQ(errorOf([&] { merger.mergeAudio({directory / "no"}, out("b.m4a"), 0); }), Error::invalidSegment);
+  EXPECT_TRUE(reencoder.calls.empty());
+}
+
+TEST_F(RecordingMergerTest, FailsWhenSoundCanNeitherBeJoinedNorCodedAnew) {
+  const std::string only = segment({videoOf(1000), audioOf(1000)});
+  files.inject({FileOperation::write, "/out/", 0, FaultyFileSystem::always, ENOSPC, std::nullopt});
+  reencoder.fails = true;
+  EXPECT_EQ(errorOf([&] { merger.mergeAudio({only}, out("a.m4a"), 0); }), Error::exportFailed);
+  reencoder.fails = false;
+  reencoder.content.clear();
+  EXPECT_EQ(errorOf([&] { merger.mergeAudio({only}, out("a.m4a"), 0); }), Error::exportFailed)
+      << "a file without bytes";
+  EXPECT_EQ(reencoder.calls.size(), 2U);
+  EXPECT_EQ(outputs(), Paths{});
+}
+
+TEST_F(RecordingMergerTest, NeverCodesPicturesOrTheShareVideoAnew) {
+  const std::string only = segment({videoOf(1000), audioOf(1000), audioOf(1000)});
+  files.inject({FileOperation::write, "/out/", 0, FaultyFileSystem::always, ENOSPC, std::nullopt});
+  EXPECT_EQ(errorOf([&] { merger.mergeVideoTrack({only}, out("s.mp4"), 0); }), Error::exportFailed);
+  EXPECT_EQ(errorOf([&] { merger.mergeShareVideo(Paths{only}, std::vector<std::int64_t>{0}, out("r.mp4")); }),
+            Error::exportFailed);
+  EXPECT_TRUE(reencoder.calls.empty());
 }
 
 // ---- The share video from segments
