@@ -23,29 +23,29 @@ int pictureThreads() {
   return static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 2U, 4U));
 }
 
-// What the efforts differ in is the search alone, which no parameter set tells. The look-ahead and the
-// distribution of bits over pictures, which gain most on a screen, stay at every effort.
-std::string h264Search(CodingEffort effort) {
+// What the efforts differ in is how the coder searches, which no parameter set tells. Looking ahead, and
+// spending bits on what later pictures show too, gains most on a screen and costs least: it goes last. At
+// the least effort a change that nothing follows is pushed out by two repetitions, not by a dozen.
+std::string h264Search(const VideoSettings& settings, CodingEffort effort) {
+  const std::string ahead = "aq-mode=1:mbtree=1:rc-lookahead=" + std::to_string(lookahead(settings)) + ":";
   switch (effort) {
   case CodingEffort::full:
     break;
   case CodingEffort::reduced:
-    return "me=dia:subme=1:";
+    return "me=dia:subme=1:" + ahead;
   case CodingEffort::least:
-    return "me=dia:subme=0:partitions=none:";
+    return "me=dia:subme=0:partitions=none:aq-mode=0:mbtree=0:rc-lookahead=0:";
   }
-  return "me=hex:subme=2:";
+  return "me=hex:subme=2:" + ahead;
 }
 
 // The two coders' own options. What they share: no picture is predicted from a later one or from more than
 // the one before it; keys are placed by us alone and close their group; no weights, which repeated pictures
 // could not tell; slices whole. What the parameter sets tell beyond that is pinned, whatever a preset says.
 std::string h264Options(const VideoSettings& settings, CodingEffort effort) {
-  return h264Search(effort) +
-         "cabac=1:8x8dct=1:deblock=0,0:aq-mode=1:mbtree=1:trellis=0:"
-         "ref=1:bframes=0:weightp=0:scenecut=0:open-gop=0:keyint=infinite:slices=1:sliced-threads=0:"
-         "sync-lookahead=0:rc-lookahead=" +
-         std::to_string(lookahead(settings));
+  return h264Search(settings, effort) +
+         "cabac=1:8x8dct=1:deblock=0,0:trellis=0:ref=1:bframes=0:weightp=0:scenecut=0:open-gop=0:"
+         "keyint=infinite:slices=1:sliced-threads=0:sync-lookahead=0";
 }
 
 std::string hevcOptions(const VideoSettings& settings) {
@@ -71,6 +71,7 @@ class SoftwareCoder final : public LibraryCoder {
     open();
   }
 
+  // Of any effort, so that one can take the place of another.
   std::int64_t delay() const override {
     // x265 looks at two pictures more than it is told.
     const std::int64_t more = settings().codec == RecordingCodec::hevc ? 2 : 0;
