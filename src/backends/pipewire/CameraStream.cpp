@@ -82,16 +82,16 @@ class CameraStream final : public DeviceStream, private ConnectionListener {
 
   void stop() override {
     {
+      const std::lock_guard lock(mutex_);
+      phase_ = Phase::stopped; // what the stream tells while it is taken down is no news
+      changed_.notify_all();
+    }
+    {
       const Connection::Lock loopLock(*connection_);
       connection_->removeListener(*this);
       if (stream_) {
         pw_stream_destroy(std::exchange(stream_, nullptr));
       }
-    }
-    {
-      const std::lock_guard lock(mutex_);
-      phase_ = Phase::stopped;
-      changed_.notify_all();
     }
     if (thread_.joinable()) {
       thread_.join();
