@@ -133,12 +133,18 @@ struct Band {
   std::uint8_t* row(int number) { return bytes.data() + static_cast<std::ptrdiff_t>(number) * stride; }
 };
 
-// Pairs of pixels are taken apart into planes.
+// Pairs of pixels are taken apart into planes, except with the rules that nearly every camera has.
 void convertPairs(const CameraFormat& format, Plane source, std::uint8_t* target, int targetStride) {
+  const bool isYuy2 = format.coding == CameraCoding::yuy2;
+  if (format.matrix == ColourMatrix::bt601 && !format.isFullRange) {
+    (isYuy2 ? libyuv::YUY2ToARGB : libyuv::UYVYToARGB)(source.data, source.stride, target, targetStride,
+                                                       format.width, format.height);
+    return;
+  }
   Band luma(format.width);
   Band blue((format.width + 1) / 2);
   Band red((format.width + 1) / 2);
-  const auto takeApart = format.coding == CameraCoding::yuy2 ? &libyuv::YUY2ToI422 : &libyuv::UYVYToI422;
+  const auto takeApart = isYuy2 ? &libyuv::YUY2ToI422 : &libyuv::UYVYToI422;
   for (int row = 0; row < format.height; row += rowsAtOnce) {
     const int rows = std::min(rowsAtOnce, format.height - row);
     takeApart(source.data + static_cast<std::ptrdiff_t>(row) * source.stride, source.stride, luma.row(0),
