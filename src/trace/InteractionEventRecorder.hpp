@@ -29,7 +29,7 @@ struct InteractionRecorderSetup {
   bool recordsShortcuts = false;
   bool cursorRenderedInSource = false; // the recorded picture shows the pointer already
   // Called without a lock, on whichever thread an update comes from, so that updates may overtake each other;
-  // their revisions tell. May call the recorder, but not destroy it.
+  // their revisions tell. Must not block. May call the recorder, but not destroy it.
   std::function<void(const RecordingShortcutUpdate&)> shortcutHandler;
 };
 
