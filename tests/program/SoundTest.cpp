@@ -2,9 +2,11 @@
 
 #include "support/PrivateSessionBus.hpp"
 #include "support/PrivateSoundServer.hpp"
+#include "support/TemporaryDirectory.hpp"
 
 #include <chrono>
 #include <cmath>
+#include <filesystem>
 
 namespace tessarin {
 namespace {
@@ -25,6 +27,27 @@ class SoundTest : public DesktopFixture {
   }
   void expectPermission(const std::string& command, const std::string& status) const {
     expect(command, successReply(R"({"permission":")" + status + R"("})"));
+  }
+
+  // The code of the error with which a recording with the source ends that never begins.
+  std::string refusalToRecord(const std::string& source) const {
+    const std::string sessionID = "0B8C6A52-3C5A-4F1B-9E43-1F2D3C4B5A69";
+    const TemporaryDirectory parent;
+    std::filesystem::create_directory(parent / sessionID);
+    const auto flag = [&](const std::string& name) {
+      return "\"" + name + "\":" + (name == source ? "true" : "false") + ",";
+    };
+    const ProgramResult result = ask(withRequest(
+        "record",
+        R"({"sessionId":")" + sessionID + R"(","kind":"display","displayId":")" + displayID() +
+            R"(","rectPoints":{"x":0,"y":0,"width":1,"height":1},"outputDirectory":")" +
+            (parent / sessionID) + R"(","settings":{)" + flag("microphone") + flag("camera") +
+            R"("systemAudio":false,"cameraPosition":"bottomRight","showsCursor":false,)"
+            R"("showMouseClicks":false,"frameRate":15,"quality":"standard","outputScale":"original"}})"));
+    EXPECT_EQ(result.exitStatus, 1);
+    const json::Document event(result.output);
+    EXPECT_EQ(event.root().member("event")->string(), "failed") << result.output;
+    return event.root().member("error")->member("code")->string();
   }
 
   PrivateSoundServer sound;
@@ -133,6 +156,23 @@ TEST_F(SoundTest, AnUnansweredPermissionIsRequestedByThePortal) {
   EXPECT_EQ(result.output, microphoneDenied);
   EXPECT_EQ(result.exitStatus, 1);
   expectPermission("request-camera-permission", "granted");
+}
+
+TEST_F(SoundTest, ARecordingKeepsToAStoredRefusal) {
+  const auto microphone = sound.source({"microphone", "--name", "mic"});
+  const auto camera = sound.source({"camera", "--name", "cam"});
+  const auto portal =
+      startPortal(sound.environment(), {"--stored", "microphone=no", "--stored", "camera=no"});
+  EXPECT_EQ(refusalToRecord("microphone"), "microphoneDenied");
+  EXPECT_EQ(refusalToRecord("camera"), "cameraDenied");
+}
+
+TEST_F(SoundTest, ARecordingWithoutItsDevicesOrTheirServerTellsThatTheyAreUnavailable) {
+  EXPECT_EQ(refusalToRecord("microphone"), "microphoneUnavailable");
+  EXPECT_EQ(refusalToRecord("camera"), "cameraUnavailable");
+  sound.killServer();
+  EXPECT_EQ(refusalToRecord("microphone"), "microphoneUnavailable");
+  EXPECT_EQ(refusalToRecord("camera"), "cameraUnavailable");
 }
 
 TEST_F(SoundTest, APortalThatGoesWhileItAsksLeavesWhatCanBeReached) {
