@@ -1,7 +1,7 @@
 #include "backends/pipewire/AudioStream.hpp"
 
 #include "backends/pipewire/SampleClock.hpp"
-#include "backends/pipewire/SampleRing.hpp"
+#include "backends/pipewire/SoundCapture.hpp"
 
 #include <spa/param/audio/format-utils.h>
 
@@ -20,12 +20,6 @@ namespace tessarin::pipewire {
 
 namespace {
 
-constexpr std::int32_t sampleRate = 48000;
-constexpr std::size_t channelCount = 2;
-// Two seconds of sound, and at least as many buffers of the smallest usual size: so long may the loop's
-// thread be kept from running before anything is lost.
-constexpr std::size_t ringFrames = std::size_t{sampleRate} * 2;
-constexpr std::size_t ringBuffers = 2048;
 // How long a device may take to begin.
 constexpr auto startPatience = std::chrono::milliseconds(3000);
 // A graph that has just begun to run moves its clock by tens of milliseconds once: nothing is delivered
@@ -33,27 +27,19 @@ constexpr auto startPatience = std::chrono::milliseconds(3000);
 constexpr std::int64_t settlingTime = 60'000'000;
 constexpr std::int64_t longestSettling = 400'000'000;
 constexpr std::int64_t settlingTolerance = 4'000'000;
-// A greater delay than this is none that a sound device has.
-constexpr std::int64_t greatestDelay = 1'000'000'000;
-
-// In nanoseconds.
-std::int64_t lengthOf(std::size_t frameCount) {
-  return static_cast<std::int64_t>(frameCount) * 1'000'000'000 / sampleRate;
-}
-
 // Waits until the told times of successive buffers fit each other.
 class Settling {
  public:
   bool isDone() const { return isDone_; }
-  void take(const BufferRecord& record) {
+  void take(std::int64_t toldTime, std::size_t frameCount) {
     if (!begun_) {
-      begun_ = record.time;
+      begun_ = toldTime;
     }
-    if (!evenSince_ || std::abs(record.time - expected_) > settlingTolerance) {
-      evenSince_ = record.time;
+    if (!evenSince_ || std::abs(toldTime - expected_) > settlingTolerance) {
+      evenSince_ = toldTime;
     }
-    expected_ = record.time + lengthOf(record.frameCount);
-    isDone_ = expected_ - *evenSince_ > settlingTime || record.time - *begun_ > longestSettling;
+    expected_ = toldTime + soundLength(frameCount);
+    isDone_ = expected_ - *evenSince_ > settlingTime || toldTime - *begun_ > longestSettling;
   }
 
  private:
@@ -63,7 +49,7 @@ class Settling {
   std::optional<std::int64_t> evenSince_;
 };
 
-// Which device a stream listens to, and how its delay counts.
+// What a stream listens to.
 struct AudioStreamKind {
   const char* nodeName;
   // Nothing: the default output, and whichever is the default later.
@@ -100,10 +86,10 @@ class AudioStream final : public DeviceStream, private ConnectionListener {
   void end(CaptureDeviceError why);
   void enter(Stage stage);
 
-  void takeBuffers();
-  void take(const pw_buffer& buffer);
+  void takeBuffers(); // on the data thread
   void deliverAll();
   void deliver(const BufferRecord& record);
+  std::int64_t toldTime(const BufferRecord& record) const;
   std::int64_t missingBefore(const BufferRecord& record);
 
   const std::shared_ptr<Connection> connection_;
@@ -117,10 +103,10 @@ class AudioStream final : public DeviceStream, private ConnectionListener {
   spa_source* wake_ = nullptr; // which runs deliverAll() on the loop's thread
   bool isListening_ = false;
   Settling settling_;
-  SampleClock clock_{sampleRate};
+  SampleClock clock_{soundRate};
   std::optional<BufferRecord> last_;
 
-  SampleRing ring_{ringFrames, ringBuffers, channelCount}; // pushed to by the data thread
+  SoundCapture capture_; // filled by the data thread
 
   std::mutex mutex_;
   std::condition_variable changed_;
@@ -135,6 +121,12 @@ struct AudioStream::Events {
                            const char* /*error*/) {
     self(data).stateChanged(state);
   }
+  static void ioChanged(void* data, std::uint32_t id, void* area, std::uint32_t size) {
+    if (id == SPA_IO_Position) {
+      const bool isThere = area && size >= sizeof(spa_io_position);
+      self(data).capture_.setPosition(isThere ? static_cast<const spa_io_position*>(area) : nullptr);
+    }
+  }
   static void process(void* data) { self(data).takeBuffers(); }
   static void wake(void* data, std::uint64_t /*count*/) { self(data).deliverAll(); }
 
@@ -143,6 +135,7 @@ struct AudioStream::Events {
       pw_stream_events made{};
       made.version = PW_VERSION_STREAM_EVENTS;
       made.state_changed = &stateChanged;
+      made.io_changed = &ioChanged;
       made.process = &process;
       return made;
     }();
@@ -205,8 +198,8 @@ void AudioStream::connectStream() {
   spa_pod_builder_init(&builder, memory.data(), memory.size());
   spa_audio_info_raw format{};
   format.format = SPA_AUDIO_FORMAT_F32;
-  format.rate = sampleRate;
-  format.channels = channelCount;
+  format.rate = soundRate;
+  format.channels = soundChannels;
   format.position[0] = SPA_AUDIO_CHANNEL_FL;
   format.position[1] = SPA_AUDIO_CHANNEL_FR;
   const spa_pod* parameter = spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &format);
@@ -286,49 +279,21 @@ void AudioStream::enter(Stage stage) {
   stage_ = stage;
 }
 
-// On the data thread, which must not wait.
 void AudioStream::takeBuffers() {
-  while (auto* buffer = pw_stream_dequeue_buffer(stream_)) {
-    take(*buffer);
-    pw_stream_queue_buffer(stream_, buffer);
-  }
+  capture_.takeBuffers(stream_);
   pw_loop_signal_event(connection_->loop(), wake_);
 }
 
-void AudioStream::take(const pw_buffer& buffer) {
-  const auto& data = buffer.buffer->datas[0];
-  pw_time time{};
-  if (!data.data || !data.chunk || pw_stream_get_time_n(stream_, &time, sizeof time) < 0 ||
-      time.rate.denom == 0) {
-    return;
-  }
-  const auto offset = std::min(data.chunk->offset, data.maxsize);
-  const auto size = std::min(data.chunk->size, data.maxsize - offset);
-  const auto nanoseconds = [&time](double count) {
-    return static_cast<std::int64_t>(count * 1e9 * time.rate.num / time.rate.denom);
-  };
-  BufferRecord record;
-  record.frameCount = size / (channelCount * sizeof(float));
-  record.ticks = nanoseconds(static_cast<double>(time.ticks));
-  const auto delay = std::clamp(nanoseconds(static_cast<double>(time.delay)), std::int64_t{0}, greatestDelay);
-  // A microphone's sound has been on its way for the delay, and its last frame was heard by now; an output's
-  // sound still has the delay before it.
-  record.time = kind_.device ? time.now - std::max(delay, lengthOf(record.frameCount)) : time.now + delay;
-  if (record.frameCount > 0) {
-    ring_.push(static_cast<const float*>(data.data) + offset / sizeof(float), record);
-  }
-}
-
 void AudioStream::deliverAll() {
-  while (const auto* front = ring_.front()) {
+  while (const auto* front = capture_.ring().front()) {
     const auto record = *front;
     deliver(record);
   }
 }
 
 void AudioStream::deliver(const BufferRecord& record) {
-  auto samples = std::make_shared_for_overwrite<float[]>(record.frameCount * channelCount);
-  ring_.pop(samples.get());
+  auto samples = std::make_shared_for_overwrite<float[]>(record.frameCount * soundChannels);
+  capture_.ring().pop(samples.get());
   {
     const std::lock_guard lock(mutex_);
     if (stage_ == Stage::ended) {
@@ -336,21 +301,36 @@ void AudioStream::deliver(const BufferRecord& record) {
     }
   }
   if (!settling_.isDone()) {
-    settling_.take(record);
+    settling_.take(toldTime(record), record.frameCount);
     last_ = record;
     return;
   }
   const auto time =
-      clock_.timeOf(record.time, static_cast<std::int64_t>(record.frameCount), missingBefore(record));
+      clock_.timeOf(toldTime(record), static_cast<std::int64_t>(record.frameCount), missingBefore(record));
   AudioSample sample;
-  sample.pcm.data = std::as_bytes(std::span(samples.get(), record.frameCount * channelCount));
+  sample.pcm.data = std::as_bytes(std::span(samples.get(), record.frameCount * soundChannels));
   sample.pcm.format = PcmFormat::float32;
-  sample.pcm.channelCount = channelCount;
+  sample.pcm.channelCount = soundChannels;
   sample.pcm.frameCount = record.frameCount;
-  sample.sampleRate = sampleRate;
+  sample.sampleRate = soundRate;
   sample.presentationTime = MediaTime::nanoseconds(time);
   sample.owner = std::move(samples);
   onSample_(sample);
+}
+
+// When the buffer's first frame was heard, as the graph tells it. What a cycle brings of a microphone was
+// heard before the cycle began. What an output plays is heard after its cycle by the delay of the output. An
+// output that drives its graph ends the cycle, so that those who listen to it get their share with the next.
+std::int64_t AudioStream::toldTime(const BufferRecord& record) const {
+  const auto length = soundLength(record.frameCount);
+  if (kind_.device) {
+    return record.time - std::max(record.pathDelay, length);
+  }
+  const auto& nodes = connection_->knownState().nodes;
+  const bool isOutputDriving = std::any_of(nodes.begin(), nodes.end(), [&](const ServerNode& node) {
+    return node.id == record.driverID && isSink(node);
+  });
+  return isOutputDriving ? record.time - length + record.driverDelay : record.time;
 }
 
 // The device's own count tells of buffers that this process was too late for, exactly; where that count
@@ -360,13 +340,13 @@ std::int64_t AudioStream::missingBefore(const BufferRecord& record) {
   if (!last) {
     return 0;
   }
-  const auto missing = record.ticks - last->ticks - lengthOf(last->frameCount);
-  const auto later = record.time - last->time - lengthOf(last->frameCount);
-  const auto tolerance = lengthOf(std::min(record.frameCount, last->frameCount)) / 2;
+  const auto missing = record.ticks - last->ticks - soundLength(last->frameCount);
+  const auto later = record.time - last->time - soundLength(last->frameCount);
+  const auto tolerance = soundLength(std::min(record.frameCount, last->frameCount)) / 2;
   if (missing < tolerance || std::abs(missing - later) > tolerance) {
     return 0;
   }
-  return (missing * sampleRate + 500'000'000) / 1'000'000'000;
+  return (missing * soundRate + 500'000'000) / 1'000'000'000;
 }
 
 } // namespace

@@ -14,6 +14,8 @@ constexpr double bandwidthAtFirst = 0.5;
 constexpr double bandwidthLater = 0.05;
 // How far from its nominal rate a device may be; what is beyond is no drift.
 constexpr double greatestDrift = 0.002;
+// How much the buffers of a step may differ.
+constexpr double stepTolerance = 1e6;
 
 } // namespace
 
@@ -25,10 +27,11 @@ std::int64_t SampleClock::timeOf(std::int64_t toldTime, std::int64_t frameCount,
   const auto missing = static_cast<double>(missingFrames) * period_;
   next_ += missing;
   const auto error = static_cast<double>(toldTime - base_) - next_;
-  if (std::abs(error) > static_cast<double>(discontinuity)) {
+  if (std::abs(error) > static_cast<double>(discontinuity) || isStep(error)) {
     anchor(toldTime);
   } else {
-    follow(error, missing + static_cast<double>(frameCount) * period_);
+    const auto most = static_cast<double>(step);
+    follow(std::clamp(error, -most, most), missing + static_cast<double>(frameCount) * period_);
   }
   auto time = base_ + std::llround(next_);
   if (lastTime_ && time <= *lastTime_) {
@@ -44,6 +47,19 @@ void SampleClock::anchor(std::int64_t toldTime) {
   base_ = toldTime;
   next_ = 0;
   followed_ = 0;
+  stepBuffers_ = 0;
+}
+
+bool SampleClock::isStep(double error) {
+  if (std::abs(error) <= static_cast<double>(step)) {
+    stepBuffers_ = 0;
+    return false;
+  }
+  if (stepBuffers_ == 0 || std::abs(error - stepError_) > stepTolerance) {
+    stepError_ = error;
+    stepBuffers_ = 0;
+  }
+  return ++stepBuffers_ == stepCount;
 }
 
 // One step of a critically damped loop of second order over the time that the buffer covers.

@@ -14,6 +14,10 @@ class SampleClock {
  public:
   // A difference that no jitter explains.
   static constexpr std::int64_t discontinuity = 20'000'000;
+  // One that no jitter explains when so many buffers in a row have it, as when a graph changes the size of
+  // its buffers.
+  static constexpr std::int64_t step = 3'000'000;
+  static constexpr int stepCount = 8;
 
   explicit SampleClock(std::int32_t sampleRate) : nominalPeriod_(1e9 / sampleRate) {}
 
@@ -26,6 +30,7 @@ class SampleClock {
 
  private:
   void anchor(std::int64_t toldTime);
+  bool isStep(double error);
   void follow(double error, double elapsed);
 
   const double nominalPeriod_;
@@ -33,6 +38,8 @@ class SampleClock {
   std::int64_t base_ = 0;                // of next_, so that its fraction stays exact over hours
   double next_ = 0;                      // where the next buffer is expected, counted from base_
   double followed_ = 0;                  // nanoseconds since the anchor
+  double stepError_ = 0;                 // of the first of the buffers in a row that may be a step
+  int stepBuffers_ = 0;                  // how many those are
   std::optional<std::int64_t> lastTime_; // as given out
 };
 

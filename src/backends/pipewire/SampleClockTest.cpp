@@ -15,6 +15,7 @@ constexpr std::int64_t start = 5'000'000'000'000'000; // the host has been up fo
 constexpr std::int64_t frames = 256;
 constexpr double length = frames * 1e9 / 48000;
 constexpr std::int64_t millisecond = 1'000'000;
+constexpr std::int64_t closeness = 10'000; // ten microseconds, which is half a frame
 
 // When the buffer of that number really was, for a device whose clock is fast by so many parts of a million.
 std::int64_t moment(int number, double partsPerMillion = 0) {
@@ -61,31 +62,45 @@ TEST(SampleClock, FollowsADeviceThatRunsFastOrSlow) {
 TEST(SampleClock, IsHardlyMovedByOneLateBuffer) {
   SampleClock clock(48000);
   for (int i = 0; i < 2000; ++i) {
-    const auto told = moment(i) + (i == 1000 ? 15 * millisecond : 0);
+    const auto told = moment(i) + (i == 1000 ? 19 * millisecond : 0);
     ASSERT_LT(std::abs(clock.timeOf(told, frames) - moment(i)), millisecond / 2) << i;
   }
 }
 
 struct Step {
   std::int64_t size; // nanoseconds
-  bool isJump;
+  int passesAfter;   // buffers; nothing passes through with -1
 };
 
-TEST(SampleClock, LetsThroughAtOnceWhatNoJitterExplains) {
-  for (const auto& step : {Step{20 * millisecond, false}, Step{20 * millisecond + 1000, true},
-                           Step{300 * millisecond, true}, Step{37 * millisecond, true}}) {
+TEST(SampleClock, LetsThroughWhatNoJitterExplains) {
+  for (const auto& step :
+       {Step{2'900'000, -1}, Step{3'200'000, 7}, Step{16 * millisecond, 7}, Step{20 * millisecond - 1000, 7},
+        Step{20 * millisecond + 1000, 0}, Step{37 * millisecond, 0}, Step{300 * millisecond, 0}}) {
     SampleClock clock(48000);
     for (int i = 0; i < 1000; ++i) {
       clock.timeOf(moment(i), frames);
     }
-    for (int i = 1000; i < 1100; ++i) {
-      const auto told = moment(i) + step.size;
-      const auto distance = told - clock.timeOf(told, frames);
-      if (step.isJump) {
-        ASSERT_NEAR(static_cast<double>(distance), 0, 10) << step.size << " " << i;
-      } else if (i == 1000) {
-        ASSERT_GT(distance, step.size * 9 / 10);
+    int passedAfter = -1;
+    for (int i = 0; i < 60; ++i) {
+      const auto told = moment(1000 + i) + step.size;
+      const auto distance = std::abs(clock.timeOf(told, frames) - told);
+      if (passedAfter < 0 && distance < closeness) {
+        passedAfter = i;
       }
+      ASSERT_LT(distance, passedAfter < 0 ? step.size + closeness : closeness) << step.size << " " << i;
+    }
+    EXPECT_EQ(passedAfter, step.passesAfter) << step.size;
+  }
+}
+
+TEST(SampleClock, TakesNoJitterForAStep) {
+  SampleClock clock(48000);
+  std::mt19937 random(3); // NOLINT: the same in each run
+  std::uniform_int_distribution<std::int64_t> jitter(-10 * millisecond, 10 * millisecond);
+  for (int i = 0; i < 100'000; ++i) {
+    const auto time = clock.timeOf(moment(i) + jitter(random), frames);
+    if (i > 4000) {
+      ASSERT_LT(std::abs(time - moment(i)), 2 * millisecond) << i;
     }
   }
 }

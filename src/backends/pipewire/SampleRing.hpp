@@ -7,10 +7,13 @@
 
 namespace tessarin::pipewire {
 
-// What one buffer of a device was, beside its samples.
+// What one buffer of a device was, beside its samples. In nanoseconds; times on the host clock.
 struct BufferRecord {
-  std::int64_t time = 0;  // of its first frame, nanoseconds of the host clock, as the device tells
-  std::int64_t ticks = 0; // the position of the device's clock, in nanoseconds of that clock
+  std::int64_t time = 0;        // of the graph's cycle that brought it
+  std::int64_t ticks = 0;       // the same on the clock of the device that drives the graph
+  std::uint32_t driverID = 0;   // the node of that device
+  std::int64_t driverDelay = 0; // how long that device takes from a cycle to being heard, or the other way
+  std::int64_t pathDelay = 0;   // how long the sound was on its way through the graph
   std::size_t frameCount = 0;
 };
 

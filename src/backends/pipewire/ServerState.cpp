@@ -16,10 +16,6 @@ bool isSource(const ServerNode& node, MediaKind kind) {
              : node.mediaClass == "Video/Source" || node.mediaClass == "Video/Source/Virtual";
 }
 
-bool isSink(const ServerNode& node) {
-  return !node.name.empty() && (node.mediaClass == "Audio/Sink" || node.mediaClass == "Audio/Duplex");
-}
-
 std::string label(const ServerNode& node) {
   if (!node.description.empty()) {
     return node.description;
@@ -53,6 +49,10 @@ const ServerNode* findDefaultSource(const ServerState& state, MediaKind kind) {
 }
 
 } // namespace
+
+bool isSink(const ServerNode& node) {
+  return !node.name.empty() && (node.mediaClass == "Audio/Sink" || node.mediaClass == "Audio/Duplex");
+}
 
 std::vector<CaptureDevice> captureDevices(const ServerState& state, MediaKind kind) {
   const auto* chosen = findDefaultSource(state, kind);

@@ -35,6 +35,9 @@ std::vector<CaptureDevice> captureDevices(const ServerState& state, MediaKind ki
 // The node of a device of that kind by its id, or the default one; null when there is none.
 const ServerNode* findSource(const ServerState& state, MediaKind kind, const std::string* deviceID);
 
+// Whether sound can be played on the node.
+bool isSink(const ServerNode& node);
+
 // The sink whose sound people hear; null when there is none.
 const ServerNode* findDefaultSink(const ServerState& state);
 
