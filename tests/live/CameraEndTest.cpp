@@ -187,5 +187,22 @@ TEST_F(CameraEnd, IsFollowedByANewBeginningWithTheSameName) {
   EXPECT_EQ(first.count(), count) << "the ended stream does not come to life again";
 }
 
+TEST_F(CameraEnd, IsFollowedByANewBeginningOnANewServer) {
+  auto camera = plugIn();
+  CameraReceiver first;
+  const auto stream = open(first);
+  stream->start();
+  ASSERT_TRUE(first.hasCome(1));
+  server_.killServer();
+  ASSERT_TRUE(first.hasEnded());
+  server_.restartServer();
+  camera = plugIn();
+  CameraReceiver second;
+  const auto again = open(second);
+  again->start();
+  EXPECT_TRUE(second.hasCome(3));
+  EXPECT_EQ(first.endCount(), 1);
+}
+
 } // namespace
 } // namespace tessarin

@@ -6,6 +6,7 @@
 #include "base/HostClock.hpp"
 
 #include <pipewire/stream.h>
+#include <pthread.h>
 #include <spa/buffer/buffer.h>
 #include <spa/buffer/meta.h>
 
@@ -296,6 +297,7 @@ void CameraStream::end() {
 }
 
 void CameraStream::deliver() {
+  pthread_setname_np(pthread_self(), "camera");
   std::unique_lock lock(mutex_);
   for (;;) {
     changed_.wait(lock, [this] { return phase_ == Phase::ended || phase_ == Phase::stopped || waiting_; });
