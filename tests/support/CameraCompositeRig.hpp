@@ -54,13 +54,13 @@ class CameraCompositeTest : public ::testing::Test {
     makeStream();
     recorder = std::make_unique<CameraCompositeRecorder>(
         CameraCompositeSetup{
-            .outputPath = "/session/segments/segment-0000.mp4",
+            .outputPath = outputPath,
             .plan = plan,
             .settings = settings,
             .camera = camera.get(),
             .cameraPixelSize = camera ? camera->currentFrameSize() : std::nullopt,
             .microphone = microphone.get(),
-            .media = media,
+            .media = *mediaFactory,
             .clock = clock,
             .diagnostics = [this](const std::string& line) { lines.push_back(line); },
             .wroteScreenFrame =
@@ -143,6 +143,8 @@ class CameraCompositeTest : public ::testing::Test {
   QueueFactory makeQueue = scheduler.queueFactory();       // for the recorder
   QueueFactory makeSourceQueue = scheduler.queueFactory(); // for camera and microphone
   ScriptedMediaFileWriterFactory media;
+  MediaFileWriterFactory* mediaFactory = &media;
+  std::string outputPath = "/session/segments/segment-0000.mp4";
   ScriptedScreenStreamFactory streams{clock};
   ScriptedDevices devices;
   ScriptedCaptureAuthorization authorization;
