@@ -308,9 +308,10 @@ class RecordingRig {
     const auto names = machineFileSystem().list(folder, 1000);
     for (const std::string& name : names.value()) {
       const bool isFolder = machineFileSystem().info(folder + "/" + name)->kind == FileKind::directory;
-      found.push_back(prefix + name + (isFolder ? "/" : ""));
+      const std::string entry = prefix + name + (isFolder ? "/" : "");
+      found.push_back(entry);
       if (isFolder)
-        collect(folder + "/" + name, found.back(), found);
+        collect(folder + "/" + name, entry, found);
     }
   }
 

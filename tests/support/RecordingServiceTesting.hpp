@@ -73,6 +73,17 @@ inline const std::string cancelled = R"({"event":"cancelled","schemaVersion":2,"
 inline const std::string recordingFailed =
     failed("recordingFailed", "The screen recording could not be completed.");
 
+inline const std::string microphoneUnavailable =
+    failed("microphoneUnavailable",
+           "The selected microphone is unavailable. Finalized screen recording segments were preserved.");
+inline const std::string microphoneDenied =
+    failed("microphoneDenied", "Microphone access is required when microphone recording is enabled.");
+inline const std::string cameraUnavailable =
+    failed("cameraUnavailable",
+           "The selected camera is unavailable. Finalized screen recording segments were preserved.");
+inline const std::string cameraDenied =
+    failed("cameraDenied", "Camera access is required when camera picture-in-picture is enabled.");
+
 inline std::string failedLine(const std::string& stage, const std::string& code = "recordingFailed") {
   return "tessarin-native recording-failed stage=" + stage + " nativeCode=" + code;
 }
