@@ -19,7 +19,9 @@ constexpr std::int64_t longestCoderStep = 4;
 PictureSequencer::PictureSequencer(PictureCoder& coder, std::unique_ptr<PictureRepeater> repeater,
                                    KeyInterval keyInterval, Output output)
     : coder_(coder), repeater_(std::move(repeater)), keyInterval_(keyInterval),
-      freeSlotLimit_(static_cast<std::size_t>(coder.delay())), output_(std::move(output)) {}
+      quietSlotLimit_(std::max(coder.delay(), keyInterval.pictures / 2)),
+      freeSlotLimit_(static_cast<std::size_t>(std::max(coder.delay(), keyInterval.pictures))),
+      output_(std::move(output)) {}
 
 void PictureSequencer::append(std::shared_ptr<const I420Picture> picture, std::int64_t time) {
   const bool isNew = picture != current_;
@@ -27,6 +29,7 @@ void PictureSequencer::append(std::shared_ptr<const I420Picture> picture, std::i
     current_ = std::move(picture);
     isAtCurrentKey_ = false;
     isStill_ = false;
+    lastChange_ = nextSlot_;
   }
   const Slot slot{nextSlot_++, time};
   const bool keyIsDue = isDue(slot);
@@ -40,7 +43,7 @@ void PictureSequencer::append(std::shared_ptr<const I420Picture> picture, std::i
   } else if (isNew || !repeater_ || (keyIsDue && !keyMayWait)) {
     isStill_ = !isNew;
     encode(slot, true, keyIsDue);
-  } else if (requiredFrames_ > 0 && (isStill_ || slots_.size() - frames_.size() > freeSlotLimit_)) {
+  } else if (mustPushOut(slot)) {
     encode(slot, false, false);
   }
   fillSlots();
@@ -75,6 +78,12 @@ void PictureSequencer::received(std::vector<CodedPicture> pictures) {
     frame->coded = std::move(picture);
     ++frame;
   }
+}
+
+// Whether a repetition is to be coded so that the coder lets go of what it holds.
+bool PictureSequencer::mustPushOut(const Slot& slot) const {
+  return requiredFrames_ > 0 && (isStill_ || slot.index - lastChange_ > quietSlotLimit_ ||
+                                 slots_.size() - frames_.size() > freeSlotLimit_);
 }
 
 bool PictureSequencer::isDueByCount(const Slot& slot) const {

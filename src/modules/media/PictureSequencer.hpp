@@ -59,10 +59,12 @@ struct KeyInterval {
 // A picture that is appended again is not coded again. Each appended picture opens a slot; the coder's
 // output fills the slots of new pictures, repeated pictures fill the others. Three things make that more
 // than a filter. A coder holds pictures back, so a change that nothing follows has to be pushed out by
-// coding some repetitions after all. What the coder still holds of those comes out only when it goes on, so
-// as many slots at the end are kept open for it. And once it has coded a still picture as a key, later keys
-// of the same picture are copies of that. A copy goes to the slot where it is due; when the picture changes
-// while that is among the slots kept open, it goes to the first one of them.
+// coding some repetitions after all; not before half a key interval has passed, because on a machine that is
+// too slow changes come far apart, and repetitions coded between them would make it slower still. What the
+// coder still holds of those comes out only when it goes on, so as many slots at the end are kept open for
+// it. And once it has coded a still picture as a key, later keys of the same picture are copies of that. A
+// copy goes to the slot where it is due; when the picture changes while that is among the slots kept open, it
+// goes to the first one of them.
 //
 // Confined to one thread. Failures are those of the coder.
 class PictureSequencer {
@@ -95,6 +97,7 @@ class PictureSequencer {
 
   void encode(const Slot& slot, bool isRequired, bool asKey);
   void received(std::vector<CodedPicture> pictures);
+  bool mustPushOut(const Slot& slot) const;
   bool isDueByCount(const Slot& slot) const;
   bool isDue(const Slot& slot) const;
   bool mayRepeatKey() const;
@@ -108,7 +111,9 @@ class PictureSequencer {
   PictureCoder& coder_;
   std::unique_ptr<PictureRepeater> repeater_;
   const KeyInterval keyInterval_;
-  // Open slots beyond those for what the coder holds, before repetitions are coded to push a change out.
+  // Repetitions are coded to push a change out once nothing has followed it for so many slots, or so many are
+  // open beyond those for what the coder holds.
+  const std::int64_t quietSlotLimit_;
   const std::size_t freeSlotLimit_;
   Output output_;
 
@@ -117,6 +122,7 @@ class PictureSequencer {
   std::deque<Frame> frames_;
   std::size_t requiredFrames_ = 0; // of frames_
   std::int64_t nextSlot_ = 0;
+  std::int64_t lastChange_ = 0;         // the slot of the last new picture
   std::optional<Slot> lastKey_;         // where the last key is or will be
   std::optional<std::int64_t> openKey_; // the open slot that a copy of the key is to fill
   std::optional<std::int64_t> lastCodedSlot_;
