@@ -50,7 +50,7 @@ InteractionEventRecorder::InteractionEventRecorder(InteractionRecorderSetup setu
                                                    const QueueFactory& makeQueue)
     : setup_(std::move(setup)), source_(source), clock_(clock),
       writer_(makeWriter(files, setup_.outputDirectory)),
-      queue_(makeQueue("com.tessarin.recording.interactions")) {}
+      queue_(readsPointer() ? makeQueue("com.tessarin.recording.interactions") : nullptr) {}
 
 InteractionEventRecorder::~InteractionEventRecorder() {
   stop();
@@ -84,7 +84,7 @@ void InteractionEventRecorder::startObserving() {
 }
 
 void InteractionEventRecorder::installTimer() {
-  if (!setup_.recordsCursor && !setup_.recordsClicks)
+  if (!queue_)
     return;
   const std::lock_guard guard(lock_);
   if (!stopped_)
@@ -93,8 +93,7 @@ void InteractionEventRecorder::installTimer() {
 
 void InteractionEventRecorder::startSegment(std::int64_t activeDurationMs,
                                             std::optional<std::uint64_t> epochHostTimeNs) {
-  const bool readsPointer = setup_.recordsCursor || setup_.recordsClicks;
-  const std::optional<PointerState> buttons = readsPointer ? source_.pointer() : std::nullopt;
+  const std::optional<PointerState> buttons = readsPointer() ? source_.pointer() : std::nullopt;
   std::optional<RecordingShortcutUpdate> update;
   {
     const std::lock_guard guard(lock_);

@@ -85,6 +85,7 @@ class InteractionEventRecorder {
   };
   using Buttons = std::array<bool, interactionMouseButtonCount>;
 
+  bool readsPointer() const { return setup_.recordsCursor || setup_.recordsClicks; }
   void tick();
   std::optional<NormalizedVideoPointDTO> place(const PointerLocation& location) const;
   MediaTime momentOf(MediaTime hostTime) const;
@@ -122,7 +123,7 @@ class InteractionEventRecorder {
   std::unique_ptr<QueueTimer> cursorTimer_;
   std::unique_ptr<InteractionMonitor> eventMonitor_; // stays when stopped, to be waited for at the end
 
-  const std::unique_ptr<SerialQueue> queue_;
+  const std::unique_ptr<SerialQueue> queue_; // null when the pointer is not read
 };
 
 } // namespace tessarin

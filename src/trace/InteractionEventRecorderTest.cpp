@@ -221,6 +221,11 @@ TEST_F(InteractionEventRecorderTest, LeavesNoMonitorWhenStoppedMeanwhile) {
 TEST_F(InteractionEventRecorderTest, ReadsThePointerOnAQueueOfItsOwn) {
   make();
   EXPECT_EQ(scheduler.labels(), std::vector<std::string>{"com.tessarin.recording.interactions"});
+  std::filesystem::remove(path);
+  setup.recordsCursor = false;
+  setup.recordsClicks = false;
+  make();
+  EXPECT_EQ(scheduler.labels().size(), 1U); // shortcuts need none
 }
 
 // ---- The time

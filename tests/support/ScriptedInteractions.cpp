@@ -5,6 +5,7 @@
 namespace tessarin {
 
 struct ScriptedInteractions::State {
+  std::recursive_mutex delivering; // held while a handler is called; taken before the lock
   mutable std::mutex lock;
   // Guarded by lock.
   PointerState pointer;
@@ -27,6 +28,7 @@ class ScriptedInteractions::Monitor final : public InteractionMonitor {
 
  private:
   void stopOnce() {
+    const std::lock_guard noHandler(state_->delivering);
     const std::lock_guard guard(state_->lock);
     if (std::exchange(isStopped_, true))
       return;
@@ -81,6 +83,7 @@ void ScriptedInteractions::press(InteractionMouseButton button) {
     ++state_->pointer.pressCount.at(index);
     location = state_->pointer.location;
   }
+  const std::lock_guard guard(state_->delivering);
   if (const auto handler = handlersNow().onButton)
     handler({button, location, stamp()});
 }
@@ -96,6 +99,7 @@ void ScriptedInteractions::click(InteractionMouseButton button) {
 }
 
 void ScriptedInteractions::key(std::uint16_t evdevCode, KeyModifiers modifiers, bool isRepeat) {
+  const std::lock_guard guard(state_->delivering);
   if (const auto handler = handlersNow().onKey)
     handler({evdevCode, modifiers, isRepeat, isSecureInput(), stamp()});
 }
