@@ -13,9 +13,9 @@ namespace tessarin::source {
 
 // A microphone that hears a tone and beeps, or a player of them on the default output.
 //
-// Commands: "hold" (delivers nothing more), "release", "amplitude A" (of the tone); "beep T" plays a beep
-// whose first sample is heard at T nanoseconds on the monotonic clock, or at once when that has passed, and
-// is answered by "beeps T" with the moment as it was; the others by "done".
+// Commands: "hold" (hands nothing over, which the server makes silence of), "release", "amplitude A" (of the
+// tone); "beep T" plays a beep whose first sample is heard at T nanoseconds on the monotonic clock, or at
+// once when that has passed, and is answered by "beeps T" with the moment as it was; the others by "done".
 class SoundSource {
  public:
   SoundSource(Server& server, const Options& options);

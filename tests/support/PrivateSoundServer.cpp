@@ -139,6 +139,16 @@ std::int64_t TestSource::beep(std::optional<std::int64_t> at) {
   return std::stoll(line->substr(6));
 }
 
+void TestSource::freeze() {
+  kill(process_.pid(), SIGSTOP);
+}
+
+void TestSource::thaw() {
+  if (process_.isRunning()) {
+    kill(process_.pid(), SIGCONT);
+  }
+}
+
 PrivateSoundServer::PrivateSoundServer(const Options& options)
     : hasSink_(options.hasSink), sinkName_(options.sinkName), runtimeDirectory_(directory_ / "run") {
   const auto home = directory_ / "home";

@@ -20,12 +20,19 @@ class TestSource {
  public:
   TestSource(const std::vector<std::pair<std::string, std::string>>& environment,
              const std::vector<std::string>& arguments);
+  ~TestSource() { thaw(); }
+  TestSource(const TestSource&) = delete;
+  TestSource& operator=(const TestSource&) = delete;
 
   // Carries out one command ("hold", "release", "stall", "resume", ...) and returns when that has been done.
   void command(const std::string& line);
   // Plays a beep at the moment on the monotonic clock, in nanoseconds, or as soon as possible. Yields the
   // moment, in nanoseconds, at which its first sample is heard.
   std::int64_t beep(std::optional<std::int64_t> at = std::nullopt);
+  // Stands still until thaw(): those who listen to a microphone get nothing at all, where "hold" is silence
+  // to them.
+  void freeze();
+  void thaw();
   // At once, without a word to the server.
   void unplug() { process_.end(SIGKILL); }
   ChildProcess& process() { return process_; }
