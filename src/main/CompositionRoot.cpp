@@ -70,7 +70,7 @@ struct CompositionRoot::Backends {
 std::int32_t CompositionRoot::Backends::record(const RecordingRequestDTO& request) {
   ContentService content(*desktop);
   ControlInput input(STDIN_FILENO);
-  RecordingEventWriter events(descriptorSink(STDOUT_FILENO));
+  RecordingEventWriter events(impatientDescriptorSink(STDOUT_FILENO, RecordingEventWriter::hostPatience));
   RecordingService service({.contentService = content,
                             .streams = *streams,
                             .devices = *devices,
