@@ -88,17 +88,15 @@ class SoundReceiver {
     }
     return std::nullopt;
   }
-  // The greatest distance between the end of a buffer and the start of the next, in nanoseconds, from that
-  // buffer on; and whether times only grow.
-  std::int64_t greatestGap(std::size_t fromBuffer = 0) {
+  // How much of the time from the first buffer on was delivered: 1 when nothing is missing. A busy machine
+  // may lose a little.
+  double coverage() {
     const std::lock_guard lock(mutex_);
-    std::int64_t greatest = 0;
-    for (std::size_t i = fromBuffer + 1; i < buffers_.size(); ++i) {
-      const auto& last = buffers_[i - 1];
-      const auto expected = last.time + static_cast<std::int64_t>(last.frameCount) * 1'000'000'000 / 48000;
-      greatest = std::max(greatest, std::abs(buffers_[i].time - expected));
+    if (buffers_.size() < 2) {
+      return 0;
     }
-    return greatest;
+    const auto span = static_cast<double>(buffers_.back().time - buffers_.front().time) / 1e9;
+    return static_cast<double>(buffers_.back().firstFrame - buffers_.front().firstFrame) / 48000 / span;
   }
   bool isStrictlyIncreasing() {
     const std::lock_guard lock(mutex_);

@@ -158,6 +158,8 @@ pw_properties* AudioStream::properties() const {
     pw_properties_set(properties, "channelmix.normalize", "true");
   } else {
     pw_properties_set(properties, PW_KEY_STREAM_CAPTURE_SINK, "true");
+    // Goes on in silence while there is no output at all.
+    pw_properties_set(properties, PW_KEY_NODE_ALWAYS_PROCESS, "true");
   }
   return properties;
 }

@@ -126,10 +126,13 @@ Connection::~Connection() {
 
 void Connection::connect() {
   loop_.reset(pw_thread_loop_new("tessarin-sound", nullptr));
-  // With the library's own way to a thread that is served in time.
-  context_ = loop_
-                 ? pw_context_new(loop(), pw_properties_new(PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr), 0)
-                 : nullptr;
+  // The first has the library ask for a data thread that is served before others; it may not be installed.
+  for (const char* configuration : {"client-rt.conf", "client.conf"}) {
+    if (loop_ && !context_) {
+      auto* properties = pw_properties_new(PW_KEY_CONFIG_NAME, configuration, nullptr);
+      context_ = pw_context_new(loop(), properties, 0);
+    }
+  }
   if (!context_ || pw_thread_loop_start(loop_.get()) < 0) {
     fail(CaptureDeviceError::unavailable);
   }

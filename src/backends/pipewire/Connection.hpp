@@ -37,7 +37,7 @@ class ConnectionListener {
 class Connection {
  public:
   // How long the server may take to answer.
-  static constexpr std::chrono::milliseconds patience = std::chrono::milliseconds(2500);
+  static constexpr std::chrono::milliseconds patience = std::chrono::milliseconds(2000);
 
   // Holds the loop locked; may be nested on one thread.
   class Lock {

@@ -29,10 +29,10 @@ template<class Holds> const ServerNode* findNode(const ServerState& state, Holds
 }
 
 // The first of the greatest priority.
-template<class Holds> const ServerNode* findPreferred(const ServerState& state, Holds holds) {
+const ServerNode* findPreferredSource(const ServerState& state, MediaKind kind) {
   const ServerNode* preferred = nullptr;
   for (const auto& node : state.nodes) {
-    if (holds(node) && (!preferred || node.priority > preferred->priority)) {
+    if (isSource(node, kind) && (!preferred || node.priority > preferred->priority)) {
       preferred = &node;
     }
   }
@@ -40,12 +40,12 @@ template<class Holds> const ServerNode* findPreferred(const ServerState& state, 
 }
 
 const ServerNode* findDefaultSource(const ServerState& state, MediaKind kind) {
-  const auto isOfKind = [kind](const ServerNode& node) { return isSource(node, kind); };
   const auto& chosen = kind == MediaKind::audio ? state.defaultAudioSource : state.defaultVideoSource;
   if (!chosen.empty()) {
-    return findNode(state, [&](const ServerNode& node) { return node.name == chosen && isOfKind(node); });
+    return findNode(state,
+                    [&](const ServerNode& node) { return node.name == chosen && isSource(node, kind); });
   }
-  return kind == MediaKind::video ? findPreferred(state, isOfKind) : nullptr;
+  return kind == MediaKind::video ? findPreferredSource(state, kind) : nullptr;
 }
 
 } // namespace
@@ -74,9 +74,8 @@ const ServerNode* findSource(const ServerState& state, MediaKind kind, const std
 }
 
 const ServerNode* findDefaultSink(const ServerState& state) {
-  const auto* chosen = findNode(
+  return findNode(
       state, [&](const ServerNode& node) { return node.name == state.defaultAudioSink && isSink(node); });
-  return chosen ? chosen : findPreferred(state, isSink);
 }
 
 } // namespace tessarin::pipewire

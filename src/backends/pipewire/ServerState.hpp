@@ -38,7 +38,8 @@ const ServerNode* findSource(const ServerState& state, MediaKind kind, const std
 // Whether sound can be played on the node.
 bool isSink(const ServerNode& node);
 
-// The sink whose sound people hear; null when there is none.
+// The sink whose sound people hear; null when there is none, or nobody who chooses among sinks and would
+// lead a stream to it.
 const ServerNode* findDefaultSink(const ServerState& state);
 
 } // namespace tessarin::pipewire

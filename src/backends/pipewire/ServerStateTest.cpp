@@ -84,8 +84,10 @@ TEST(ServerState, FindsTheSinkThatPeopleHear) {
   EXPECT_EQ(findDefaultSink(state)->name, "speakers");
   state.defaultAudioSink = "interface";
   EXPECT_EQ(findDefaultSink(state)->name, "interface");
-  state.defaultAudioSink = "";
-  EXPECT_EQ(findDefaultSink(state)->name, "speakers");
+  for (const char* name : {"", "gone", "desk-mic"}) {
+    state.defaultAudioSink = name;
+    EXPECT_EQ(findDefaultSink(state), nullptr) << name;
+  }
   EXPECT_EQ(findDefaultSink(ServerState()), nullptr);
 }
 
