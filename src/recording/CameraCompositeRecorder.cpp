@@ -3,6 +3,7 @@
 #include "recording/RecordingProtocol.hpp"
 
 #include <future>
+#include <utility>
 
 namespace tessarin {
 
@@ -60,12 +61,13 @@ void CameraCompositeRecorder::attach(RecordingStream& stream) {
 // A microphone that has ended takes no handler. Its end is the session's to see to.
 void CameraCompositeRecorder::attachMicrophone() {
   const std::weak_ptr<CameraCompositeSegment> segment = segment_;
-  microphone_->setSampleHandler([segment, &queue = *queue_](const AudioSample& sample) {
-    queue.async([segment, sample] {
-      if (const auto self = segment.lock())
-        self->microphoneSample(sample);
-    });
-  });
+  isMicrophoneAttached_ =
+      microphone_->setSampleHandler([segment, &queue = *queue_](const AudioSample& sample) {
+        queue.async([segment, sample] {
+          if (const auto self = segment.lock())
+            self->microphoneSample(sample);
+        });
+      });
 }
 
 // The order is what no sample slips through: sources first, then the queues on a sample's way, one behind
@@ -73,7 +75,7 @@ void CameraCompositeRecorder::attachMicrophone() {
 RecordingDetachTiming CameraCompositeRecorder::detach(RecordingStream& stream) {
   RecordingDetachTiming timing;
   const MediaTime start = clock_.now();
-  if (microphone_ != nullptr)
+  if (std::exchange(isMicrophoneAttached_, false))
     microphone_->queue().sync([this] { microphone_->clearSampleHandler(); });
 
   const MediaTime microphoneStopped = clock_.now();

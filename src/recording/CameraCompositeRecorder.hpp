@@ -74,6 +74,7 @@ class CameraCompositeRecorder {
   // Owner's thread.
   bool isScreenAttached_ = false;
   bool isSystemAudioAttached_ = false;
+  bool isMicrophoneAttached_ = false;
 };
 
 } // namespace tessarin

@@ -217,6 +217,22 @@ TEST_F(CameraCompositeRecorderTest, AnotherSegmentMayBeAttachedBehindADetachment
   EXPECT_EQ(media.files.at(1)->track(2).appended.size(), 1u);
 }
 
+TEST_F(CameraCompositeRecorderTest, DetachingAgainTakesNothingFromTheNextSegment) {
+  useSystemAudio();
+  useMicrophone();
+  makeAttached();
+  recorder->detach(*stream);
+  const std::unique_ptr<CameraCompositeRecorder> first = std::move(recorder);
+  makeAttached();
+  first->detach(*stream);
+  deliver(1, 0s);
+  play(480, 0s);
+  speak(480, 0s);
+  EXPECT_EQ(media.files.at(1)->track(0).appended.size(), 1u);
+  EXPECT_EQ(media.files.at(1)->track(1).appended.size(), 1u);
+  EXPECT_EQ(media.files.at(1)->track(2).appended.size(), 1u);
+}
+
 TEST_F(CameraCompositeRecorderTest, DestructionLeavesNothingRunning) {
   useSystemAudio();
   makeAttached();

@@ -19,7 +19,7 @@ class CameraCompositeSignals : public std::enable_shared_from_this<CameraComposi
 
   // Blocks until the writer has started. Throws the NativeServiceError that was told, also one told long
   // before, or recordingScreenStalled when the timeout passes first. The timeout runs as a timer of the
-  // given queue, which must not be the calling thread's.
+  // given queue, which must not be the calling thread's, nor one that what is waited for can keep busy.
   void waitUntilStarted(SerialQueue& timers, SerialQueue::Duration timeout);
 
  private:
