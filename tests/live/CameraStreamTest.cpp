@@ -107,9 +107,9 @@ TEST_F(CameraStream, TellsWhenPicturesWereTaken) {
     delays.push_back((delivery.arrival - delivery.time).seconds());
   }
   std::nth_element(delays.begin(), delays.begin() + 15, delays.end());
-  EXPECT_LT(delays[15], 0.03) << "the median";
+  EXPECT_LT(delays[15], 0.08) << "the median";
   const auto frames = *deliveries.back().number - *deliveries.front().number;
-  EXPECT_NEAR((deliveries.back().time - deliveries.front().time).seconds(), frames / 30.0, 0.02);
+  EXPECT_NEAR((deliveries.back().time - deliveries.front().time).seconds(), frames / 30.0, 0.05);
 }
 
 TEST_F(CameraStream, StampsFramesWithoutATimeByTheirArrival) {

@@ -113,7 +113,7 @@ class CameraReceiver {
   }
 
  private:
-  const MonotonicHostClock clock_;
+  MonotonicHostClock clock_;
   std::chrono::milliseconds delay_{0};
   mutable std::mutex mutex_;
   mutable std::condition_variable changed_;

@@ -255,7 +255,7 @@ struct PicturePool::Store {
         return memory;
       }
     }
-    return std::unique_ptr<std::uint8_t[]>(new std::uint8_t[wanted]); // not filled with zeros
+    return std::make_unique_for_overwrite<std::uint8_t[]>(wanted);
   }
 
   void giveBack(std::unique_ptr<std::uint8_t[]> memory, std::size_t itsSize) {
