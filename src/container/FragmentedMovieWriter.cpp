@@ -53,7 +53,7 @@ TrackToWrite describe(const GrowingTrack& track) {
 } // namespace
 
 struct FragmentedMovieWriter::State {
-  State(OpenFile& fileIn, const std::vector<TrackSetup>& setups);
+  State(OpenFile& fileIn, const std::vector<TrackSetup>& setups, std::string brandIn);
 
   // Runs work on the file; once it has failed, it stays failed.
   template<class Work> void onFile(Work work);
@@ -68,6 +68,7 @@ struct FragmentedMovieWriter::State {
   std::vector<std::byte> ordinaryMovieBox() const;
 
   OpenFile& file;
+  const std::string brand;
   std::vector<GrowingTrack> tracks;
   Fragment fragment;
   std::uint32_t fragmentCount = 0;
@@ -77,8 +78,10 @@ struct FragmentedMovieWriter::State {
   bool isFinished = false;
 };
 
-FragmentedMovieWriter::State::State(OpenFile& fileIn, const std::vector<TrackSetup>& setups) : file(fileIn) {
-  if (setups.empty())
+FragmentedMovieWriter::State::State(OpenFile& fileIn, const std::vector<TrackSetup>& setups,
+                                    std::string brandIn)
+    : file(fileIn), brand(std::move(brandIn)) {
+  if (setups.empty() || brand.size() != 4)
     failUnsupported();
   for (const TrackSetup& setup : setups) {
     if (setup.kind == TrackKind::other || setup.timescale <= 0 || setup.presentationStart < 0)
@@ -156,7 +159,7 @@ void FragmentedMovieWriter::State::writeAtEnd(std::span<const std::byte> bytes) 
 // The file type, the bytes kept for the finish and the index of the fragmented form.
 void FragmentedMovieWriter::State::writeHead() {
   BoxWriter head;
-  writeFileType(head, "isom");
+  writeFileType(head, brand);
   reservedOffset = head.size();
   head.box(fourCC("free"), [&] { head.zeros(reservedBytes - 8); });
   std::vector<TrackToWrite> described;
@@ -211,8 +214,9 @@ std::vector<std::byte> FragmentedMovieWriter::State::ordinaryMovieBox() const {
   return writer.bytes();
 }
 
-FragmentedMovieWriter::FragmentedMovieWriter(OpenFile& file, const std::vector<TrackSetup>& tracks)
-    : state_(std::make_unique<State>(file, tracks)) {}
+FragmentedMovieWriter::FragmentedMovieWriter(OpenFile& file, const std::vector<TrackSetup>& tracks,
+                                             std::string brand)
+    : state_(std::make_unique<State>(file, tracks, std::move(brand))) {}
 
 FragmentedMovieWriter::~FragmentedMovieWriter() = default;
 

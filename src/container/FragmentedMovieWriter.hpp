@@ -32,8 +32,9 @@ struct TrackSetup {
 // nothing changed. Memory: one fragment and about 4 bytes for each sample written.
 class FragmentedMovieWriter {
  public:
-  // The file is empty and outlives the writer. Writes nothing yet. At least one track, video or audio.
-  FragmentedMovieWriter(OpenFile& file, const std::vector<TrackSetup>& tracks);
+  // The file is empty and outlives the writer. Writes nothing yet. At least one track, video or audio. The
+  // brand is four characters.
+  FragmentedMovieWriter(OpenFile& file, const std::vector<TrackSetup>& tracks, std::string brand = "isom");
   // Leaves the file as it is; what was not flushed is not in it.
   ~FragmentedMovieWriter();
   FragmentedMovieWriter(const FragmentedMovieWriter&) = delete;

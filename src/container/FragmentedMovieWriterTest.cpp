@@ -105,6 +105,23 @@ TEST(FragmentedMovieWriter, WritesEachFragmentAtOnceAndMakesItDurable) {
   EXPECT_TRUE(file.changes[9].isSync);
 }
 
+TEST(FragmentedMovieWriter, SaysItsBrand) {
+  for (const char* brand : {"isom", "M4A "}) {
+    MemoryFile file;
+    FragmentedMovieWriter writer(file, {{TrackKind::audio, 48000, 0, 0, 0}}, brand);
+    writer.setDescription(0, audioDescription());
+    writer.append(0, randomBytes(5, 1), 0, 0, true);
+    const std::vector<std::int64_t> ends{1024};
+    writer.finish(ends);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(file.bytes.data()) + 8, 4), brand);
+  }
+  MemoryFile file;
+  EXPECT_EQ(containerError([&] {
+              FragmentedMovieWriter(file, {{TrackKind::audio, 48000, 0, 0, 0}}, "long one");
+            }),
+            ContainerError::unsupported);
+}
+
 TEST(FragmentedMovieWriter, KeepsAudioWithItsPrimingBesideTheVideo) {
   MemoryFile file;
   FragmentedMovieWriter writer(file, {videoTrack(), audioTrack()});

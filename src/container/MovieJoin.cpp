@@ -3,6 +3,7 @@
 #include "container/MovieBoxWriter.hpp"
 
 #include <algorithm>
+#include <cstdlib>
 #include <limits>
 #include <utility>
 
@@ -45,7 +46,9 @@ class JoinedTrack {
   Placed place(const JoinPiece& piece) const;
   std::int64_t rescaled(std::int64_t time, std::int32_t timescale) const;
   std::int64_t decodeTime(const Placed& placed, std::size_t sample) const;
-  void plan(const Placed& placed, std::int64_t mediaEnd);
+  std::size_t samplesBefore(const Placed& placed, std::int64_t mediaEnd) const;
+  std::size_t fittingSound(const Placed& placed, std::int64_t mediaEnd);
+  void plan(const Placed& placed, std::int64_t mediaEnd, bool isLastPiece);
   PlannedChunk& chunkFor(const Placed& placed, std::size_t sample, std::int64_t time,
                          std::uint32_t description);
   std::uint32_t descriptionIndex(const SampleDescription& description);
@@ -55,6 +58,7 @@ class JoinedTrack {
   std::int64_t start_ = 0;             // of the presentation
   std::int64_t presentationStart_ = 0; // in the media
   std::int64_t end_ = 0;
+  std::int64_t soundEnd_ = 0; // of all packets so far for a decoder that puts them in a row
   std::vector<const SampleDescription*> descriptions_;
   std::vector<PlannedChunk> chunks_;
 };
@@ -89,7 +93,7 @@ JoinedTrack::JoinedTrack(const JoinTrack& track) : model_(firstTrack(track)) {
   for (std::size_t i = placed.size() - 1; i > 0; --i)
     mediaEnds[i - 1] = std::min(mediaEnds[i], placed[i].mediaStart);
   for (std::size_t i = 0; i < placed.size(); ++i)
-    plan(placed[i], mediaEnds[i]);
+    plan(placed[i], mediaEnds[i], i + 1 == placed.size());
   if (chunks_.empty())
     throw ContainerFailure(ContainerError::damaged);
   const std::int64_t mediaStart = chunks_.front().decodeTime;
@@ -143,13 +147,38 @@ JoinedTrack::Placed JoinedTrack::place(const JoinPiece& piece) const {
 }
 
 // Samples that begin at the media's end or later are left out.
-void JoinedTrack::plan(const Placed& placed, std::int64_t mediaEnd) {
+std::size_t JoinedTrack::samplesBefore(const Placed& placed, std::int64_t mediaEnd) const {
+  std::size_t count = placed.sampleCount;
+  while (count > 0 && decodeTime(placed, count - 1) >= mediaEnd)
+    --count;
+  return count;
+}
+
+// Ahead of another piece, whose packets do not lie on the same grid, the last packet is the one with which
+// the sound ends nearest to where it should.
+std::size_t JoinedTrack::fittingSound(const Placed& placed, std::int64_t mediaEnd) {
   const Track& source = *placed.piece->track;
+  const std::int64_t packet = rescaled(source.samples.front().duration, source.timescale);
+  if (std::abs(soundEnd_ - placed.mediaStart) * 2 > packet)
+    soundEnd_ = placed.mediaStart; // it begins the track or lies behind a pause
+  const std::size_t available = samplesBefore(placed, mediaEnd);
+  std::size_t count = 0;
+  for (; count < available; ++count) {
+    if (count > 0 && (mediaEnd - soundEnd_) * 2 < packet)
+      break;
+    soundEnd_ += packet;
+  }
+  return count;
+}
+
+void JoinedTrack::plan(const Placed& placed, std::int64_t mediaEnd, bool isLastPiece) {
+  const Track& source = *placed.piece->track;
+  const std::size_t count = source.kind == TrackKind::audio && !isLastPiece ? fittingSound(placed, mediaEnd)
+                                                                            : samplesBefore(placed, mediaEnd);
   std::int64_t time = placed.mediaStart;
-  for (std::size_t i = 0; i < placed.sampleCount && time < mediaEnd; ++i) {
+  for (std::size_t i = 0; i < count; ++i) {
     const Sample& sample = source.samples[i];
-    const bool isLast = i + 1 == placed.sampleCount;
-    const std::int64_t next = isLast ? mediaEnd : std::min(decodeTime(placed, i + 1), mediaEnd);
+    const std::int64_t next = i + 1 == count ? mediaEnd : decodeTime(placed, i + 1);
     const std::int64_t duration = next - time;
     if (duration > std::numeric_limits<std::uint32_t>::max())
       throw ContainerFailure(ContainerError::tooLarge);

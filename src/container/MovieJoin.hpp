@@ -30,7 +30,9 @@ struct JoinTrack {
 // piece holds before its presentation start (the priming of its coder) is kept and takes the place of the
 // end of the piece before it. A piece's last sample is stretched or cut to where the next piece's samples
 // begin, the last piece's to its end: room between pieces shows the last picture, and is silent in an audio
-// track.
+// track. Ahead of another piece of sound the packets end with the one that ends nearest to where the sound
+// should, so that players which put packets in a row, whatever their times, are never off by more than half
+// a packet.
 //
 // Throws FileFailure; ContainerFailure for pieces that cannot be joined: unsupported where they break the
 // conditions above, damaged without any sample, tooLarge where a time does not fit the form. Any thread.

@@ -282,6 +282,28 @@ TEST(MovieJoin, LetsALaterPiecesPrimingTakeTheEndOfTheOneBefore) {
   EXPECT_EQ(contents(joined->file, track), expected);
 }
 
+// A player that puts packets in a row is never off by more than half a packet.
+TEST(MovieJoin, TakesAsManyPacketsOfSoundAsFitBest) {
+  const auto a = makeSource({audio(9)}, 1);
+  for (const std::int64_t length : {5120, 5121, 5632, 5633, 6000, 6143}) {
+    JoinTrack track;
+    for (std::int64_t i = 0; i < 20; ++i)
+      track.pieces.push_back(piece(*a, {i * length, 48000}, {length, 48000}));
+    const auto joined = join({track});
+    const Track& result = joined->movie.tracks[0];
+    EXPECT_EQ(joined->movie.duration, MediaTime(20 * length, 48000)) << length;
+    std::int64_t pieceStart = 0;
+    for (std::int64_t i = 0; i < std::ssize(result.samples); ++i) {
+      const Sample& sample = result.samples[static_cast<std::size_t>(i)];
+      if (sample.decodeTime == pieceStart && pieceStart < 20 * length) {
+        EXPECT_LE(std::abs(i * 1024 - pieceStart), 512) << length << ": " << pieceStart;
+        pieceStart += length;
+      }
+    }
+    EXPECT_EQ(pieceStart, 20 * length) << "every piece begins at its time";
+  }
+}
+
 TEST(MovieJoin, LetsAPieceShorterThanTheNextOnesPrimingVanish) {
   const auto a = makeSource({audio(9)}, 1);
   const auto b = makeSource({audio(9)}, 2);

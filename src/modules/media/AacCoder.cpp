@@ -35,6 +35,7 @@ class LibraryAacCoder final : public AacCoder {
 };
 
 LibraryAacCoder::LibraryAacCoder(const AudioSettings& settings) {
+  av_log_set_level(AV_LOG_QUIET); // what a library prints is no protocol of this program
   const AVCodec* const codec = avcodec_find_encoder_by_name("aac");
   if (codec == nullptr)
     throw CoderFailure("libavcodec", AVERROR_ENCODER_NOT_FOUND);

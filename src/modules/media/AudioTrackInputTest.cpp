@@ -109,6 +109,20 @@ TEST_F(AudioTrackInputTest, endsWhereItIsTold) {
   EXPECT_EQ(packets, 480000U / 1024 + 1 + 1);
 }
 
+TEST_F(AudioTrackInputTest, isSilentWhereSoundIsGivenUp) {
+  release();
+  input.giveUpBefore(480000);
+  input.giveUpBefore(-96000);
+  input.wait();
+  EXPECT_EQ(packets, 480000U / 1024);
+  ASSERT_TRUE(input.append(sample(24000))) << "too late, and left out";
+  input.wait();
+  EXPECT_EQ(packets, 480000U / 1024);
+  ASSERT_TRUE(input.append(sample(24000, MediaTime(10, 1))));
+  input.wait();
+  EXPECT_EQ(packets, 504000U / 1024);
+}
+
 TEST_F(AudioTrackInputTest, leavesAHoleOfDaysWhenItIsStopped) {
   release();
   ASSERT_TRUE(input.append(sample(480, MediaTime(std::int64_t{1000} * 24 * 3600, 1))));
