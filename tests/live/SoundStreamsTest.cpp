@@ -112,6 +112,24 @@ TEST_F(SoundStreams, TellWhenTheComputerPlayed) {
   expectWellFormed();
 }
 
+TEST_F(SoundStreams, KeepTheirPaceWhateverTheGraphRunsAt) {
+  const auto source = server.source(player);
+  const auto stream = openSystemAudio();
+  stream->start();
+  for (const auto& [key, value] : std::vector<std::pair<std::string, std::string>>{
+           {"clock.force-quantum", "2048"}, {"clock.force-quantum", "128"}, {"clock.force-rate", "44100"}}) {
+    SCOPED_TRACE(key + " " + value);
+    server.run({"pw-metadata", "-n", "settings", "0", key, value});
+    ASSERT_TRUE(receiver.hears(second));
+    expectTone();
+  }
+  expectWhole(receiver);
+  expectWellFormed();
+  source->command("amplitude 0");
+  ASSERT_TRUE(receiver.hears(second));
+  expectTone(0);
+}
+
 TEST_F(SoundStreams, BringWhatIsPlayedAndSilenceInBetween) {
   const auto stream = openSystemAudio();
   stream->start();
