@@ -18,7 +18,7 @@ class Studio:
         command = [build / "tests/desktop/tessarin-private-desktop", "--sound"]
         if flash_interval:
             command += ["--flash-and-beep", str(flash_interval)]
-        self.process = subprocess.Popen([*command, *client], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self.process = subprocess.Popen([*command, "--", *client], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         self.environment = dict(os.environ)
         for line in self.process.stdout:
             if line.strip() == "ready":

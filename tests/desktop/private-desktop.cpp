@@ -1,11 +1,11 @@
 // tessarin-private-desktop [--size WxH] [--no-client] [--compositing-manager] [--sound]
-//                          [--flash-and-beep SECONDS] [client arguments...]
+//                          [--flash-and-beep SECONDS] [--] [client arguments...]
 //
 // Starts an X server of its own with a window manager and an animated client window, says "DISPLAY=:N" on
 // standard output and lives until its standard input ends; then everything it started ends too. With --sound
 // there are a sound server, a microphone that hears a tone and a camera too, whose variables follow, one a
-// line, and then "ready"; with --flash-and-beep the client window turns white that often, and a beep is
-// played at the same moment.
+// line, and then "ready"; with --flash-and-beep a black window of its own turns white that often, and a beep
+// is played at the same moment. Everything behind "--" goes to the client.
 
 #include "support/FlashAndBeep.hpp"
 #include "support/PrivateDesktop.hpp"
@@ -38,6 +38,10 @@ Arguments parse(int count, char** words) {
   for (int i = 1; i < count; ++i) {
     const std::string argument = words[i];
     const bool hasNext = i + 1 < count;
+    if (argument == "--") {
+      result.client.assign(words + i + 1, words + count);
+      break;
+    }
     if (argument == "--size" && hasNext &&
         std::sscanf(words[i + 1], "%dx%d", &result.desktop.width, &result.desktop.height) == 2) {
       ++i;
@@ -97,11 +101,15 @@ int main(int count, char** words) {
     if (studio) {
       studio->say();
     }
-    const bool flashes = arguments.flashInterval > 0 && window;
+    // Beside the animated one, which goes on meanwhile.
+    const auto flashing = arguments.flashInterval > 0
+                              ? desktop.client({"--paint", "solid", "--colour", "ff000000", "--size",
+                                                "960x400", "--at", "900,660", "--style", "override"})
+                              : nullptr;
     char ignored[256];
     for (;;) {
-      if (!waitForInput(flashes ? arguments.flashInterval * 1000 : -1)) {
-        tessarin::flashAndBeep(*window, *studio->player);
+      if (!waitForInput(flashing ? arguments.flashInterval * 1000 : -1)) {
+        tessarin::flashAndBeep(*flashing, *studio->player);
       } else if (read(STDIN_FILENO, ignored, sizeof ignored) <= 0) {
         return 0;
       }
