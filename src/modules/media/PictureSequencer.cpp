@@ -41,7 +41,7 @@ void PictureSequencer::append(std::shared_ptr<const I420Picture> picture, std::i
     openKey_ = slot.index;
     lastKey_ = slot;
   } else if (isNew || !repeater_ || (keyIsDue && !keyMayWait)) {
-    isStill_ = !isNew;
+    isStill_ = !isNew && isQuiet(slot);
     encode(slot, true, keyIsDue);
   } else if (mustPushOut(slot)) {
     encode(slot, false, false);
@@ -80,10 +80,15 @@ void PictureSequencer::received(std::vector<CodedPicture> pictures) {
   }
 }
 
+// Whether nothing has changed for so long that nothing may be expected to.
+bool PictureSequencer::isQuiet(const Slot& slot) const {
+  return slot.index - lastChange_ > quietSlotLimit_;
+}
+
 // Whether a repetition is to be coded so that the coder lets go of what it holds.
 bool PictureSequencer::mustPushOut(const Slot& slot) const {
-  return requiredFrames_ > 0 && (isStill_ || slot.index - lastChange_ > quietSlotLimit_ ||
-                                 slots_.size() - frames_.size() > freeSlotLimit_);
+  return requiredFrames_ > 0 &&
+         (isStill_ || isQuiet(slot) || slots_.size() - frames_.size() > freeSlotLimit_);
 }
 
 bool PictureSequencer::isDueByCount(const Slot& slot) const {

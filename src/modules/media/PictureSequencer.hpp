@@ -97,6 +97,7 @@ class PictureSequencer {
 
   void encode(const Slot& slot, bool isRequired, bool asKey);
   void received(std::vector<CodedPicture> pictures);
+  bool isQuiet(const Slot& slot) const;
   bool mustPushOut(const Slot& slot) const;
   bool isDueByCount(const Slot& slot) const;
   bool isDue(const Slot& slot) const;
