@@ -3,6 +3,7 @@
 #include "backends/pipewire/Devices.hpp"
 #include "backends/png/PngFileWriter.hpp"
 #include "backends/posix/EncoderProbe.hpp"
+#include "backends/posix/ModuleAudioReencoder.hpp"
 #include "backends/posix/ModuleDevicePortal.hpp"
 #include "backends/posix/ModuleLoader.hpp"
 #include "backends/posix/ModuleMediaFileWriterFactory.hpp"
@@ -36,12 +37,6 @@ void sleep(std::chrono::milliseconds time) {
   std::this_thread::sleep_for(time);
 }
 
-// Until the media module codes sound anew: a join that needs it fails.
-class NoReencoder final : public AudioReencoder {
- public:
-  void reencode(const std::vector<AudioPiece>&, const std::string&) override { throw MediaUnavailable(); }
-};
-
 } // namespace
 
 struct CompositionRoot::Backends {
@@ -57,7 +52,7 @@ struct CompositionRoot::Backends {
   ModuleMediaFileWriterFactory media{modules, machineFileSystem(),
                                      [this](const std::string& name) { return encoders.works(name); }};
 
-  NoReencoder reencoder;
+  ModuleAudioReencoder reencoder{modules, machineFileSystem()};
   ModuleDevicePortal portal{modules};
   const std::unique_ptr<CaptureDevices> devices = pipewire::makeCaptureDevices();
   SessionCaptureAuthorization captureAuthorization{*devices, portal};
