@@ -124,6 +124,29 @@ TEST_F(CameraEnd, ComesOnceWhenUnpluggedWhileItIsStopped) {
   }
 }
 
+// A large JPEG takes so long that the end nearly always comes while one is opened.
+TEST_F(CameraEnd, MayComeWhileAPictureIsMade) {
+  for (int delay = 0; delay < 30; delay += 3) {
+    const auto name = "camera-" + std::to_string(delay);
+    const auto camera = plugIn({"--name", name, "--offer", "mjpg,1920x1080,60"});
+    CameraReceiver receiver;
+    auto stream = open(receiver, name);
+    stream->start();
+    ASSERT_TRUE(receiver.hasCome(1));
+    const bool isUnplugged = delay % 2 == 1;
+    std::this_thread::sleep_for(milliseconds(delay));
+    if (isUnplugged) {
+      camera->unplug();
+      EXPECT_TRUE(receiver.hasEnded());
+    }
+    stream.reset();
+    EXPECT_EQ(receiver.endCount(), isUnplugged ? 1 : 0);
+    for (const auto& delivery : receiver.deliveries()) {
+      EXPECT_TRUE(delivery.number);
+    }
+  }
+}
+
 TEST_F(CameraEnd, IsThereBeforeTheBeginningWithoutACamera) {
   CameraReceiver receiver;
   EXPECT_EQ(errorOf([&] { open(receiver); }), CaptureDeviceError::unavailable);

@@ -3,12 +3,14 @@
 #include "support/CameraPicture.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <string>
+#include <stdexcept>
 #include <tuple>
 #include <utility>
 
@@ -176,6 +178,54 @@ TEST(CameraPicturesMemory, MustHoldEveryRow) {
       raw.bytes.pop_back();
       raw.bytes.shrink_to_fit();
       EXPECT_FALSE(convertWhole(raw, {})) << static_cast<int>(coding);
+    }
+  }
+}
+
+// Memory whose last byte is the last before a page that nobody may touch.
+class GuardedBytes {
+ public:
+  explicit GuardedBytes(const std::vector<std::uint8_t>& bytes) {
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    const auto room = (bytes.size() + page - 1) / page * page;
+    size_ = room + page;
+    pages_ = static_cast<std::uint8_t*>(
+        mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    if (pages_ == MAP_FAILED || mprotect(pages_ + room, page, PROT_NONE) != 0) {
+      throw std::runtime_error("no guarded memory");
+    }
+    auto* place = pages_ + room - bytes.size();
+    std::copy(bytes.begin(), bytes.end(), place);
+    bytes_ = {place, bytes.size()};
+  }
+  ~GuardedBytes() { munmap(pages_, size_); }
+  GuardedBytes(const GuardedBytes&) = delete;
+  GuardedBytes& operator=(const GuardedBytes&) = delete;
+
+  std::span<const std::uint8_t> get() const { return bytes_; }
+
+ private:
+  std::uint8_t* pages_ = nullptr;
+  std::size_t size_ = 0;
+  std::span<const std::uint8_t> bytes_;
+};
+
+TEST(CameraPicturesMemory, IsNotReadBehindItsEnd) {
+  for (const auto& [format, coding] : formats) {
+    for (const ColourRules rules : {ColourRules{false, false}, {true, false}}) {
+      for (const int width : {2, 3, 15, 17, 31, 33, 63, 65, 127, 129, 641}) {
+        for (const int height : {2, 3, 9}) {
+          const auto raw = camera::paintBars(format, width, height, rules);
+          const GuardedBytes bytes(raw.bytes);
+          const CameraBlock block{bytes.get(), raw.stride};
+          PicturePool pool;
+          const auto picture = convertFrame(formatOf(raw, rules), std::span(&block, 1), pool);
+          ASSERT_TRUE(picture) << static_cast<int>(coding) << " " << width << " x " << height;
+          EXPECT_LE(difference(pixelOf(*picture, width - 1, height - 1),
+                               expectedPixel(raw, width - 1, height - 1, rules)),
+                    3);
+        }
+      }
     }
   }
 }
