@@ -9,7 +9,6 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
-using std::chrono::steady_clock;
 
 struct Offer {
   const char* name;
@@ -21,7 +20,7 @@ struct Offer {
 
 class CameraFormatsLive : public CameraTest, public testing::WithParamInterface<Offer> {};
 
-TEST_P(CameraFormatsLive, DeliverTheirColoursAndEveryFrame) {
+TEST_P(CameraFormatsLive, DeliverTheirColoursInOrder) {
   const auto& offer = GetParam();
   const auto camera = plugIn(offer.arguments);
   CameraReceiver receiver;
@@ -35,7 +34,7 @@ TEST_P(CameraFormatsLive, DeliverTheirColoursAndEveryFrame) {
     EXPECT_EQ(deliveries[i].height, offer.height);
     ASSERT_TRUE(deliveries[i].number) << "frame " << i;
     EXPECT_LE(deliveries[i].worstBar, offer.tolerance) << "frame " << i;
-    EXPECT_GT(*deliveries[i].number + 1, i);
+    EXPECT_TRUE(i == 0 || *deliveries[i].number > *deliveries[i - 1].number) << "frame " << i;
   }
 }
 
