@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <future>
+#include <map>
 #include <thread>
 
 namespace tessarin {
@@ -13,6 +14,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using ::testing::Contains;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using Rig = testing::RecordingRig;
 
@@ -91,44 +93,75 @@ TEST(RecordingServiceTiming, AStopWhilePausedAnswersBeforeTheStreamHasStopped) {
             "tessarin-native recording-stream-stop-summary streamStopMs=40 streamStopFailed=0");
 }
 
-// Both begin before either goes on; `begins` says for a file's name whether its work begins with that event.
-void expectBothAtOnce(
+// Each begins before any goes on; `begins` says for a file's name whether its work begins with that event.
+void expectAllAtOnce(
+    const std::vector<std::string>& names,
     const std::function<bool(const FaultyFileSystem::Event&, const std::string& name)>& begins) {
   Rig rig;
-  rig.makeQueue = makeThreadQueue;
-  Moment screen;
-  Moment share;
+  rig.useThreads();
+  rig.use(true, true, true);
+  std::map<std::string, Moment> begun;
+  for (const std::string& name : names)
+    begun[name];
   std::atomic<bool> isParallel = true;
   rig.then([&] {
     rig.record(1s);
     rig.files.setObserver([&](const FaultyFileSystem::Event& event) {
-      const auto meet = [&](const std::string& name, Moment& own, Moment& other) {
+      for (const std::string& name : names) {
         if (!begins(event, name))
-          return;
-        own.come();
-        if (!other.await())
-          isParallel = false;
-      };
-      meet("screen.mp4", screen, share);
-      meet("recording.mp4", share, screen);
+          continue;
+        begun.at(name).come();
+        for (auto& [other, moment] : begun)
+          if (!moment.await())
+            isParallel = false;
+      }
     });
     rig.send("stop");
   });
   EXPECT_EQ(rig.run(), 0);
   EXPECT_TRUE(isParallel);
-  EXPECT_TRUE(screen.hasCome() && share.hasCome());
+  for (const auto& [name, moment] : begun)
+    EXPECT_TRUE(moment.hasCome()) << name;
 }
 
-TEST(RecordingServiceTiming, TheMergesRunAtOnce) {
-  expectBothAtOnce([](const FaultyFileSystem::Event& event, const std::string& name) {
-    return event.operation == FileOperation::open && event.path.find("/." + name) != std::string::npos;
-  });
+// The check of a merged file is the first to open it by its name.
+bool isChecked(const FaultyFileSystem::Event& event, const std::string& name) {
+  return event.operation == FileOperation::open && event.path.ends_with("/" + name);
 }
 
-TEST(RecordingServiceTiming, TheChecksOfMergedFilesRunAtOnce) {
-  expectBothAtOnce([](const FaultyFileSystem::Event& event, const std::string& name) {
-    return event.operation == FileOperation::open && event.path.ends_with("/" + name);
+TEST(RecordingServiceTiming, TheFiveMergesRunAtOnce) {
+  expectAllAtOnce({"screen.mp4", "camera.mp4", "system-audio.m4a", "microphone.m4a", "recording.mp4"},
+                  [](const FaultyFileSystem::Event& event, const std::string& name) {
+                    return event.operation == FileOperation::open &&
+                           event.path.find("/." + name) != std::string::npos;
+                  });
+}
+
+TEST(RecordingServiceTiming, TheChecksOfMergedPicturesRunAtOnce) {
+  expectAllAtOnce({"screen.mp4", "camera.mp4", "recording.mp4"}, isChecked);
+}
+
+TEST(RecordingServiceTiming, TheChecksOfMergedSoundRunAtOnce) {
+  expectAllAtOnce({"system-audio.m4a", "microphone.m4a"}, isChecked);
+}
+
+TEST(RecordingServiceTiming, SoundIsCheckedBehindPicturesWhoseLengthItMustHave) {
+  Rig rig;
+  rig.use(true, true, true);
+  std::vector<std::string> checked;
+  rig.then([&] {
+    rig.record(1s);
+    rig.files.setObserver([&](const FaultyFileSystem::Event& event) {
+      for (const std::string name :
+           {"screen.mp4", "camera.mp4", "system-audio.m4a", "microphone.m4a", "recording.mp4"})
+        if (isChecked(event, name))
+          checked.push_back(name);
+    });
+    rig.send("stop");
   });
+  EXPECT_EQ(rig.run(), 0);
+  EXPECT_THAT(checked,
+              ElementsAre("screen.mp4", "camera.mp4", "recording.mp4", "system-audio.m4a", "microphone.m4a"));
 }
 
 // ---- Time, turned by hand while the session waits on a thread of its own
