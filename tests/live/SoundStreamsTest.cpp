@@ -39,8 +39,8 @@ class SoundStreams : public ::testing::Test {
     EXPECT_NEAR(receiver.level(1, second / 4), level, level * levelTolerance);
   }
   // Without holes, and at the pace of the host's clock.
-  static void expectWhole(SoundReceiver& heard) {
-    EXPECT_GT(heard.coverage(), 0.95);
+  static void expectWhole(SoundReceiver& heard, double least = 0.95) {
+    EXPECT_GT(heard.coverage(), least);
     EXPECT_LT(heard.coverage(), 1.002);
   }
   void expectWellFormed() {
@@ -123,7 +123,8 @@ TEST_F(SoundStreams, KeepTheirPaceWhateverTheGraphRunsAt) {
     ASSERT_TRUE(receiver.hears(second));
     expectTone();
   }
-  expectWhole(receiver);
+  // The graph stands still while it changes.
+  expectWhole(receiver, 0.85);
   expectWellFormed();
   source->command("amplitude 0");
   ASSERT_TRUE(receiver.hears(second));
