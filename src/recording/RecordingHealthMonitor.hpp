@@ -45,7 +45,8 @@ class RecordingHealthMonitor {
              const std::string& outputDirectory, const std::string& sessionID,
              RecordingEventWriter& eventWriter, std::function<void()> onFailure);
 
-  // No check runs once this has returned. The failure stays.
+  // No check runs once this has returned. The failure stays. Waits for a check under way, that is, for the
+  // volume to answer and for the host to take an event, which the event writer's output bounds.
   void stop();
 
   // The failure that this monitor has ended the session for.
