@@ -111,16 +111,17 @@ TEST_F(AudioTrackInputTest, endsWhereItIsTold) {
 
 TEST_F(AudioTrackInputTest, isSilentWhereSoundIsGivenUp) {
   release();
+  // The packet of the last whole block comes with the block behind it.
   input.giveUpBefore(480000);
   input.giveUpBefore(-96000);
   input.wait();
-  EXPECT_EQ(packets, 480000U / 1024);
+  EXPECT_EQ(packets, 480000U / 1024 - 1);
   ASSERT_TRUE(input.append(sample(24000))) << "too late, and left out";
   input.wait();
-  EXPECT_EQ(packets, 480000U / 1024);
+  EXPECT_EQ(packets, 480000U / 1024 - 1);
   ASSERT_TRUE(input.append(sample(24000, MediaTime(10, 1))));
   input.wait();
-  EXPECT_EQ(packets, 504000U / 1024);
+  EXPECT_EQ(packets, 504000U / 1024 - 1);
 }
 
 TEST_F(AudioTrackInputTest, leavesAHoleOfDaysWhenItIsStopped) {
