@@ -83,6 +83,7 @@ class AudioStream final : public DeviceStream, private ConnectionListener {
   void connectionLost() override { end(CaptureDeviceError::unavailable); }
   void nodeRemoved(std::uint32_t nodeID) override;
   void serverRefused(CaptureDeviceError why) override;
+  void woken() override { deliverAll(); }
   void end(CaptureDeviceError why);
   void enter(Stage stage);
 
@@ -100,7 +101,6 @@ class AudioStream final : public DeviceStream, private ConnectionListener {
   // The loop's:
   pw_stream* stream_ = nullptr; // used by the data thread until it is destroyed, as is
   spa_hook hook_{};
-  spa_source* wake_ = nullptr; // which runs deliverAll() on the loop's thread
   bool isListening_ = false;
   Settling settling_;
   SampleClock clock_{soundRate};
@@ -128,7 +128,6 @@ struct AudioStream::Events {
     }
   }
   static void process(void* data) { self(data).takeBuffers(); }
-  static void wake(void* data, std::uint64_t /*count*/) { self(data).deliverAll(); }
 
   static const pw_stream_events* table() {
     static const pw_stream_events events = [] {
@@ -187,9 +186,8 @@ void AudioStream::start() {
 }
 
 void AudioStream::connectStream() {
-  wake_ = pw_loop_add_event(connection_->loop(), &Events::wake, this);
   stream_ = pw_stream_new(connection_->core(), kind_.nodeName, properties());
-  if (!wake_ || !stream_) {
+  if (!stream_) {
     end(CaptureDeviceError::unavailable);
     return;
   }
@@ -219,10 +217,6 @@ void AudioStream::stop() {
   if (stream_) {
     pw_stream_destroy(stream_);
     stream_ = nullptr;
-  }
-  if (wake_) {
-    pw_loop_destroy_source(connection_->loop(), wake_);
-    wake_ = nullptr;
   }
   if (isListening_) {
     connection_->removeListener(*this);
@@ -283,7 +277,7 @@ void AudioStream::enter(Stage stage) {
 
 void AudioStream::takeBuffers() {
   capture_.takeBuffers(stream_);
-  pw_loop_signal_event(connection_->loop(), wake_);
+  connection_->wakeListeners();
 }
 
 void AudioStream::deliverAll() {

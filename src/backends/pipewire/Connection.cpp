@@ -74,6 +74,11 @@ struct Connection::Events {
   static void error(void* data, std::uint32_t id, int /*sequence*/, int result, const char* /*message*/) {
     self(data).failed(id, result);
   }
+  static void wake(void* data, std::uint64_t /*count*/) {
+    for (auto* listener : self(data).listeners_) {
+      listener->woken();
+    }
+  }
   static void global(void* data, std::uint32_t id, std::uint32_t /*permissions*/, const char* type,
                      std::uint32_t /*version*/, const spa_dict* properties) {
     self(data).globalAdded(id, type, properties);
@@ -133,7 +138,8 @@ void Connection::connect() {
       context_ = pw_context_new(loop(), properties, 0);
     }
   }
-  if (!context_ || pw_thread_loop_start(loop_.get()) < 0) {
+  wake_ = loop_ ? pw_loop_add_event(loop(), &Events::wake, this) : nullptr;
+  if (!context_ || !wake_ || pw_thread_loop_start(loop_.get()) < 0) {
     fail(CaptureDeviceError::unavailable);
   }
   const Lock lock(*this);
@@ -170,6 +176,9 @@ void Connection::close() {
   }
   if (context_) {
     pw_context_destroy(context_);
+  }
+  if (wake_) {
+    pw_loop_destroy_source(loop(), wake_);
   }
   loop_.reset();
 }

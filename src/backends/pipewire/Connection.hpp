@@ -27,6 +27,8 @@ class ConnectionListener {
   virtual void nodeRemoved(std::uint32_t /*nodeID*/) {}
   // The server refused something that one of this connection's streams asked for; it does not say which.
   virtual void serverRefused(CaptureDeviceError /*why*/) {}
+  // Somebody has called wakeListeners() since the last time.
+  virtual void woken() {}
 };
 
 // One connection with a loop thread of its own and the registry of the server's devices. Its methods may be
@@ -75,6 +77,10 @@ class Connection {
   // Any thread.
   bool isLost() const;
 
+  // Has the listeners told on the loop's thread. Waits for nothing; any thread, also the library's data
+  // thread.
+  void wakeListeners() const noexcept { pw_loop_signal_event(loop(), wake_); }
+
   // With the loop locked; the listener outlives its membership. A connection that is lost already tells
   // nothing any more: ask isLost() under the same lock.
   void addListener(ConnectionListener& listener);
@@ -97,6 +103,7 @@ class Connection {
 
   std::unique_ptr<pw_thread_loop, LoopDeleter> loop_;
   // The rest until the mutex: with the loop locked.
+  spa_source* wake_ = nullptr;
   pw_context* context_ = nullptr;
   pw_core* core_ = nullptr;
   pw_registry* registry_ = nullptr;
