@@ -20,6 +20,7 @@ using testing::ElementsAre;
 
 constexpr std::int64_t rate = 48000;
 constexpr std::int64_t millisecond = 48; // frames
+constexpr std::int64_t ahead = 2 * rate; // by which sound may come before the pictures
 
 class MediaWriterSound : public testing::Test {
  protected:
@@ -106,8 +107,9 @@ TEST_F(MediaWriterSound, endsExactlyWithThePictures) {
     movie = rig.movie(name);
     EXPECT_EQ(movie.tracks.at(1).duration, MediaTime(23, 10)) << extra;
     EXPECT_EQ(movie.duration, MediaTime(23, 10)) << extra;
-    EXPECT_EQ(outputOf("ffprobe -v error -show_entries stream=duration -of csv=p=0 '" + rig.path(name) + "'"),
-              "2.300000\n2.300000\n")
+    EXPECT_EQ(outputOf("ffprobe -v error -show_entries stream=start_time,duration -of csv=p=0 '" +
+                       rig.path(name) + "'"),
+              "0.000000,2.300000\n0.000000,2.300000\n")
         << extra;
     EXPECT_LT(std::ssize(decoded(rig.path(name), 0)), 23 * rate / 10 + 1024) << extra;
   }
@@ -303,10 +305,12 @@ TEST_F(MediaWriterSound, isDurableAsFarAsThePicturesAre) {
 TEST_F(MediaWriterSound, isKeptWithThePicturesWhenTheDiskIsFull) {
   rig.files.inject({FileOperation::write, "", 2, FaultyFileSystem::always, ENOSPC, 0});
   SegmentRecording recording(rig, "a.mp4", 1);
+  // The sound is ahead, so that it is there before the pictures are coded.
+  ASSERT_TRUE(recording.appendSound(0, tone(440), 0, ahead));
   std::int64_t i = 0;
-  while (i < 1000 && recording.appendSound(0, tone(440), i * 4800, (i + 1) * 4800) &&
-         recording.appendPicture())
-    ++i;
+  for (std::int64_t from = ahead; i < 1000; ++i, from += 4800)
+    if (!recording.appendSound(0, tone(440), from, from + 4800) || !recording.appendPicture())
+      break;
   ASSERT_LT(i, 1000);
   finish(recording.writer());
   EXPECT_EQ(recording.writer().status(), MediaWriterStatus::failed);
@@ -339,9 +343,11 @@ TEST_F(MediaWriterSound, canBeReadWithEveryTrackAfterAKill) {
         _exit(1);
     });
     SegmentRecording recording(rig, "a.mp4", 2, 2);
-    for (std::int64_t i = 0;; ++i) {
-      recording.appendSound(0, clicks({rate / 2}), i * 4800, (i + 1) * 4800);
-      recording.appendSound(1, tone(880), i * 4800, (i + 1) * 4800);
+    recording.appendSound(0, clicks({rate / 2}), 0, ahead);
+    recording.appendSound(1, tone(880), 0, ahead);
+    for (std::int64_t from = ahead;; from += 4800) {
+      recording.appendSound(0, clicks({rate / 2}), from, from + 4800);
+      recording.appendSound(1, tone(880), from, from + 4800);
       recording.appendPicture();
     }
   }
