@@ -4,14 +4,14 @@
 
 namespace tessarin::media {
 
-bool LoadJudge::findsTooSlow(std::int64_t time, bool gaveWay, CodingEffort effort) {
+LoadVerdict LoadJudge::judge(std::int64_t time, bool gaveWay, CodingEffort effort) {
   constexpr std::int64_t settlingSeconds = 2;
   const std::int64_t stretch = second_ / 2;
   if (!effort_) {
     calmSince_ = time;
     begin(time);
   } else if (effort != *effort_) {
-    badRun_ = 0;
+    endRun();
     begin(time + settlingSeconds * second_);
   }
   effort_ = effort;
@@ -19,21 +19,19 @@ bool LoadJudge::findsTooSlow(std::int64_t time, bool gaveWay, CodingEffort effor
   if (gaveWay)
     calmSince_ = time;
   if (time < stretchStart_)
-    return false; // the coder is settling
+    return LoadVerdict::holds; // the coder is settling
+  LoadVerdict verdict = LoadVerdict::holds;
   if (time >= stretchStart_ + stretch) {
-    endStretch();
+    verdict = endStretch();
     // Behind a hole in time nothing follows on anything.
     if (time >= stretchStart_ + 2 * stretch)
-      badRun_ = 0;
+      endRun();
     begin(time);
   }
   ++pictures_;
   if (gaveWay)
     ++gaveWay_;
-  if (badRun_ < badStretches)
-    return false;
-  badRun_ = 0;
-  return true;
+  return verdict;
 }
 
 void LoadJudge::begin(std::int64_t time) {
@@ -42,9 +40,24 @@ void LoadJudge::begin(std::int64_t time) {
   gaveWay_ = 0;
 }
 
-void LoadJudge::endStretch() {
-  const bool isBad = gaveWay_ > 0 && gaveWay_ * toleratedShare >= pictures_;
-  badRun_ = isBad ? badRun_ + 1 : 0;
+void LoadJudge::endRun() {
+  badRun_ = 0;
+  runPictures_ = 0;
+  runGaveWay_ = 0;
+}
+
+LoadVerdict LoadJudge::endStretch() {
+  if (gaveWay_ == 0 || gaveWay_ * toleratedShare < pictures_) {
+    endRun();
+    return LoadVerdict::holds;
+  }
+  runPictures_ += pictures_;
+  runGaveWay_ += gaveWay_;
+  if (++badRun_ < badStretches)
+    return LoadVerdict::holds;
+  const bool isFar = runGaveWay_ * 2 >= runPictures_;
+  endRun();
+  return isFar ? LoadVerdict::farTooSlow : LoadVerdict::tooSlow;
 }
 
 CodingEffort SharedEffort::current() const {
@@ -52,10 +65,12 @@ CodingEffort SharedEffort::current() const {
   return effort_;
 }
 
-void SharedEffort::stepDown(CodingEffort from) {
+void SharedEffort::stepDown(CodingEffort from, LoadVerdict verdict) {
   const std::lock_guard lock(mutex_);
-  if (effort_ == from && effort_ != CodingEffort::least)
-    effort_ = effort_ == CodingEffort::full ? CodingEffort::reduced : CodingEffort::least;
+  if (effort_ != from || verdict == LoadVerdict::holds)
+    return;
+  const bool isOneStep = effort_ == CodingEffort::full && verdict == LoadVerdict::tooSlow;
+  effort_ = isOneStep ? CodingEffort::reduced : CodingEffort::least;
 }
 
 void SharedEffort::trackEnds(std::int64_t calmTime, std::int64_t timescale) {

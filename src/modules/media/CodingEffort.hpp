@@ -11,21 +11,28 @@ namespace tessarin::media {
 // track is the same for all of them.
 enum class CodingEffort : std::uint8_t { full, reduced, least };
 
+enum class LoadVerdict : std::uint8_t {
+  holds,
+  tooSlow,   // for this effort
+  farTooSlow // for any but the least
+};
+
 // Tells when the coder of a track cannot hold the rate of its pictures.
 //
 // Pictures that come in real time carry their own clock, so that no other is read: each stretch of half a
 // second of their times is judged by how many of them found the line in front of the coder full. A machine
-// that stalls once makes one stretch bad or two; three bad ones in a row are a machine that is too slow.
-// After a change of effort the coder is given two seconds to arrive at its next key picture and to work off
-// its line. Confined to one thread.
+// that stalls once makes one stretch bad or two; three bad ones in a row are a machine that is too slow, and
+// far too slow when half of their pictures found no room, since no effort but the least costs half of the
+// full one. After a change of effort the coder is given two seconds to arrive at its next key picture and to
+// work off its line. Confined to one thread.
 class LoadJudge {
  public:
   // Units of the times in a second.
   explicit LoadJudge(std::int64_t timescale) : second_(timescale) {}
 
   // A picture was handed over; `gaveWay` tells whether one that waited gave way to it, and `effort` at what
-  // effort the coder works or is about to. Times increase. True when that effort is too much; said once.
-  bool findsTooSlow(std::int64_t time, bool gaveWay, CodingEffort effort);
+  // effort the coder works or is about to. Times increase. A verdict against that effort is given once.
+  LoadVerdict judge(std::int64_t time, bool gaveWay, CodingEffort effort);
   // How long all pictures have found room, from the last one that did not or the first one to the last one.
   std::int64_t calmTime() const { return lastTime_ - calmSince_; }
 
@@ -35,7 +42,8 @@ class LoadJudge {
 
  private:
   void begin(std::int64_t time);
-  void endStretch();
+  LoadVerdict endStretch();
+  void endRun();
 
   const std::int64_t second_;
   std::optional<CodingEffort> effort_;
@@ -43,6 +51,8 @@ class LoadJudge {
   std::int64_t pictures_ = 0; // of the stretch
   std::int64_t gaveWay_ = 0;
   std::int64_t badRun_ = 0;
+  std::int64_t runPictures_ = 0; // of the run of bad stretches
+  std::int64_t runGaveWay_ = 0;
   std::int64_t calmSince_ = 0;
   std::int64_t lastTime_ = 0;
 };
@@ -55,7 +65,7 @@ class SharedEffort {
  public:
   CodingEffort current() const;
   // Nothing happens when another track has changed it meanwhile, or where there is nothing less.
-  void stepDown(CodingEffort from);
+  void stepDown(CodingEffort from, LoadVerdict verdict = LoadVerdict::tooSlow);
 
   // A track of the segment ends, having been calm for so long.
   void trackEnds(std::int64_t calmTime, std::int64_t timescale);

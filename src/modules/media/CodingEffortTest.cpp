@@ -17,6 +17,7 @@ struct Track {
   std::int64_t rate = 60;
   std::int64_t time = 0;
   std::int64_t count = 0;
+  LoadVerdict verdict = LoadVerdict::holds; // the last one
 
   // The seconds after which the judge found the effort too much; nothing when it never did.
   std::optional<double> run(double seconds, std::int64_t oneGivesWayIn) {
@@ -24,10 +25,10 @@ struct Track {
     while (time < start + static_cast<std::int64_t>(seconds * second)) {
       const bool gaveWay = oneGivesWayIn > 0 && count % oneGivesWayIn == 0;
       ++count;
-      const bool isTooSlow = judge.findsTooSlow(time, gaveWay, effort);
+      verdict = judge.judge(time, gaveWay, effort);
       const std::int64_t now = time;
       time += second / rate;
-      if (isTooSlow)
+      if (verdict != LoadVerdict::holds)
         return static_cast<double>(now - start) / second;
     }
     return std::nullopt;
@@ -47,6 +48,19 @@ TEST(LoadJudge, toleratesOnePictureInMoreThanEight) {
   EXPECT_TRUE(Track().run(10, LoadJudge::toleratedShare));
   EXPECT_FALSE(Track().run(60, 16));
   EXPECT_FALSE(Track().run(60, 0));
+}
+
+TEST(LoadJudge, findsAMachineFarTooSlowWhereHalfOfThePicturesGiveWay) {
+  const auto verdict = [](std::int64_t oneGivesWayIn) {
+    Track track;
+    track.run(10, oneGivesWayIn);
+    return track.verdict;
+  };
+  EXPECT_EQ(verdict(1), LoadVerdict::farTooSlow);
+  EXPECT_EQ(verdict(2), LoadVerdict::farTooSlow);
+  EXPECT_EQ(verdict(3), LoadVerdict::tooSlow);
+  EXPECT_EQ(verdict(LoadJudge::toleratedShare), LoadVerdict::tooSlow);
+  EXPECT_EQ(verdict(0), LoadVerdict::holds);
 }
 
 TEST(LoadJudge, forgivesAStallOfASecond) {
@@ -116,6 +130,16 @@ TEST(SharedEffort, stepsDownToTheLeastAndNoFurther) {
   effort.stepDown(CodingEffort::reduced);
   EXPECT_EQ(effort.current(), CodingEffort::least);
   effort.stepDown(CodingEffort::least);
+  EXPECT_EQ(effort.current(), CodingEffort::least);
+}
+
+TEST(SharedEffort, goesToTheLeastAtOnceOnAMachineThatIsFarTooSlow) {
+  SharedEffort effort;
+  effort.stepDown(CodingEffort::full, LoadVerdict::holds);
+  EXPECT_EQ(effort.current(), CodingEffort::full);
+  effort.stepDown(CodingEffort::full, LoadVerdict::farTooSlow);
+  EXPECT_EQ(effort.current(), CodingEffort::least);
+  effort.stepDown(CodingEffort::full, LoadVerdict::tooSlow);
   EXPECT_EQ(effort.current(), CodingEffort::least);
 }
 

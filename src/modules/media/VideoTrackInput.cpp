@@ -112,8 +112,7 @@ void VideoTrackInput::watchLoad(std::int64_t time, bool gaveWay) {
   if (!settings_.expectsMediaDataInRealTime)
     return;
   const CodingEffort effort = coders_.effort().current();
-  if (judge_.findsTooSlow(time, gaveWay, effort))
-    coders_.effort().stepDown(effort);
+  coders_.effort().stepDown(effort, judge_.judge(time, gaveWay, effort));
 }
 
 void VideoTrackInput::codeNext() {

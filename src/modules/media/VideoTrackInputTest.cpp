@@ -153,7 +153,7 @@ TEST_F(StuckTrackTest, easesTheEffortWhenPicturesGiveWayForOneAndAHalfSeconds) {
   released = release.get_future();
   VideoTrackInput longer(wanted, coders, state, sink);
   appendFor(longer, 1900);
-  EXPECT_EQ(coders.effort().current(), CodingEffort::reduced);
+  EXPECT_EQ(coders.effort().current(), CodingEffort::least);
   release.set_value();
   longer.stop();
   EXPECT_TRUE(failures.empty());
