@@ -83,6 +83,8 @@ struct StreamConfiguration {
 struct ScreenSample {
   std::optional<Picture> image;
   MediaTime presentationTime; // host clock
+  // The picture is the one of the sample that this output got before.
+  bool isUnchanged = false;
 };
 
 class ScreenSampleOutput {
@@ -99,8 +101,8 @@ class ScreenStreamDelegate {
   virtual void streamDidStopWithError() = 0;
 };
 
-// Delivers pictures of the content whenever it has changed, at most one per frame interval and the first at
-// once; unchanged pictures are not delivered. Methods on any thread.
+// Delivers the picture of the content at each frame interval, the first at once. One that has not changed is
+// said to be so, and left out while its output is behind. Methods on any thread.
 class ScreenStream {
  public:
   virtual ~ScreenStream() = default;

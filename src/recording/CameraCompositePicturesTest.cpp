@@ -51,6 +51,22 @@ TEST_F(CameraCompositePicturesTest, OfTwoPicturesInOneSlotOnlyTheFirstIsWritten)
   EXPECT_EQ(file().appends(), "1@0/10 2@1/10");
 }
 
+TEST_F(CameraCompositePicturesTest, AnUnchangedPictureIsWrittenAgainAndNotRenderedAgain) {
+  makeAttached();
+  deliver(1, 0ms);
+  streams.streams[0]->deliver(
+      {.image = numberedPicture(1), .presentationTime = hostTime(100ms), .isUnchanged = true});
+  EXPECT_EQ(file().appends(), "1@0/10 1@1/10");
+  EXPECT_EQ(file().renderCount, 1u);
+}
+
+TEST_F(CameraCompositePicturesTest, APictureThatTheWriterHasNotSeenIsRenderedWhateverIsSaidOfIt) {
+  makeAttached();
+  streams.streams[0]->deliver(
+      {.image = numberedPicture(1), .presentationTime = hostTime(0ms), .isUnchanged = true});
+  EXPECT_EQ(file().appends(), "1@0/10");
+}
+
 TEST_F(CameraCompositePicturesTest, AHeartbeatRepeatsThePictureThatPacingHeldBack) {
   makeAttached();
   deliver(1, 0ms);

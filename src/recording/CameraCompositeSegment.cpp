@@ -96,7 +96,7 @@ void CameraCompositeSegment::appendVideo(const ScreenSample& sample) {
 
   const MediaTime gridTime =
       RecordingFrameTimeline::presentationTime(sample.presentationTime, firstHostTime_, frameInterval_);
-  ScreenPicture snapshot = gridTime.isNumeric() ? videoInput_->render(sample.image->view) : nullptr;
+  ScreenPicture snapshot = gridTime.isNumeric() ? snapshotOf(sample) : nullptr;
   if (!snapshot)
     return fail("screen-snapshot");
   lastSourceVideoTime_ = gridTime;
@@ -107,6 +107,12 @@ void CameraCompositeSegment::appendVideo(const ScreenSample& sample) {
   // Of two pictures in one slot of the grid the first is written; the other is what a heartbeat repeats.
   if (clearsLastFrame(gridTime) && appendFrame(snapshot, gridTime))
     frameWasWritten(gridTime);
+}
+
+// An unchanged picture is handed over as the same object, which the coder repeats at next to no cost.
+CameraCompositeSegment::ScreenPicture CameraCompositeSegment::snapshotOf(const ScreenSample& sample) {
+  return sample.isUnchanged && lastScreenSnapshot_ ? lastScreenSnapshot_
+                                                   : videoInput_->render(sample.image->view);
 }
 
 bool CameraCompositeSegment::beginSession(MediaTime sourceTime) {

@@ -90,6 +90,7 @@ class CameraCompositeSegment final : public ScreenSampleOutput,
   void addCameraTrack(const CameraCompositeSetup& setup);
   CameraCompositeAudioLane makeAudioLane(RecordingAudioLane lane);
 
+  ScreenPicture snapshotOf(const ScreenSample& sample);
   bool beginSession(MediaTime sourceTime);
   void appendVideo(const ScreenSample& sample);
   bool fillGap(const ScreenPicture& previous, MediaTime gridTime);

@@ -14,7 +14,7 @@
 
 namespace tessarin {
 
-// Takes note of everything a stream delivers.
+// Takes note of every picture that a stream delivers; one that is unchanged is only counted.
 class StreamReceiver final : public ScreenSampleOutput {
  public:
   struct Delivery {
@@ -26,6 +26,14 @@ class StreamReceiver final : public ScreenSampleOutput {
   explicit StreamReceiver(bool keepsPixels = true) : keepsPixels_(keepsPixels) {}
 
   void screenSample(const ScreenSample& sample) override {
+    if (sample.isUnchanged) {
+      const std::lock_guard lock(mutex_);
+      unchanged_.push_back(sample.presentationTime);
+      isUnchangedAlike_ = isUnchangedAlike_ &&
+                          (!keepsPixels_ || areSame(pixelsOf(sample.image->view), deliveries_.back().pixels));
+      changed_.notify_all();
+      return;
+    }
     Delivery delivery{keepsPixels_ ? pixelsOf(sample.image->view) : Pixels(),
                       frameCounter::read(sample.image->view), sample.presentationTime};
     const std::lock_guard lock(mutex_);
@@ -39,6 +47,15 @@ class StreamReceiver final : public ScreenSampleOutput {
   std::size_t count() const {
     const std::lock_guard lock(mutex_);
     return deliveries_.size();
+  }
+  // The times of the samples that were said to be unchanged, and whether they all were.
+  std::vector<MediaTime> unchanged() const {
+    const std::lock_guard lock(mutex_);
+    return unchanged_;
+  }
+  bool isUnchangedAlike() const {
+    const std::lock_guard lock(mutex_);
+    return isUnchangedAlike_;
   }
   std::vector<Delivery> deliveries() const {
     const std::lock_guard lock(mutex_);
@@ -75,6 +92,8 @@ class StreamReceiver final : public ScreenSampleOutput {
   std::vector<Delivery> deliveries_;
   std::vector<Picture> held_;
   bool isHolding_ = false;
+  std::vector<MediaTime> unchanged_;
+  bool isUnchangedAlike_ = true;
 };
 
 class StreamEnd final : public ScreenStreamDelegate {

@@ -95,13 +95,18 @@ class PointerShape {
 
 const Arguments photo = {"--style", "override", "--paint", "photo", "--size", "640x481"};
 
-TEST_F(Stream, DeliversTheScreenAtOnceAndThenOnlyWhatHasChanged) {
+TEST_F(Stream, DeliversTheScreenAtOnceAndTellsApartWhatHasChanged) {
   start();
   auto& window = open(photo);
   beginStream();
   ASSERT_TRUE(receiver->hasCome(1));
   EXPECT_TRUE(areSame(receiver->last().pixels, screen()));
   EXPECT_FALSE(receiver->hasCome(2, silence));
+  // Meanwhile the same picture comes at every interval, or nearly so on a busy machine.
+  const auto unchanged = receiver->unchanged();
+  EXPECT_GT(unchanged.size(), static_cast<std::size_t>(silence / 1ms * 60 / 1000 / 2));
+  EXPECT_TRUE(std::is_sorted(unchanged.begin(), unchanged.end()));
+  EXPECT_TRUE(receiver->isUnchangedAlike());
   open({"--style", "override", "--colour", "ff123456", "--size", "33x17", "--at", "600,11"});
   EXPECT_TRUE(becomesScreen());
   // The same once more is no change, though it has been painted.
@@ -381,6 +386,7 @@ TEST_F(Stream, FollowsAWindowUntilItIsClosed) {
   window.command("move 100 100"); // the same picture elsewhere
   cover.command("paint ff333333");
   EXPECT_FALSE(receiver->hasCome(count + 1, silence));
+  EXPECT_FALSE(receiver->unchanged().empty());
   window.command("resize 80 50");
   EXPECT_TRUE(
       receiver->becomes([](const Pixels& pixels) { return pixels.width == 80 && pixels.height == 50; }));

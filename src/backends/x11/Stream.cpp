@@ -148,8 +148,7 @@ class X11ScreenStream final : public ScreenStream {
         // What changes after a tick belongs to the next one.
         lastTick = std::max(lastTick, ticks.tickAt(knownChange));
       }
-      const bool isDue = (capture_->hasChanged() && !outputs_.isEmpty()) ||
-                         (capture_->hasPresent() && outputs_.isAnyWaiting());
+      const bool isDue = !outputs_.isEmpty() && (capture_->hasChanged() || capture_->hasPresent());
       const auto tick = ticks.tickAt(now());
       if (isDue && tick > lastTick) {
         sample(ticks, tick);
@@ -160,7 +159,7 @@ class X11ScreenStream final : public ScreenStream {
         // Between now and a tick that will be sampled anyway, events can wait.
         wait(ticks.sampleTime(lastTick + 1), false);
       } else {
-        wait(outputs_.isEmpty() ? std::nullopt : capture_->pointerLookTime(), true);
+        wait(std::nullopt, true);
       }
     }
   }

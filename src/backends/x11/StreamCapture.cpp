@@ -165,16 +165,13 @@ void StreamCapture::noteChange(std::int64_t when) {
   }
 }
 
-std::optional<std::int64_t> StreamCapture::pointerLookTime() const {
-  if (!cursor_) {
-    return std::nullopt;
-  }
+std::int64_t StreamCapture::pointerLookTime() const {
   return lastLook_ + (lastLook_ - lastSilentMotion_ < frequentLooksEnd ? frequentLooks : rareLooks);
 }
 
 void StreamCapture::lookAtPointer() {
   const auto now = nanoseconds(clock_);
-  if (hasChanged_ || !cursor_ || now < *pointerLookTime()) {
+  if (hasChanged_ || !cursor_ || now < pointerLookTime()) {
     return;
   }
   lastLook_ = now;

@@ -29,10 +29,7 @@ class StreamCapture {
   bool hasChanged() const { return hasChanged_; }
   std::int64_t changedAt() const { return changedAt_; }
 
-  // When the pointer has to be looked at next, for what moves it without an event; nothing when it is not to
-  // be seen. lookAtPointer() does so when it is time.
-  std::optional<std::int64_t> pointerLookTime() const;
-  // Throws DesktopFailure.
+  // Looks at the pointer from time to time, for what moves it without an event. Throws DesktopFailure.
   void lookAtPointer();
 
   // Takes the picture as it is now. True when it differs from the present one, which it then replaces. While
@@ -50,6 +47,7 @@ class StreamCapture {
   void handle(const xcb_generic_event_t& event);
   std::int64_t timeOf(const xcb_generic_event_t& event) const;
   void noteChange(std::int64_t when);
+  std::int64_t pointerLookTime() const;
   bool isPointerElsewhere();
   bool readPicture(const PixelRect& wanted);
   void finishPicture(const PixelRect& area, const PixelRect& wanted);

@@ -25,25 +25,25 @@ bool StreamOutputs::isEmpty() const {
   return entries_.empty();
 }
 
-bool StreamOutputs::isAnyWaiting() const {
-  const std::lock_guard lock(mutex_);
-  return std::any_of(entries_.begin(), entries_.end(), [](const Entry& entry) { return entry.isWaiting; });
-}
-
 // Under the lock, so that removing an output waits for a hand-over that is under way.
 void StreamOutputs::deliver(const std::function<Picture()>& picture, MediaTime presentationTime,
-                            bool onlyToWaiting) {
+                            bool isUnchanged) {
   const std::lock_guard lock(mutex_);
   std::optional<ScreenSample> sample;
   for (auto& entry : entries_) {
-    if (onlyToWaiting && !entry.isWaiting) {
+    const bool isRepeated = isUnchanged && !entry.isNew;
+    if (isRepeated && entry.isBehind->exchange(true)) {
       continue;
     }
     if (!sample) {
       sample = ScreenSample{picture(), presentationTime};
     }
-    entry.isWaiting = false;
-    entry.queue->async([output = entry.output, sample = *sample] {
+    sample->isUnchanged = isRepeated;
+    entry.isNew = false;
+    entry.queue->async([output = entry.output, sample = *sample, isBehind = entry.isBehind] {
+      if (sample.isUnchanged) {
+        *isBehind = false;
+      }
       if (const auto receiver = output.lock()) {
         receiver->screenSample(sample);
       }

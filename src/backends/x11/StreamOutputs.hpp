@@ -4,6 +4,7 @@
 #include "base/SerialQueue.hpp"
 #include "ports/Capture.hpp"
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -19,18 +20,19 @@ class StreamOutputs {
   void remove(const ScreenSampleOutput* output);
 
   bool isEmpty() const;
-  // Whether there is an output that has had no picture yet.
-  bool isAnyWaiting() const;
 
-  // Hands a picture to the outputs' queues, or only to those that have had none.
-  void deliver(const std::function<Picture()>& picture, MediaTime presentationTime, bool onlyToWaiting);
+  // Hands a picture to the outputs' queues. One that is unchanged since the last delivery is left out where
+  // the one before it still waits, so that a queue that is behind does not fill up.
+  void deliver(const std::function<Picture()>& picture, MediaTime presentationTime, bool isUnchanged);
 
  private:
   struct Entry {
     std::weak_ptr<ScreenSampleOutput> output;
     const ScreenSampleOutput* identity = nullptr;
     SerialQueue* queue = nullptr;
-    bool isWaiting = true;
+    bool isNew = true; // has had no picture yet
+    // Of the unchanged pictures handed over, whether one has not been taken yet.
+    std::shared_ptr<std::atomic<bool>> isBehind = std::make_shared<std::atomic<bool>>(false);
   };
 
   mutable std::mutex mutex_;
