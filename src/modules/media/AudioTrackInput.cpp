@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <new>
 #include <utility>
 
@@ -13,6 +14,8 @@ namespace {
 
 // How much may wait for the coder, in seconds: 1 / 2.
 constexpr std::int64_t waitingPartOfSecond = 2;
+// Frames; centuries, so that sums of times never overflow.
+constexpr std::int64_t farthestTime = std::int64_t{1} << 50;
 
 std::span<const float> floatsOf(const PcmView& pcm, std::int64_t skipped) {
   const auto channels = static_cast<std::size_t>(pcm.channelCount);
@@ -63,7 +66,7 @@ bool AudioTrackInput::takes(const AudioSample& sample) const {
 bool AudioTrackInput::append(const AudioSample& sample) {
   const MediaTime start = (sample.presentationTime - sessionStart_).convertedTo(settings_.sampleRate);
   // The disk may have fallen behind since the caller found the input ready.
-  if (!takes(sample) || !start.isNumeric() || !hasRoom())
+  if (!takes(sample) || !start.isNumeric() || std::abs(start.value()) > farthestTime || !hasRoom())
     return false;
   {
     const std::lock_guard lock(mutex_);

@@ -92,6 +92,10 @@ TEST_F(AudioTrackInputTest, refusesSamplesOfAnotherForm) {
   odd = sample(480);
   odd.presentationTime = MediaTime();
   EXPECT_FALSE(input.append(odd));
+  for (const std::int64_t sign : {-1, 1}) {
+    odd.presentationTime = MediaTime(sign * ((std::int64_t{1} << 50) + 1), 48000);
+    EXPECT_FALSE(input.append(odd)) << "beyond all times";
+  }
   odd = sample(480);
   odd.pcm.frameCount = 481;
   EXPECT_FALSE(input.append(odd)) << "more than it holds";
