@@ -11,6 +11,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdlib>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -99,7 +100,7 @@ class AudioStream final : public DeviceStream, private ConnectionListener {
   const DeviceEndHandler onEnd_;
 
   // The loop's:
-  pw_stream* stream_ = nullptr; // used by the data thread until it is destroyed, as is
+  pw_stream* stream_ = nullptr; // used by the data thread until it is destroyed
   spa_hook hook_{};
   bool isListening_ = false;
   Settling settling_;

@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <system_error>
+#include <thread>
 
 namespace tessarin::pipewire {
 
@@ -17,6 +19,8 @@ namespace {
 
 // Far longer than any name that a server gives.
 constexpr std::size_t longestText = 1024;
+// Usually some milliseconds.
+constexpr auto contextPatience = std::chrono::milliseconds(1000);
 
 // The library is set up with the first connection and kept: taking it down costs more than the process's end.
 // What it has to say would stand among the program's own diagnostics, so that it speaks only when asked to.
@@ -64,6 +68,60 @@ std::string namedIn(const char* value) {
   }
   return {};
 }
+
+// Making a context may ask the session bus, and waits for it without end, so that it is left to a thread that
+// can be left behind.
+class ContextMaking {
+ public:
+  struct Result {
+    pw_thread_loop* loop = nullptr; // the caller's, as is
+    pw_context* context = nullptr;
+  };
+
+  // Both or none.
+  static Result run(const char* configuration) {
+    const auto making = std::make_shared<ContextMaking>();
+    try {
+      std::thread([making, configuration] { making->make(configuration); }).detach();
+    } catch (const std::system_error&) {
+      return {};
+    }
+    std::unique_lock lock(making->mutex_);
+    making->isAbandoned_ =
+        !making->done_.wait_for(lock, contextPatience, [&making] { return making->result_.has_value(); });
+    return making->isAbandoned_ ? Result() : *making->result_;
+  }
+
+ private:
+  void make(const char* configuration) {
+    Result made;
+    made.loop = pw_thread_loop_new("tessarin-sound", nullptr);
+    if (made.loop) {
+      auto* properties = pw_properties_new(PW_KEY_CONFIG_NAME, configuration, nullptr);
+      made.context = pw_context_new(pw_thread_loop_get_loop(made.loop), properties, 0);
+    }
+    const std::lock_guard lock(mutex_);
+    if (isAbandoned_ || !made.context) {
+      destroy(made);
+      made = {};
+    }
+    result_ = made;
+    done_.notify_one();
+  }
+  static void destroy(const Result& made) {
+    if (made.context) {
+      pw_context_destroy(made.context);
+    }
+    if (made.loop) {
+      pw_thread_loop_destroy(made.loop);
+    }
+  }
+
+  std::mutex mutex_;
+  std::condition_variable done_;
+  std::optional<Result> result_; // guarded by mutex_, as is
+  bool isAbandoned_ = false;
+};
 
 } // namespace
 
@@ -130,14 +188,14 @@ Connection::~Connection() {
 }
 
 void Connection::connect() {
-  loop_.reset(pw_thread_loop_new("tessarin-sound", nullptr));
-  // The first has the library ask for a data thread that is served before others; it may not be installed.
-  for (const char* configuration : {"client-rt.conf", "client.conf"}) {
-    if (loop_ && !context_) {
-      auto* properties = pw_properties_new(PW_KEY_CONFIG_NAME, configuration, nullptr);
-      context_ = pw_context_new(loop(), properties, 0);
-    }
+  // The first has the library ask for a data thread that is served before others; it may not be installed,
+  // and those who are asked may not answer.
+  auto made = ContextMaking::run("client-rt.conf");
+  if (!made.context) {
+    made = ContextMaking::run("client.conf");
   }
+  loop_.reset(made.loop);
+  context_ = made.context;
   wake_ = loop_ ? pw_loop_add_event(loop(), &Events::wake, this) : nullptr;
   if (!context_ || !wake_ || pw_thread_loop_start(loop_.get()) < 0) {
     fail(CaptureDeviceError::unavailable);
