@@ -109,7 +109,7 @@ int main(int count, char** words) {
     char ignored[256];
     for (;;) {
       if (!waitForInput(flashing ? arguments.flashInterval * 1000 : -1)) {
-        tessarin::flashAndBeep(*flashing, *studio->player);
+        tessarin::flashAndBeep(*flashing, {studio->player.get()});
       } else if (read(STDIN_FILENO, ignored, sizeof ignored) <= 0) {
         return 0;
       }

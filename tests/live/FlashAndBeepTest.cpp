@@ -69,7 +69,7 @@ TEST_P(FlashAndBeep, ComeWithTheSameTime) {
                           : devices_->openMicrophone(std::nullopt, sound.handler(), sound.endHandler());
   opened->start();
   ASSERT_TRUE(sound.hears(channelRate / 2));
-  const auto moment = flashAndBeep(*window_, *source);
+  const auto moment = flashAndBeep(*window_, {source.get()});
   ASSERT_TRUE(sound.hears(channelRate / 4));
   const auto heard = sound.firstLouderThan(0.2F);
   const auto seen = firstWhite();

@@ -4,12 +4,13 @@
 #include "support/PrivateSoundServer.hpp"
 
 #include <cstdint>
+#include <vector>
 
 namespace tessarin {
 
-// A flash of light and a beep at the same moment, by a window and a player or microphone. Returns when both
-// have begun. Yields the moment of both in nanoseconds on the monotonic clock; they are within a few
-// milliseconds of it.
-std::int64_t flashAndBeep(TestClient& window, TestSource& sound);
+// A flash of light and beeps at the same moment, by a window and by players and microphones. Returns when all
+// have begun. Yields their moment in nanoseconds on the monotonic clock, as the first source tells it; they
+// are within a few milliseconds of it.
+std::int64_t flashAndBeep(TestClient& window, const std::vector<TestSource*>& sounds);
 
 } // namespace tessarin

@@ -1,0 +1,47 @@
+#include "RecordingProcess.hpp"
+
+#include "base/Text.hpp"
+
+#include <stdexcept>
+
+namespace tessarin {
+
+RecordingProcess::RecordingProcess(const std::string& sessionID, const std::string& requestJSON,
+                                   const Environment& environment)
+    : sessionID_(sessionID),
+      process_({TESSARIN_PROGRAM, "record", "--request-json", encodedBase64(requestJSON)},
+               {.environment = environment, .hasInput = true}) {}
+
+json::Document RecordingProcess::nextEvent(std::chrono::milliseconds limit) {
+  const std::optional<std::string> line = process_.readLine(limit);
+  if (!line)
+    throw std::runtime_error("the recording says nothing more");
+  return json::Document(*line);
+}
+
+void RecordingProcess::waitFor(const std::string& phase) {
+  for (;;) {
+    const json::Document event = waitForEvent("stateChanged");
+    if (event.root().member("phase")->string() == phase)
+      return;
+  }
+}
+
+json::Document RecordingProcess::waitForEvent(const std::string& name) {
+  for (;;) {
+    json::Document event = nextEvent();
+    const std::string found = event.root().member("event")->string();
+    if (found == name)
+      return event;
+    if (found == "failed" || found == "completed" || found == "cancelled")
+      throw std::runtime_error("the recording ended with " + found);
+  }
+}
+
+void RecordingProcess::send(const std::string& command) {
+  if (!process_.writeLine(R"({"schemaVersion":2,"command":")" + command + R"(","sessionId":")" + sessionID_ +
+                          "\"}"))
+    throw std::runtime_error("the recording reads no more");
+}
+
+} // namespace tessarin

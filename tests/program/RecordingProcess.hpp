@@ -1,0 +1,38 @@
+#pragma once
+
+#include "base/JsonDocument.hpp"
+#include "support/PrivateDesktop.hpp"
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tessarin {
+
+// A running `record` of the built program, driven as a host does. One thread.
+class RecordingProcess {
+ public:
+  using Environment = std::vector<std::pair<std::string, std::string>>;
+
+  // The request as JSON; its session identifier goes into every control line.
+  RecordingProcess(const std::string& sessionID, const std::string& requestJSON,
+                   const Environment& environment);
+
+  // The next event; throws std::runtime_error when there is none within the time.
+  json::Document nextEvent(std::chrono::milliseconds limit = std::chrono::seconds(20));
+  // Reads events until the session says that it is in the phase. Throws std::runtime_error when it ends
+  // before.
+  void waitFor(const std::string& phase);
+  // Reads events until one of that name comes; throws when none does.
+  json::Document waitForEvent(const std::string& name);
+  void send(const std::string& command);
+  ChildProcess& process() { return process_; }
+
+ private:
+  const std::string sessionID_;
+  ChildProcess process_;
+};
+
+} // namespace tessarin
