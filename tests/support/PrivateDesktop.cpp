@@ -325,9 +325,12 @@ void PrivateDesktop::waitFor(const std::string& manager) const {
   }
 }
 
+// Keeps the display's number until the end, so that no other server takes it and answers in its place.
 void PrivateDesktop::killServer() {
+  char owner[12];
+  std::snprintf(owner, sizeof owner, "%10d\n", getpid());
+  std::ofstream(lockFile(), std::ios::in) << owner;
   server_->end(SIGKILL);
-  removeTraces();
 }
 
 void PrivateDesktop::killWindowManager() {
@@ -341,13 +344,15 @@ std::vector<std::pair<std::string, std::string>> PrivateDesktop::environment() c
 
 // What a server that was killed leaves behind.
 void PrivateDesktop::removeTraces() const {
-  const auto number = display_.substr(1);
-  const auto lock = "/tmp/.X" + number + "-lock";
   pid_t owner = 0;
-  if (std::ifstream(lock) >> owner && owner == server_->pid()) {
-    unlink(lock.c_str());
-    unlink(("/tmp/.X11-unix/X" + number).c_str());
+  if (std::ifstream(lockFile()) >> owner && (owner == server_->pid() || owner == getpid())) {
+    unlink(("/tmp/.X11-unix/X" + display_.substr(1)).c_str());
+    unlink(lockFile().c_str());
   }
+}
+
+std::string PrivateDesktop::lockFile() const {
+  return "/tmp/.X" + display_.substr(1) + "-lock";
 }
 
 } // namespace tessarin

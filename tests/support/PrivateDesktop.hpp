@@ -103,6 +103,7 @@ class PrivateDesktop {
  private:
   std::vector<std::pair<std::string, std::string>> environment() const;
   void removeTraces() const;
+  std::string lockFile() const;
 
   std::unique_ptr<ChildProcess> server_;
   std::string display_;
