@@ -93,31 +93,32 @@ std::chrono::nanoseconds monotonicNow() {
   return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
 }
 
-// Returns when the child has ended, or the time is up. The child is not collected.
-void awaitEnd(pid_t child, std::chrono::milliseconds timeLimit) {
+// Waits until the child has ended, for so long at most; false when it has not. The child is not collected.
+bool awaitEnd(pid_t child, std::chrono::milliseconds timeLimit) {
   const int descriptor = static_cast<int>(syscall(SYS_pidfd_open, child, 0));
   if (descriptor < 0)
-    return; // a kernel without them: as if the time were up
+    return false; // a kernel without them: as if the time were up
   const auto end = monotonicNow() + timeLimit;
-  for (;;) {
+  int result = 0;
+  do {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - monotonicNow()).count();
     pollfd ended{.fd = descriptor, .events = POLLIN, .revents = 0};
-    const int result = left > 0 ? poll(&ended, 1, static_cast<int>(left)) : 0;
-    if (result >= 0 || errno != EINTR)
-      break;
-  }
+    result = left > 0 ? poll(&ended, 1, static_cast<int>(left)) : 0;
+  } while (result < 0 && errno == EINTR);
   close(descriptor);
+  return result > 0;
 }
 
-// A child that has ended already keeps its status.
-bool endsWithSuccess(pid_t child) {
-  kill(child, SIGKILL);
+// A child that has ended already keeps its status. One that even a kill does not end sits in its driver: it
+// is left to whatever that waits for, rather than to keep a recording waiting.
+bool endsWithSuccess(pid_t child, std::chrono::milliseconds timeLimit) {
+  constexpr std::chrono::seconds longestEnd{2};
+  if (!awaitEnd(child, timeLimit)) {
+    kill(child, SIGKILL);
+    awaitEnd(child, longestEnd);
+  }
   int status = 0;
-  pid_t collected = 0;
-  do
-    collected = waitpid(child, &status, 0);
-  while (collected < 0 && errno == EINTR);
-  return collected == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  return waitpid(child, &status, WNOHANG) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 } // namespace
@@ -149,8 +150,7 @@ bool EncoderProbe::runProgram(const std::string& encoderName) const {
     const std::optional<pid_t> child = SpawnSetup().spawn(program, encoderName);
     if (!child)
       return false;
-    awaitEnd(*child, options_.timeLimit);
-    return endsWithSuccess(*child);
+    return endsWithSuccess(*child, options_.timeLimit);
   }
   return false;
 }

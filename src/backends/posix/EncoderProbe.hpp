@@ -27,7 +27,8 @@ class EncoderProbe {
   EncoderProbe& operator=(const EncoderProbe&) = delete;
 
   // By the encoder's name in the codec library. May take as long as the time limit for the first one who
-  // asks; the answer stays the same. No child process is left behind.
+  // asks; the answer stays the same. No child process is left behind but one that its driver holds fast even
+  // when it is killed, for which nobody waits.
   bool works(const std::string& encoderName);
 
  private:
