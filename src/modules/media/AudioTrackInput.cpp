@@ -12,8 +12,9 @@ namespace tessarin::media {
 
 namespace {
 
-// How much may wait for the coder, in seconds: 1 / 2.
-constexpr std::int64_t waitingPartOfSecond = 2;
+// How much may wait for the coder, in seconds. A server of sound that has stood still hands over all at once
+// what it missed, faster than it can be coded; that is some seconds, at 384 kB each.
+constexpr std::int64_t mostWaiting = 10;
 // Frames; centuries, so that sums of times never overflow.
 constexpr std::int64_t farthestTime = std::int64_t{1} << 50;
 
@@ -44,7 +45,7 @@ bool AudioTrackInput::hasRoom() const {
   if (isFinished_ || !state_.isWriting())
     return false;
   const std::lock_guard lock(mutex_);
-  return waitingFrames_ * waitingPartOfSecond < settings_.sampleRate;
+  return waitingFrames_ < mostWaiting * settings_.sampleRate;
 }
 
 std::unique_ptr<ReadinessObservation> AudioTrackInput::observeReadiness(std::function<void()> handler) {
@@ -83,9 +84,10 @@ std::optional<AudioTrackInput::Waiting> AudioTrackInput::nextWaiting(bool& freed
     return std::nullopt;
   Waiting waiting = std::move(line_.front());
   line_.pop_front();
-  const bool wasFull = waitingFrames_ * waitingPartOfSecond >= settings_.sampleRate;
+  const std::int64_t full = mostWaiting * settings_.sampleRate;
+  const bool wasFull = waitingFrames_ >= full;
   waitingFrames_ -= static_cast<std::int64_t>(waiting.sample.pcm.frameCount);
-  freedRoom = wasFull && waitingFrames_ * waitingPartOfSecond < settings_.sampleRate;
+  freedRoom = wasFull && waitingFrames_ < full;
   return waiting;
 }
 

@@ -17,7 +17,7 @@
 
 namespace tessarin::media {
 
-// One sound track of a writer. Samples wait as they are, half a second of them at most, and are placed in
+// One sound track of a writer. Samples wait as they are, ten seconds of them at most, and are placed in
 // time and coded on a thread of the track's own.
 class AudioTrackInput final : public AudioInput {
  public:

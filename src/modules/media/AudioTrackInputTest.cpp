@@ -38,10 +38,13 @@ class AudioTrackInputTest : public testing::Test {
                          [this](const auto&) { ++failures; }}};
 };
 
-TEST_F(AudioTrackInputTest, isNotReadyWhileHalfASecondWaits) {
-  // One that the coder is busy with, so that the others wait.
+TEST_F(AudioTrackInputTest, isNotReadyWhileTenSecondsWait) {
+  // With the first one or two the coder is busy, so that the others wait.
+  std::int64_t appended = 0;
   while (input.isReadyForMoreMediaData())
-    ASSERT_TRUE(input.append(sample(4800)));
+    ASSERT_TRUE(input.append(sample(4800, MediaTime(appended++, 10))));
+  EXPECT_GE(appended, 100);
+  EXPECT_LE(appended, 102);
   EXPECT_FALSE(input.append(sample(1)));
   int calls = 0;
   std::promise<void> ready;
