@@ -1,0 +1,234 @@
+// Recordings of all sources by the built program: what is left of one whose sources or servers go, and the
+// finished files of one that was paused.
+
+#include "DesktopFixture.hpp"
+#include "RecordingProcess.hpp"
+
+#include "support/PrivateSoundServer.hpp"
+#include "support/TemporaryDirectory.hpp"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+namespace tessarin {
+namespace {
+
+using ::testing::ElementsAre;
+
+const std::string sessionID = "0B8C6A52-3C5A-4F1B-9E43-1F2D3C4B5A69";
+
+const std::string microphoneGone =
+    "The selected microphone is unavailable. Finalized screen recording segments were preserved.";
+const std::string cameraGone =
+    "The selected camera is unavailable. Finalized screen recording segments were preserved.";
+const std::string couldNotBeCompleted = "The screen recording could not be completed.";
+
+struct Lanes {
+  bool systemAudio = false;
+  bool microphone = false;
+  bool camera = false;
+};
+
+// A track of a file as an independent reader sees it.
+struct ReadTrack {
+  std::string kind;
+  double milliseconds = 0;
+};
+
+class RecordingSourcesTest : public DesktopFixture {
+ protected:
+  RecordingSourcesTest() { std::filesystem::create_directory(session()); }
+
+  std::string session() const { return directory / sessionID; }
+
+  RecordingProcess record(const Lanes& lanes) const {
+    const auto flag = [](const std::string& name, bool isOn) {
+      return "\"" + name + "\":" + (isOn ? "true" : "false") + ",";
+    };
+    auto environment = sound.environment();
+    environment.emplace_back("DISPLAY", desktop.display());
+    return {sessionID,
+            R"({"sessionId":")" + sessionID + R"(","kind":"display","displayId":")" + displayID() +
+                R"(","rectPoints":{"x":0,"y":0,"width":1,"height":1},"outputDirectory":")" + session() +
+                R"(","settings":{)" + flag("systemAudio", lanes.systemAudio) +
+                flag("microphone", lanes.microphone) + flag("camera", lanes.camera) +
+                R"("cameraPosition":"bottomRight","showsCursor":false,"showMouseClicks":false,)"
+                R"("frameRate":30,"quality":"standard","outputScale":"original"}})",
+            environment};
+  }
+
+  // Follows the recording to its end, which is a failure, and which comes before long.
+  static void expectFailure(RecordingProcess& recording, const std::string& code,
+                            const std::string& message) {
+    const json::Document failed = recording.waitForEvent("failed");
+    const json::Value error = *failed.root().member("error");
+    EXPECT_EQ(error.member("code")->string(), code);
+    EXPECT_EQ(error.member("message")->string(), message);
+    EXPECT_TRUE(error.member("recoverable")->boolean());
+    expectEnd(recording, 1);
+  }
+  // The program ends, and no process that it has started stays behind it.
+  static void expectEnd(RecordingProcess& recording, int status) {
+    EXPECT_EQ(recording.process().waitForEnd(std::chrono::seconds(5)), status);
+    EXPECT_TRUE(::kill(-recording.process().pid(), 0) == -1 && errno == ESRCH);
+  }
+
+  // The files that the manifest lists.
+  std::vector<std::string> manifestSegments() const {
+    std::ifstream file(session() + "/native-manifest.json");
+    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const json::Document manifest(text);
+    const json::Value segments = *manifest.root().member("segments");
+    std::vector<std::string> paths;
+    for (std::size_t i = 0; i < segments.arraySize(); ++i)
+      paths.push_back(segments.at(i).member("path")->string());
+    return paths;
+  }
+
+  std::vector<ReadTrack> tracksOf(const std::string& path) const {
+    std::istringstream lines(desktop.run(
+        {"ffprobe", "-v", "error", "-show_entries", "stream=codec_type,duration", "-of", "csv=p=0", path}));
+    std::vector<ReadTrack> tracks;
+    for (std::string line; std::getline(lines, line);) {
+      const std::size_t comma = line.find(',');
+      tracks.push_back({line.substr(0, comma), std::stod(line.substr(comma + 1)) * 1000});
+    }
+    return tracks;
+  }
+  std::vector<std::string> kindsOf(const std::string& path) const {
+    std::vector<std::string> kinds;
+    for (const ReadTrack& track : tracksOf(path))
+      kinds.push_back(track.kind);
+    return kinds;
+  }
+  // Every coded picture of the file can be decoded; their number.
+  int picturesOf(const std::string& path) const {
+    return std::stoi(desktop.run({"ffprobe", "-v", "error", "-count_frames", "-select_streams", "v:0",
+                                  "-show_entries", "stream=nb_read_frames", "-of", "csv=p=0", path}));
+  }
+
+  const std::vector<std::string> fourTracks = {"video", "video", "audio", "audio"};
+
+  TemporaryDirectory directory;
+  PrivateSoundServer sound;
+  const std::unique_ptr<TestClient> animation =
+      desktop.client({"--style", "override", "--paint", "counter", "--fps", "30", "--size", "320x240"});
+  std::unique_ptr<TestSource> player = sound.source({"player", "--amplitude", "0.25"});
+  std::unique_ptr<TestSource> microphone = sound.source({"microphone", "--amplitude", "0.25"});
+  std::unique_ptr<TestSource> camera = sound.source({"camera"});
+};
+
+TEST_F(RecordingSourcesTest, AnUnpluggedMicrophoneEndsTheRecordingAndItsSegmentIsKept) {
+  RecordingProcess recording = record({.systemAudio = true, .microphone = true, .camera = true});
+  recording.waitForEvent("healthChanged"); // a second has been recorded
+  microphone->unplug();
+  expectFailure(recording, "microphoneUnavailable", microphoneGone);
+  const std::string segment = session() + "/segments/segment-0000.mp4";
+  EXPECT_THAT(manifestSegments(), ElementsAre(segment));
+  EXPECT_EQ(kindsOf(segment), fourTracks);
+  EXPECT_GE(picturesOf(segment), 10);
+}
+
+TEST_F(RecordingSourcesTest, AnUnpluggedCameraEndsTheRecordingAndItsSegmentsCanBeRead) {
+  RecordingProcess recording = record({.systemAudio = true, .microphone = true, .camera = true});
+  recording.waitForEvent("healthChanged");
+  recording.send("pause");
+  recording.waitFor("paused");
+  recording.send("resume");
+  recording.waitForEvent("healthChanged");
+  camera->unplug();
+  expectFailure(recording, "cameraUnavailable", cameraGone);
+  // Whether the second segment could still be finished depends on the screen's next picture.
+  const std::vector<std::string> kept = manifestSegments();
+  ASSERT_FALSE(kept.empty());
+  EXPECT_EQ(kept.front(), session() + "/segments/segment-0000.mp4");
+  for (const std::string name : {"segment-0000.mp4", "segment-0001.mp4"}) {
+    const std::string segment = session() + "/segments/" + name;
+    EXPECT_EQ(kindsOf(segment), fourTracks);
+    EXPECT_GE(picturesOf(segment), 10);
+  }
+}
+
+TEST_F(RecordingSourcesTest, AMicrophoneThatGoesDuringAPauseEndsTheRecordingAtOnce) {
+  RecordingProcess recording = record({.microphone = true});
+  recording.waitForEvent("healthChanged");
+  recording.send("pause");
+  recording.waitFor("paused");
+  microphone->unplug();
+  expectFailure(recording, "microphoneUnavailable", microphoneGone);
+  EXPECT_THAT(manifestSegments(), ElementsAre(session() + "/segments/segment-0000.mp4"));
+}
+
+TEST_F(RecordingSourcesTest, ADeadSoundServerEndsARecordingOfTheComputersSound) {
+  RecordingProcess recording = record({.systemAudio = true});
+  recording.waitForEvent("healthChanged");
+  sound.killServer();
+  expectFailure(recording, "recordingFailed", couldNotBeCompleted);
+  const std::string segment = session() + "/segments/segment-0000.mp4";
+  EXPECT_THAT(manifestSegments(), ElementsAre(segment));
+  EXPECT_THAT(kindsOf(segment), ElementsAre("video", "audio"));
+  EXPECT_GE(picturesOf(segment), 10);
+}
+
+TEST_F(RecordingSourcesTest, ADeadSoundServerIsAMicrophoneThatIsGone) {
+  RecordingProcess recording = record({.systemAudio = true, .microphone = true});
+  recording.waitForEvent("healthChanged");
+  sound.killServer();
+  expectFailure(recording, "microphoneUnavailable", microphoneGone);
+  const std::string segment = session() + "/segments/segment-0000.mp4";
+  EXPECT_THAT(manifestSegments(), ElementsAre(segment));
+  EXPECT_THAT(kindsOf(segment), ElementsAre("video", "audio", "audio"));
+}
+
+TEST_F(RecordingSourcesTest, ADeadDisplayServerEndsTheRecordingAndItsSegmentIsKept) {
+  RecordingProcess recording = record({.systemAudio = true, .microphone = true, .camera = true});
+  recording.waitForEvent("healthChanged");
+  desktop.killServer();
+  expectFailure(recording, "recordingFailed", couldNotBeCompleted);
+  EXPECT_THAT(manifestSegments(), ElementsAre(session() + "/segments/segment-0000.mp4"));
+}
+
+// Each finished track is as long as the segments' pictures together.
+TEST_F(RecordingSourcesTest, APausedRecordingOfAllSourcesEndsWithFilesOfTheSegmentsLength) {
+  RecordingProcess recording = record({.systemAudio = true, .microphone = true, .camera = true});
+  recording.waitForEvent("healthChanged");
+  recording.send("pause");
+  recording.waitFor("paused");
+  recording.send("resume");
+  recording.waitForEvent("healthChanged");
+  recording.send("stop");
+  const json::Document completed = recording.waitForEvent("completed");
+  expectEnd(recording, 0);
+
+  double sum = 0;
+  ASSERT_EQ(manifestSegments().size(), 2U);
+  for (const std::string& segment : manifestSegments()) {
+    EXPECT_EQ(kindsOf(segment), fourTracks);
+    sum += tracksOf(segment).at(0).milliseconds;
+  }
+  EXPECT_GE(sum, 2000);
+  struct Row {
+    std::string file;
+    std::vector<std::string> kinds;
+  };
+  for (const Row& row :
+       {Row{"screen.mp4", {"video"}}, Row{"camera.mp4", {"video"}}, Row{"system-audio.m4a", {"audio"}},
+        Row{"microphone.m4a", {"audio"}}, Row{"recording.mp4", {"video", "audio", "audio"}}}) {
+    EXPECT_EQ(kindsOf(session() + "/" + row.file), row.kinds) << row.file;
+    for (const ReadTrack& track : tracksOf(session() + "/" + row.file))
+      EXPECT_NEAR(track.milliseconds, sum, 1) << row.file;
+  }
+  const json::Value tracks = *completed.root().member("tracks");
+  ASSERT_EQ(tracks.arraySize(), 4U);
+  for (std::size_t i = 0; i < tracks.arraySize(); ++i)
+    EXPECT_NEAR(tracks.at(i).member("durationMs")->number(), sum, 1);
+}
+
+} // namespace
+} // namespace tessarin
