@@ -165,7 +165,7 @@ class X11ScreenStream final : public ScreenStream {
   }
 
   void sample(const StreamTicks& ticks, std::int64_t tick) {
-    const auto presentationTime = MediaTime::nanoseconds(ticks.time(tick));
+    const auto presentationTime = MediaTime::nanoseconds(ticks.stamp(tick));
     const auto picture = [this] { return capture_->present(); };
     if (capture_->hasChanged() && capture_->takePicture()) {
       outputs_.deliver(picture, presentationTime, false);

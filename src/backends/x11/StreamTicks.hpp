@@ -6,7 +6,9 @@
 
 namespace tessarin::x11 {
 
-// When a stream samples, and how it stamps what it sampled: tick k stands for the time start + k * interval.
+// When a stream samples, and how it stamps what it sampled: tick k is the time start + k * interval, and what
+// is sampled there has been to be seen since some moment of the interval before, so it is stamped with the
+// middle of that. Stamps are then right on average, not late, which keeps pictures and sound together.
 //
 // The sampling moment may lie up to half an interval off its tick. Content that changes as regularly as the
 // grid, and just around the sampling moment, would now be missed and now be taken twice by the least jitter;
@@ -19,6 +21,8 @@ class StreamTicks {
 
   // The nominal time of a tick.
   std::int64_t time(std::int64_t tick) const;
+  // The time that a tick's picture is given.
+  std::int64_t stamp(std::int64_t tick) const { return time(tick) - period_ / 2; }
   // The moment at which a tick is sampled.
   std::int64_t sampleTime(std::int64_t tick) const { return time(tick) + offset_; }
   // The latest tick that may be sampled at this time; ticks before it are missed for good.

@@ -18,6 +18,12 @@ TEST(StreamTicks, StandsOnTheExactGridHoweverLongItRuns) {
   EXPECT_EQ(ticks.time(60LL * 86'400), 1000 + 86'400'000'000'000);
 }
 
+TEST(StreamTicks, StampsWithTheMiddleOfTheIntervalBefore) {
+  const StreamTicks ticks(1'000'000'000, MediaTime(1, 50));
+  EXPECT_EQ(ticks.stamp(0), 990'000'000);
+  EXPECT_EQ(ticks.stamp(50), 1'990'000'000);
+}
+
 TEST(StreamTicks, TakesTheLatestTickThatIsDue) {
   const StreamTicks ticks(0, MediaTime(1, 60));
   EXPECT_EQ(ticks.tickAt(0), 0);
