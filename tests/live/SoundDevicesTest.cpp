@@ -4,10 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include <linux/capability.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -20,6 +23,32 @@ using namespace std::chrono_literals;
 using List = std::vector<CaptureDevice>;
 // Longer than the backend's own patience with a server, and still not long.
 constexpr auto bounded = 4s;
+
+// This thread, and those that it starts, may not give themselves a priority, as with an ordinary user.
+class WithoutPriority {
+ public:
+  WithoutPriority() {
+    exchange(&before_, nullptr);
+    auto without = before_;
+    without[0].effective &= ~(1U << CAP_SYS_NICE);
+    exchange(nullptr, &without);
+  }
+  ~WithoutPriority() { exchange(nullptr, &before_); }
+  WithoutPriority(const WithoutPriority&) = delete;
+  WithoutPriority& operator=(const WithoutPriority&) = delete;
+
+ private:
+  using Capabilities = std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3>;
+  static void exchange(Capabilities* read, const Capabilities* written) {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    if ((read && syscall(SYS_capget, &header, read->data()) != 0) ||
+        (written && syscall(SYS_capset, &header, written->data()) != 0)) {
+      throw std::runtime_error("the capabilities cannot be changed");
+    }
+  }
+
+  Capabilities before_{};
+};
 
 class SoundDevices : public ::testing::Test {
  protected:
@@ -159,6 +188,22 @@ TEST_F(SoundDevices, AreNotThereWhenSomethingElseListens) {
   ASSERT_EQ(listen(listener, 1), 0);
   expectNothing(bounded);
   close(listener);
+}
+
+// The library asks the bus for the priority of its data thread where it may not take that by itself.
+TEST_F(SoundDevices, AreThereThoughTheSessionBusDoesNotAnswer) {
+  start();
+  const auto microphone = server->source({"microphone", "--name", "mic.a", "--description", "A"});
+  server->stopBus();
+  const WithoutPriority unprivileged;
+  EXPECT_LT(durationOf([&] {
+              EXPECT_EQ(devices->devices(MediaKind::audio), (List{{"mic.a", "A", true}}));
+            }),
+            bounded);
+  SoundReceiver receiver;
+  const auto stream = devices->openMicrophone("mic.a", receiver.handler(), receiver.endHandler());
+  stream->start();
+  EXPECT_TRUE(receiver.hears(4800));
 }
 
 TEST_F(SoundDevices, AreThereAgainWithTheServer) {

@@ -233,6 +233,51 @@ TEST_F(SoundStreams, EndOnceEachWhenTheServerIsGone) {
   EXPECT_FALSE(devices->isReachable());
 }
 
+TEST_F(SoundStreams, MayLoseTheServerWhileTheyStop) {
+  for (const auto head : {0ms, 1ms, 5ms}) {
+    SCOPED_TRACE(head.count());
+    SoundReceiver heard;
+    SoundReceiver played;
+    {
+      const auto source = server.source(microphone);
+      const auto hearing = devices->openMicrophone(std::nullopt, heard.handler(), heard.endHandler());
+      const auto playingBack = devices->openSystemAudio(played.handler(), played.endHandler());
+      hearing->start();
+      playingBack->start();
+      ASSERT_TRUE(heard.hears(4800));
+      std::thread death([&] { server.killServer(); });
+      std::this_thread::sleep_for(head);
+      EXPECT_LT(durationOf([&] {
+                  hearing->stop();
+                  playingBack->stop();
+                }),
+                500ms);
+      death.join();
+    }
+    EXPECT_LE(heard.endCount(), 1);
+    EXPECT_LE(played.endCount(), 1);
+    EXPECT_FALSE(heard.hasComeAfterEnd());
+    EXPECT_FALSE(played.hasComeAfterEnd());
+    server.restartServer();
+  }
+}
+
+TEST_F(SoundStreams, DoNotBeginWithoutWhatWasOpened) {
+  const auto source = server.source(microphone);
+  const auto hearing = openMicrophone();
+  source->unplug();
+  EXPECT_LT(
+      durationOf([&] { EXPECT_EQ(errorOf([&] { hearing->start(); }), CaptureDeviceError::unavailable); }),
+      4s);
+  const auto playingBack = openSystemAudio();
+  server.killServer();
+  EXPECT_LT(
+      durationOf([&] { EXPECT_EQ(errorOf([&] { playingBack->start(); }), CaptureDeviceError::unavailable); }),
+      4s);
+  EXPECT_EQ(receiver.endCount(), 0);
+  EXPECT_EQ(receiver.frameCount(), 0U);
+}
+
 TEST_F(SoundStreams, RunBesideEachOther) {
   const auto source = server.source(with(microphone, {"--amplitude", "0.25"}));
   const auto playing = server.source(player);

@@ -175,6 +175,9 @@ PrivateSoundServer::~PrivateSoundServer() {
   if (server_) {
     goOn();
   }
+  if (bus_ && bus_->isRunning()) {
+    kill(bus_->pid(), SIGCONT);
+  }
   pulse_.reset();
   manager_.reset();
   server_.reset();
@@ -296,6 +299,10 @@ void PrivateSoundServer::goOn() {
   if (server_->isRunning()) {
     kill(server_->pid(), SIGCONT);
   }
+}
+
+void PrivateSoundServer::stopBus() {
+  kill(bus_->pid(), SIGSTOP);
 }
 
 ProcessEnvironment::ProcessEnvironment(const std::vector<std::pair<std::string, std::string>>& variables) {

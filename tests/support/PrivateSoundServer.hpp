@@ -84,6 +84,8 @@ class PrivateSoundServer {
   // The server stands still: it accepts connections and answers nothing, until goOn().
   void stopAnswering();
   void goOn();
+  // The same of the session bus, for good.
+  void stopBus();
 
  private:
   void writeConfiguration(const Options& options) const;

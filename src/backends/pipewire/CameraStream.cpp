@@ -208,7 +208,7 @@ bool CameraStream::connect() {
   auto* properties = pw_properties_new(PW_KEY_MEDIA_TYPE, "Video", PW_KEY_MEDIA_CATEGORY, "Capture",
                                        PW_KEY_MEDIA_ROLE, "Camera", PW_KEY_NODE_DONT_RECONNECT, "true",
                                        "target.object", node_.name.c_str(), nullptr);
-  stream_ = pw_stream_new(connection_->core(), "camera", properties);
+  stream_ = pw_stream_new(connection_->core(), "tessarin-camera", properties);
   if (!stream_) {
     return false;
   }

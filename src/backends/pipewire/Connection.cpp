@@ -175,6 +175,7 @@ Connection::Connection() {
     // The first answer comes behind the devices, the second behind the defaults, which are asked for when
     // the object that holds them shows up.
     if (!roundTrip() || !roundTrip()) {
+      const std::lock_guard lock(mutex_);
       fail(refusal_.value_or(CaptureDeviceError::unavailable));
     }
   } catch (...) {
