@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 #include <thread>
 
@@ -362,6 +363,33 @@ TEST_F(SoundStreams, LoseNothingWhenTheHandlerIsLate) {
   stream->stop();
   expectTone();
   expectWhole(receiver);
+}
+
+// Longer than anything waits for it.
+TEST_F(SoundStreams, KeepTheirTimesBehindWhatWasLost) {
+  const auto source = server.source(silentMicrophone);
+  std::atomic<bool> isToBeLate = false;
+  const auto stream = devices->openMicrophone(
+      std::nullopt,
+      [&](const AudioSample& sample) {
+        if (isToBeLate.exchange(false)) {
+          std::this_thread::sleep_for(3s);
+        }
+        receiver.handler()(sample);
+      },
+      receiver.endHandler());
+  stream->start();
+  ASSERT_TRUE(receiver.hears(second / 2));
+  isToBeLate = true;
+  // What the ring held, and a little of what came behind the hole.
+  ASSERT_TRUE(receiver.hears(second * 3));
+  EXPECT_LT(receiver.coverage(), 0.95);
+  const auto beep = source->beep();
+  ASSERT_TRUE(receiver.hears(second / 4));
+  const auto heard = receiver.firstLouderThan(0.2F);
+  ASSERT_TRUE(heard);
+  EXPECT_LT(std::abs(*heard - beep), 5 * millisecond);
+  expectWellFormed();
 }
 
 } // namespace
