@@ -159,6 +159,37 @@ TEST_F(MediaWriterFile, growsWithAStillPictureToo) {
   EXPECT_LT(bytes / 225, 200U) << "next to nothing for a repeated picture";
 }
 
+// A still camera's coder is far ahead of one that codes a screen in motion.
+TEST_F(MediaWriterFile, holdsTheOtherTracksPicturesBackUntilThoseOfTheFirstAreThere) {
+  video = smallVideo();
+  writer = rig.makeWriter("a.mp4");
+  input = writer->addVideoInput(video);
+  VideoInput* const other = writer->addVideoInput(video);
+  ASSERT_TRUE(input != nullptr && other != nullptr);
+  ASSERT_TRUE(writer->startWriting());
+  writer->startSession(MediaTime::zero());
+  std::vector<MediaTime> ends, otherEnds;
+  rig.files.setObserver([&](const FaultyFileSystem::Event& event) {
+    if (event.operation != FileOperation::sync)
+      return;
+    movie = rig.movie("a.mp4");
+    ends.push_back(movie.tracks.at(0).start + movie.tracks[0].duration);
+    otherEnds.push_back(movie.tracks.at(1).start + movie.tracks[1].duration);
+  });
+  const auto still = other->render(Painting(128, 96).view());
+  for (int i = 0; i < 250; ++i)
+    ASSERT_TRUE(appendPatiently(*writer, *other, still, MediaTime(i, 10)));
+  appendFrames(250);
+  other->markAsFinished();
+  finishFile();
+  ASSERT_GE(ends.size(), 3U);
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(ends[i], MediaTime(1 + 10 * static_cast<std::int64_t>(i), 1));
+    EXPECT_EQ(otherEnds[i], ends[i]) << i;
+  }
+  EXPECT_EQ(rig.movie("a.mp4").tracks.at(1).samples.size(), 250U);
+}
+
 TEST_F(MediaWriterFile, mayHoldOnePicture) {
   begin();
   ASSERT_TRUE(append(MediaTime(0, 10)));

@@ -120,23 +120,25 @@ void MediaWriter::write(std::size_t track, CodedPicture picture, std::int64_t ti
       sound.input->giveUpBefore(silentBefore.convertedTo(sound.input->sampleRate()).value());
   }
   const std::size_t bytes = picture.sample.size();
-  onFileQueue(bytes,
-              [this, track, picture = std::move(picture), time] { movie_->append(track, picture, time); });
+  onFileQueue(bytes, [this, track, picture = std::move(picture), time]() mutable {
+    movie_->append(track, std::move(picture), time);
+  });
 }
 
 // On a sound track's thread.
 void MediaWriter::write(std::size_t track, CodedSound sound) {
   const std::size_t bytes = sound.data.size();
-  onFileQueue(bytes, [this, track, sound = std::move(sound)] { movie_->append(track, sound); });
+  onFileQueue(bytes,
+              [this, track, sound = std::move(sound)]() mutable { movie_->append(track, std::move(sound)); });
 }
 
 // Has coded bytes written.
 template<class Work> void MediaWriter::onFileQueue(std::size_t bytes, Work work) {
   state_.addUnwritten(bytes);
-  fileQueue_->async([this, bytes, work = std::move(work)] {
+  fileQueue_->async([this, bytes, work = std::move(work)]() mutable {
     // What was coded before a failure is kept.
     if (state_.status() != MediaWriterStatus::cancelled)
-      onFile(work);
+      onFile([&work] { work(); });
     if (state_.removeUnwritten(bytes))
       notifyReadiness();
   });

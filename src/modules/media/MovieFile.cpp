@@ -21,6 +21,11 @@ std::size_t firstVideoTrack(const std::vector<MovieTrack>& tracks) {
   return static_cast<std::size_t>(found - tracks.begin());
 }
 
+// What is held of the track.
+template<class Held> Held& heldOf(std::vector<Held>& all, std::size_t track) {
+  return *std::find_if(all.begin(), all.end(), [&](const Held& each) { return each.track == track; });
+}
+
 } // namespace
 
 MovieTrack videoTrack(const container::SampleDescription& description) {
@@ -46,6 +51,8 @@ MovieFile::MovieFile(FileSystem& files, std::string path, const FragmentInterval
   for (const MovieTrack& track : tracks) {
     if (track.setup.kind == container::TrackKind::audio)
       sounds_.push_back({setups.size(), track.setup, {}, 0, 0});
+    else if (setups.size() != leadingTrack_)
+      otherPictures_.push_back({setups.size(), {}});
     setups.push_back(track.setup);
   }
   writer_.emplace(*file_, setups);
@@ -53,12 +60,14 @@ MovieFile::MovieFile(FileSystem& files, std::string path, const FragmentInterval
     writer_->setDescription(track, tracks[track].description);
 }
 
-void MovieFile::append(std::size_t track, const CodedPicture& picture, std::int64_t time) {
-  writer_->append(track, picture.sample, time, 0, picture.isKey);
-  if (track != leadingTrack_)
+void MovieFile::append(std::size_t track, CodedPicture picture, std::int64_t time) {
+  if (track != leadingTrack_) {
+    heldOf(otherPictures_, track).held.push_back({std::move(picture), time});
     return;
-  for (HeldSound& sound : sounds_)
-    release(sound, MediaTime(time, videoTimescale).convertedTo(sound.setup.timescale).value());
+  }
+  writer_->append(track, picture.sample, time, 0, picture.isKey);
+  leadingTime_ = time;
+  releaseAll(time);
   // The writer holds the key back, so what it flushes ends before it.
   if (!picture.isKey || time < fragmentDue_)
     return;
@@ -69,9 +78,7 @@ void MovieFile::append(std::size_t track, const CodedPicture& picture, std::int6
 void MovieFile::append(std::size_t track, CodedSound sound) {
   if (sound.sizes.empty())
     return;
-  const auto of = std::find_if(sounds_.begin(), sounds_.end(),
-                               [&](const HeldSound& each) { return each.track == track; });
-  of->held.push_back(std::move(sound));
+  heldOf(sounds_, track).held.push_back(std::move(sound));
 }
 
 // Lets the packets into the file that begin before the frame.
@@ -93,12 +100,29 @@ void MovieFile::release(HeldSound& sound, std::int64_t frame) {
   }
 }
 
+// Lets the pictures into the file that are shown no later than the time.
+void MovieFile::release(HeldPictures& pictures, std::int64_t time) {
+  for (auto& held = pictures.held; !held.empty() && held.front().time <= time; held.pop_front())
+    writer_->append(pictures.track, held.front().picture.sample, held.front().time, 0,
+                    held.front().picture.isKey);
+}
+
+void MovieFile::releaseAll(std::int64_t time) {
+  for (HeldPictures& pictures : otherPictures_)
+    release(pictures, time);
+  for (HeldSound& sound : sounds_)
+    release(sound, MediaTime(time, videoTimescale).convertedTo(sound.setup.timescale).value());
+}
+
 void MovieFile::flush() {
+  releaseAll(leadingTime_);
   writer_->flushFragment();
 }
 
 void MovieFile::finish(const std::vector<std::int64_t>& endTimes) {
   std::vector<std::int64_t> mediaEnds = endTimes;
+  for (HeldPictures& pictures : otherPictures_)
+    release(pictures, endTimes[pictures.track]);
   for (HeldSound& sound : sounds_) {
     release(sound, endTimes[sound.track]);
     mediaEnds[sound.track] += sound.setup.presentationStart;

@@ -33,17 +33,17 @@ MovieTrack videoTrack(const container::SampleDescription& description);
 MovieTrack audioTrack(const container::SampleDescription& description, std::int32_t sampleRate);
 
 // The growing file: when its fragments end. A fragment begins at a key picture of the first video track, the
-// first one at or after the interval since the fragment before. Sound is coded ahead of the pictures, and is
-// held back until they are there, so that the file never has more of it: what a crash or a failure leaves
-// ends with its pictures, and so does the finished file. Confined to one thread at a time. All operations
-// throw FileFailure and container::ContainerFailure.
+// first one at or after the interval since the fragment before. Coders are at different times: what sound and
+// the other video tracks have ahead of the first one's pictures is held back until those are there, so that
+// what a crash or a failure leaves ends with them. Confined to one thread at a time. All operations throw
+// FileFailure and container::ContainerFailure.
 class MovieFile {
  public:
   // Creates the file, which must not exist. At least one track is of video.
   MovieFile(FileSystem& files, std::string path, const FragmentIntervals& intervals,
             const std::vector<MovieTrack>& tracks);
 
-  void append(std::size_t track, const CodedPicture& picture, std::int64_t time);
+  void append(std::size_t track, CodedPicture picture, std::int64_t time);
   void append(std::size_t track, CodedSound sound);
   // Makes durable what has been appended, so that it can be read although the file does not go on.
   void flush();
@@ -60,7 +60,18 @@ class MovieFile {
     std::size_t released = 0; // packets of the first one held
     std::size_t releasedBytes = 0;
   };
+  // The same of a video track but the first.
+  struct HeldPictures {
+    struct Held {
+      CodedPicture picture;
+      std::int64_t time = 0;
+    };
+    std::size_t track = 0;
+    std::deque<Held> held;
+  };
   void release(HeldSound& sound, std::int64_t frame);
+  void release(HeldPictures& pictures, std::int64_t time);
+  void releaseAll(std::int64_t time);
 
   FileSystem& files_;
   const std::string path_;
@@ -68,8 +79,10 @@ class MovieFile {
   std::unique_ptr<OpenFile> file_;
   std::optional<container::FragmentedMovieWriter> writer_;
   std::int64_t fragmentDue_;
-  std::size_t leadingTrack_; // the first of video
+  std::size_t leadingTrack_;     // the first of video
+  std::int64_t leadingTime_ = 0; // of its last picture
   std::vector<HeldSound> sounds_;
+  std::vector<HeldPictures> otherPictures_;
 };
 
 } // namespace tessarin::media
