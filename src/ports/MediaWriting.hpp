@@ -36,6 +36,9 @@ struct AudioSettings {
   std::int32_t sampleRate = 48000; // frames per second
   std::int32_t channelCount = 2;
   std::int64_t bitRate = 192000; // bits per second
+  // Sound comes as it happens, and all at once when what brings it has stood still: much may wait for the
+  // coder then. Otherwise little does, since the source can wait.
+  bool expectsMediaDataInRealTime = true;
 
   bool operator==(const AudioSettings&) const = default;
 };

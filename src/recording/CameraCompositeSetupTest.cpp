@@ -70,7 +70,8 @@ TEST_F(CameraCompositeSetupTest, AddsTheTracksInTheOrderOfTheFile) {
                                                   .maximumKeyFrameInterval = 10,
                                                   .allowFrameReordering = false,
                                                   .expectsMediaDataInRealTime = true}));
-  const AudioSettings aac{.sampleRate = 48000, .channelCount = 2, .bitRate = 192000};
+  const AudioSettings aac{
+      .sampleRate = 48000, .channelCount = 2, .bitRate = 192000, .expectsMediaDataInRealTime = true};
   EXPECT_EQ(file().track(2).audio, aac);
   EXPECT_EQ(file().track(3).audio, aac);
   EXPECT_THAT(file().calls, IsEmpty());

@@ -107,7 +107,8 @@ SegmentRecording::SegmentRecording(MediaModuleRig& rig, const std::string& name,
     require(videos_.back() != nullptr, "no track of video");
   }
   for (std::size_t i = 0; i < lanes; ++i) {
-    lanes_.push_back(writer_->addAudioInput({}));
+    // Held to half a second, so that what is appended is coded soon.
+    lanes_.push_back(writer_->addAudioInput({.expectsMediaDataInRealTime = false}));
     require(lanes_.back() != nullptr, "no track of sound");
   }
   require(writer_->startWriting(), "no file");

@@ -12,11 +12,15 @@ namespace tessarin::media {
 
 namespace {
 
-// How much may wait for the coder, in seconds. A server of sound that has stood still hands over all at once
-// what it missed, faster than it can be coded; that is some seconds, at 384 kB each.
-constexpr std::int64_t mostWaiting = 10;
 // Frames; centuries, so that sums of times never overflow.
 constexpr std::int64_t farthestTime = std::int64_t{1} << 50;
+
+// Frames that may wait for the coder. A server of sound that has stood still hands over all at once what it
+// missed, faster than it can be coded; that is some seconds, at 384 kB each.
+std::int64_t mostWaiting(const AudioSettings& settings) {
+  constexpr std::int64_t seconds = 10;
+  return settings.expectsMediaDataInRealTime ? seconds * settings.sampleRate : settings.sampleRate / 2;
+}
 
 std::span<const float> floatsOf(const PcmView& pcm, std::int64_t skipped) {
   const auto channels = static_cast<std::size_t>(pcm.channelCount);
@@ -27,9 +31,9 @@ std::span<const float> floatsOf(const PcmView& pcm, std::int64_t skipped) {
 } // namespace
 
 AudioTrackInput::AudioTrackInput(const AudioSettings& settings, WriterState& state, Sink sink)
-    : settings_(settings), state_(state), sink_(std::move(sink)), coder_(makeAacCoder(settings)),
-      sequencer_(*coder_, static_cast<std::size_t>(settings.channelCount)), placement_(settings.sampleRate),
-      queue_(makeThreadQueue("sound-coder")) {}
+    : settings_(settings), mostWaiting_(mostWaiting(settings)), state_(state), sink_(std::move(sink)),
+      coder_(makeAacCoder(settings)), sequencer_(*coder_, static_cast<std::size_t>(settings.channelCount)),
+      placement_(settings.sampleRate), queue_(makeThreadQueue("sound-coder")) {}
 
 AudioTrackInput::~AudioTrackInput() {
   if (!isFinishing_)
@@ -45,7 +49,7 @@ bool AudioTrackInput::hasRoom() const {
   if (isFinished_ || !state_.isWriting())
     return false;
   const std::lock_guard lock(mutex_);
-  return waitingFrames_ < mostWaiting * settings_.sampleRate;
+  return waitingFrames_ < mostWaiting_;
 }
 
 std::unique_ptr<ReadinessObservation> AudioTrackInput::observeReadiness(std::function<void()> handler) {
@@ -84,10 +88,9 @@ std::optional<AudioTrackInput::Waiting> AudioTrackInput::nextWaiting(bool& freed
     return std::nullopt;
   Waiting waiting = std::move(line_.front());
   line_.pop_front();
-  const std::int64_t full = mostWaiting * settings_.sampleRate;
-  const bool wasFull = waitingFrames_ >= full;
+  const bool wasFull = waitingFrames_ >= mostWaiting_;
   waitingFrames_ -= static_cast<std::int64_t>(waiting.sample.pcm.frameCount);
-  freedRoom = wasFull && waitingFrames_ < full;
+  freedRoom = wasFull && waitingFrames_ < mostWaiting_;
   return waiting;
 }
 

@@ -17,8 +17,8 @@
 
 namespace tessarin::media {
 
-// One sound track of a writer. Samples wait as they are, ten seconds of them at most, and are placed in
-// time and coded on a thread of the track's own.
+// One sound track of a writer. Samples wait as they are, ten seconds of them at most, half a second where the
+// source can wait, and are placed in time and coded on a thread of the track's own.
 class AudioTrackInput final : public AudioInput {
  public:
   struct Sink {
@@ -71,6 +71,7 @@ class AudioTrackInput final : public AudioInput {
   template<class Work> void guarded(const Work& work);
 
   const AudioSettings settings_;
+  const std::int64_t mostWaiting_; // frames
   WriterState& state_;
   const Sink sink_;
   ReadinessObservers observers_;

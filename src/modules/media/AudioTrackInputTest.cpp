@@ -59,6 +59,17 @@ TEST_F(AudioTrackInputTest, isNotReadyWhileTenSecondsWait) {
   EXPECT_EQ(failures, 0);
 }
 
+TEST_F(AudioTrackInputTest, letsHalfASecondWaitOfASourceThatCanWait) {
+  AudioTrackInput held({.expectsMediaDataInRealTime = false}, state,
+                       {[this](const CodedSound&) { opened.wait(); }, [](const auto&) {}});
+  std::int64_t appended = 0;
+  while (held.isReadyForMoreMediaData())
+    ASSERT_TRUE(held.append(sample(4800, MediaTime(appended++, 10))));
+  EXPECT_GE(appended, 5);
+  EXPECT_LE(appended, 7);
+  release();
+}
+
 TEST_F(AudioTrackInputTest, isNotReadyWhileTheDiskIsBehind) {
   ASSERT_TRUE(input.isReadyForMoreMediaData());
   state.addUnwritten(WriterState::mostUnwritten + 1);
