@@ -9,12 +9,17 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <thread>
 
 namespace tessarin {
 namespace {
@@ -112,6 +117,18 @@ class RecordingSourcesTest : public DesktopFixture {
     return std::stoi(desktop.run({"ffprobe", "-v", "error", "-count_frames", "-select_streams", "v:0",
                                   "-show_entries", "stream=nb_read_frames", "-of", "csv=p=0", path}));
   }
+  // Of the first sound of a file from a time on, in milliseconds, to its end; 1 is full scale.
+  double peakOf(const std::string& path, double from) const {
+    const std::string samples = desktop.run({"ffmpeg", "-v", "error", "-ss", std::to_string(from / 1000),
+                                             "-i", path, "-f", "s16le", "-c:a", "pcm_s16le", "-"});
+    int peak = 0;
+    for (std::size_t i = 0; i + 1 < samples.size(); i += 2) {
+      const auto low = static_cast<std::uint8_t>(samples[i]);
+      const auto high = static_cast<std::uint8_t>(samples[i + 1]);
+      peak = std::max(peak, std::abs(static_cast<std::int16_t>(low | high << 8)));
+    }
+    return peak / 32768.0;
+  }
 
   const std::vector<std::string> fourTracks = {"video", "video", "audio", "audio"};
 
@@ -184,6 +201,25 @@ TEST_F(RecordingSourcesTest, ADeadSoundServerIsAMicrophoneThatIsGone) {
   const std::string segment = session() + "/segments/segment-0000.mp4";
   EXPECT_THAT(manifestSegments(), ElementsAre(segment));
   EXPECT_THAT(kindsOf(segment), ElementsAre("video", "audio", "audio"));
+}
+
+// It hands over all at once what it missed.
+TEST_F(RecordingSourcesTest, ASoundServerThatStandsStillForAWhileEndsNothing) {
+  RecordingProcess recording = record({.systemAudio = true, .microphone = true, .camera = true});
+  recording.waitForEvent("healthChanged");
+  sound.stopAnswering();
+  std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+  sound.goOn();
+  std::this_thread::sleep_for(std::chrono::milliseconds(700));
+  recording.send("stop");
+  recording.waitForEvent("completed");
+  expectEnd(recording, 0);
+  EXPECT_EQ(kindsOf(session() + "/segments/segment-0000.mp4"), fourTracks);
+  const std::string heard = session() + "/microphone.m4a";
+  const double length = tracksOf(heard).at(0).milliseconds;
+  EXPECT_GE(length, 4000);
+  EXPECT_NEAR(peakOf(heard, 200), 0.25, 0.1);
+  EXPECT_NEAR(peakOf(heard, length - 300), 0.25, 0.1) << "the microphone is heard again";
 }
 
 TEST_F(RecordingSourcesTest, ADeadDisplayServerEndsTheRecordingAndItsSegmentIsKept) {
