@@ -1,4 +1,5 @@
 #include "backends/pipewire/Devices.hpp"
+#include "base/HostClock.hpp"
 
 #include "live/SoundTesting.hpp"
 
@@ -83,6 +84,21 @@ TEST_F(SoundStreams, BringAnyFormatAsFloatStereoAtItsTrueLevel) {
     expectWhole(heard);
     stream->stop();
     EXPECT_EQ(heard.endCount(), 0);
+  }
+}
+
+TEST_F(SoundStreams, AreHeardFromTheirStartOn) {
+  const auto source = server.source(microphone);
+  for (const bool isMicrophone : {true, false, true, false}) {
+    SoundReceiver heard;
+    const auto stream = isMicrophone
+                            ? devices->openMicrophone(std::nullopt, heard.handler(), heard.endHandler())
+                            : devices->openSystemAudio(heard.handler(), heard.endHandler());
+    stream->start();
+    const auto started = MonotonicHostClock().now().value();
+    ASSERT_TRUE(heard.hears(4800));
+    // Two buffers of the size that is asked for.
+    EXPECT_LT(heard.buffers().front().time - started, 43 * millisecond);
   }
 }
 

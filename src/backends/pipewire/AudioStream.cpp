@@ -28,6 +28,9 @@ constexpr auto startPatience = std::chrono::milliseconds(3000);
 constexpr std::int64_t settlingTime = 60'000'000;
 constexpr std::int64_t longestSettling = 400'000'000;
 constexpr std::int64_t settlingTolerance = 4'000'000;
+// How long a start waits for that. A device that takes longer to bring its first buffers is heard later.
+constexpr auto settlingPatience = std::chrono::milliseconds(500);
+
 // Waits until the told times of successive buffers fit each other.
 class Settling {
  public:
@@ -91,6 +94,7 @@ class AudioStream final : public DeviceStream, private ConnectionListener {
   void takeBuffers(); // on the data thread
   void deliverAll();
   void deliver(const BufferRecord& record);
+  void noteSettled();
   std::int64_t toldTime(const BufferRecord& record) const;
   std::int64_t missingBefore(const BufferRecord& record);
 
@@ -111,8 +115,9 @@ class AudioStream final : public DeviceStream, private ConnectionListener {
 
   std::mutex mutex_;
   std::condition_variable changed_;
-  Stage stage_ = Stage::idle; // guarded by mutex_, as is
+  Stage stage_ = Stage::idle; // guarded by mutex_, as are
   CaptureDeviceError failure_ = CaptureDeviceError::unavailable;
+  bool isSettled_ = false;
 };
 
 struct AudioStream::Events {
@@ -178,6 +183,8 @@ void AudioStream::start() {
   std::unique_lock lock(mutex_);
   changed_.wait_for(lock, startPatience, [this] { return stage_ != Stage::starting; });
   if (stage_ == Stage::running) {
+    // What is heard from the return on is delivered.
+    changed_.wait_for(lock, settlingPatience, [this] { return isSettled_ || stage_ != Stage::running; });
     return;
   }
   const auto failure = failure_;
@@ -300,6 +307,7 @@ void AudioStream::deliver(const BufferRecord& record) {
   if (!settling_.isDone()) {
     settling_.take(toldTime(record), record.frameCount);
     last_ = record;
+    noteSettled();
     return;
   }
   const auto time =
@@ -313,6 +321,14 @@ void AudioStream::deliver(const BufferRecord& record) {
   sample.presentationTime = MediaTime::nanoseconds(time);
   sample.owner = std::move(samples);
   onSample_(sample);
+}
+
+void AudioStream::noteSettled() {
+  if (settling_.isDone()) {
+    const std::lock_guard lock(mutex_);
+    isSettled_ = true;
+    changed_.notify_all();
+  }
 }
 
 // When the buffer's first frame was heard, as the graph tells it. What a cycle brings of a microphone was
