@@ -31,9 +31,12 @@ class RecordingServiceHealthTest : public ::testing::Test {
   }
   ~RecordingServiceHealthTest() override { join(); }
 
-  // Returns when the session, behind the steps before, waits for a line under watch.
-  void startAndWait() {
+  // Returns when the session, behind the steps before, waits for a line under watch. The next step, if there
+  // is one, is what it does behind that line.
+  void startAndWait(const std::function<void()>& next = nullptr) {
     rig.then([this] { reached_.set_value(); });
+    if (next)
+      rig.then(next);
     session_ = std::thread([this] { status = rig.run(); });
     reached_.get_future().wait();
     while (rig.scheduler.timerCount() < 2) // the writer's heartbeat and the watch
@@ -143,6 +146,25 @@ TEST_F(RecordingServiceHealthTest, AMicrophoneThatHasEndedIsKnownBeforeItIsMisse
   EXPECT_EQ(status, 1);
   EXPECT_EQ(rig.lastEvent(), microphoneUnavailable);
   EXPECT_THAT(rig.events(), Not(Contains(HasSubstr("healthChanged"))));
+}
+
+TEST_F(RecordingServiceHealthTest, AResumeWhileRecordingLeavesTheWatchAlone) {
+  std::promise<void> resumed;
+  startAndWait([&] { resumed.set_value(); });
+  const auto all = [&] {
+    hear(rig.microphone(), 0.5F);
+    hear(rig.systemAudio(), 0.5F);
+    see();
+  };
+  pass(2, all);
+  rig.send("resume");
+  resumed.get_future().wait();
+  EXPECT_EQ(rig.scheduler.timerCount(), 2U);
+  pass(2, all);
+  EXPECT_THAT(rig.events(), Contains(allHealthy).Times(1)) << "a watch that begins anew reports anew";
+  pass(8, [] {});
+  join();
+  EXPECT_EQ(rig.lastEvent(), microphoneUnavailable) << "it goes on";
 }
 
 TEST_F(RecordingServiceHealthTest, AnHourOfPauseIsNoStallOfAnyLane) {

@@ -93,6 +93,32 @@ TEST(RecordingServiceTiming, AStopWhilePausedAnswersBeforeTheStreamHasStopped) {
             "tessarin-native recording-stream-stop-summary streamStopMs=40 streamStopFailed=0");
 }
 
+TEST(RecordingServiceTiming, AStopThatFailsWaitsForTheStreamBeforeItTells) {
+  Rig rig;
+  rig.makeQueue = makeThreadQueue;
+  Moment finishing;
+  Moment stopped;
+  bool wasStoppedBefore = false;
+  rig.onEvent = [&](const std::string& event) {
+    if (isEvent(event, "failed"))
+      wasStoppedBefore = stopped.hasCome();
+  };
+  rig.then([&] {
+    rig.record(1s);
+    rig.segment(0).onFinish = [&](ScriptedMediaFile&) { finishing.come(); };
+    rig.segment(0).completes = false;
+    rig.stream().onStop = [&] {
+      finishing.await();
+      stopped.come();
+    };
+    rig.send("stop");
+  });
+  EXPECT_EQ(rig.run(), 1);
+  EXPECT_TRUE(wasStoppedBefore);
+  EXPECT_EQ(rig.lastDiagnostics(), "tessarin-native recording-failed stage=stop-finalize "
+                                   "nativeCode=recordingFailed");
+}
+
 // Each begins before any goes on; `begins` says for a file's name whether its work begins with that event.
 void expectAllAtOnce(
     const std::vector<std::string>& names,
