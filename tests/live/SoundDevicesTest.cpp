@@ -13,6 +13,7 @@
 #include <array>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 
@@ -49,6 +50,11 @@ class WithoutPriority {
 
   Capabilities before_{};
 };
+
+// How many entries a directory has.
+std::ptrdiff_t countOf(const char* directory) {
+  return std::distance(std::filesystem::directory_iterator(directory), std::filesystem::directory_iterator());
+}
 
 class SoundDevices : public ::testing::Test {
  protected:
@@ -204,6 +210,41 @@ TEST_F(SoundDevices, AreThereThoughTheSessionBusDoesNotAnswer) {
   const auto stream = devices->openMicrophone("mic.a", receiver.handler(), receiver.endHandler());
   stream->start();
   EXPECT_TRUE(receiver.hears(4800));
+}
+
+TEST_F(SoundDevices, LeaveNoDescriptorOrThreadBehind) {
+  start();
+  const auto microphone = server->source({"microphone", "--name", "mic.a"});
+  const auto camera = server->source({"camera", "--name", "cam.a"});
+  const auto use = [](bool isThere) {
+    const auto ignore = [](const auto&) {};
+    const auto end = [] {};
+    for (const auto kind : {'m', 's', 'c'}) {
+      const auto own = pipewire::makeCaptureDevices();
+      EXPECT_EQ(own->isReachable(), isThere);
+      if (isThere) {
+        const auto stream = kind == 'm'   ? own->openMicrophone(std::nullopt, ignore, end)
+                            : kind == 's' ? own->openSystemAudio(ignore, end)
+                                          : own->openCamera(std::nullopt, ignore, end);
+        stream->start();
+      }
+    }
+  };
+  // The library keeps some of what it sets up with the first connection.
+  use(true);
+  const auto descriptors = countOf("/proc/self/fd");
+  const auto threads = countOf("/proc/self/task");
+  for (int i = 0; i < 3; ++i) {
+    use(true);
+  }
+  EXPECT_EQ(countOf("/proc/self/fd"), descriptors);
+  EXPECT_EQ(countOf("/proc/self/task"), threads);
+  server->killServer();
+  for (int i = 0; i < 3; ++i) {
+    use(false);
+  }
+  EXPECT_EQ(countOf("/proc/self/fd"), descriptors);
+  EXPECT_EQ(countOf("/proc/self/task"), threads);
 }
 
 TEST_F(SoundDevices, AreThereAgainWithTheServer) {
