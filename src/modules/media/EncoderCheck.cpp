@@ -88,7 +88,8 @@ class Reader {
     const Bytes configuration = configurationOf(description);
     context_->extradata = static_cast<std::uint8_t*>(
         checkedLibrary(av_mallocz(configuration.size() + AV_INPUT_BUFFER_PADDING_SIZE)));
-    std::memcpy(context_->extradata, configuration.data(), configuration.size());
+    if (!configuration.empty())
+      std::memcpy(context_->extradata, configuration.data(), configuration.size());
     context_->extradata_size = static_cast<int>(configuration.size());
     context_->err_recognition = AV_EF_EXPLODE | AV_EF_BITSTREAM | AV_EF_BUFFER;
     context_->thread_count = 1;

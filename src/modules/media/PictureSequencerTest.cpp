@@ -113,12 +113,13 @@ struct Bench {
 
   std::shared_ptr<const I420Picture> makePicture() const { return std::make_shared<I420Picture>(2, 2); }
 
-  void append(const std::shared_ptr<const I420Picture>& next) {
+  // By value: the picture may be one of those that were appended, which move.
+  void append(std::shared_ptr<const I420Picture> next) {
     appended.push_back(next);
     sequencer.append(next, 10 * static_cast<std::int64_t>(appended.size()));
     waiting = std::max(waiting, appended.size() - shown.size());
   }
-  void append(const std::shared_ptr<const I420Picture>& next, int count) {
+  void append(std::shared_ptr<const I420Picture> next, int count) {
     for (int i = 0; i < count; ++i)
       append(next);
   }
