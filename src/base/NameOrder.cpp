@@ -120,7 +120,7 @@ std::strong_ordering comparePlain(std::u32string_view a, std::u32string_view b) 
     const auto order = restOfA.beginsWithDigit() && restOfB.beginsWithDigit()
                            ? compareValues(restOfA.takeNumber(), restOfB.takeNumber())
                            : restOfA.takeLetter() <=> restOfB.takeLetter();
-    if (order != 0)
+    if (std::is_neq(order))
       return order;
   }
   return restOfB.isEmpty() <=> restOfA.isEmpty();
@@ -136,9 +136,9 @@ std::u32string inSmallLetters(std::u32string text) {
 std::strong_ordering compareNames(std::string_view a, std::string_view b) {
   const std::u32string textOfA = codePoints(a);
   const std::u32string textOfB = codePoints(b);
-  if (const auto order = comparePlain(textOfA, textOfB); order != 0)
+  if (const auto order = comparePlain(textOfA, textOfB); std::is_neq(order))
     return order;
-  if (const auto order = inSmallLetters(textOfA) <=> inSmallLetters(textOfB); order != 0)
+  if (const auto order = inSmallLetters(textOfA) <=> inSmallLetters(textOfB); std::is_neq(order))
     return order;
   // A capital letter comes before its small one in Unicode.
   return textOfB <=> textOfA;

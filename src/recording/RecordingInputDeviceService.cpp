@@ -12,10 +12,10 @@ std::vector<RecordingInputDeviceDTO> RecordingInputDeviceService::devices(MediaK
   for (const CaptureDevice& device : devices_.devices(kind))
     result.push_back(
         {.id = repairedUtf8(device.id), .name = repairedUtf8(device.name), .isDefault = device.isDefault});
-  std::stable_sort(result.begin(), result.end(),
-                   [](const RecordingInputDeviceDTO& a, const RecordingInputDeviceDTO& b) {
-                     return a.isDefault != b.isDefault ? a.isDefault : compareNames(a.name, b.name) < 0;
-                   });
+  std::stable_sort(
+      result.begin(), result.end(), [](const RecordingInputDeviceDTO& a, const RecordingInputDeviceDTO& b) {
+        return a.isDefault != b.isDefault ? a.isDefault : std::is_lt(compareNames(a.name, b.name));
+      });
   return result;
 }
 

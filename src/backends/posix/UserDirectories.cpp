@@ -15,7 +15,7 @@ std::optional<std::string> directoryVariable(const char* name) {
 } // namespace
 
 std::optional<std::string> userCachesDirectory() {
-  if (const auto caches = directoryVariable("XDG_CACHE_HOME"))
+  if (auto caches = directoryVariable("XDG_CACHE_HOME"))
     return caches;
   const auto home = directoryVariable("HOME");
   return home ? std::optional(*home + "/.cache") : std::nullopt;

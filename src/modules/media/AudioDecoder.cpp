@@ -99,9 +99,9 @@ void AudioDecoder::feed(std::int64_t skipped, std::int64_t frames) {
   const int channels = frame_->ch_layout.nb_channels;
   const bool isPlanar = av_sample_fmt_is_planar(format) != 0;
   const std::ptrdiff_t step = std::ptrdiff_t{av_get_bytes_per_sample(format)} * (isPlanar ? 1 : channels);
-  std::vector<const std::uint8_t*> planes;
-  for (int plane = 0; plane < (isPlanar ? channels : 1); ++plane)
-    planes.push_back(frame_->extended_data[plane] + skipped * step);
+  std::vector<const std::uint8_t*> planes(static_cast<std::size_t>(isPlanar ? channels : 1));
+  for (std::size_t plane = 0; plane < planes.size(); ++plane)
+    planes[plane] = frame_->extended_data[plane] + skipped * step;
   convert(planes.data(), frames);
   position_ += frames;
 }

@@ -43,9 +43,9 @@ std::shared_ptr<const I420Picture> paint(const Film& film, std::int64_t number) 
   auto picture = std::make_shared<I420Picture>(film.width, film.height);
   const pixels::I420Planes planes = picture->planes();
   const std::int64_t shift = number * film.width / 16;
-  std::vector<std::uint8_t> bars;
+  std::vector<std::uint8_t> bars(static_cast<std::size_t>(film.width));
   for (std::int32_t x = 0; x < film.width; ++x)
-    bars.push_back(((x + shift) * 8 / film.width) % 2 == 0 ? 60 : 160);
+    bars[static_cast<std::size_t>(x)] = ((x + shift) * 8 / film.width) % 2 == 0 ? 60 : 160;
   for (std::int32_t y = 0; y < film.height; ++y) {
     const auto slope = static_cast<std::uint8_t>(y * 40 / film.height);
     std::ranges::transform(bars, planes.y + y * planes.yStride,
@@ -62,10 +62,10 @@ std::shared_ptr<const I420Picture> paint(const Film& film, std::int64_t number) 
 Bytes configurationOf(const container::SampleDescription& description) {
   for (const std::string_view type : {"avcC", "hvcC"}) {
     const auto code = std::as_bytes(std::span(type));
-    const auto at = std::ranges::search(description.box, code);
-    if (at.empty() || at.begin() - description.box.begin() < 4)
+    const auto at = std::search(description.box.begin(), description.box.end(), code.begin(), code.end());
+    if (at == description.box.end() || at - description.box.begin() < 4)
       continue;
-    const auto head = at.begin() - 4;
+    const auto head = at - 4;
     std::size_t size = 0;
     for (int i = 0; i < 4; ++i)
       size = size << 8 | std::to_integer<std::size_t>(head[i]);

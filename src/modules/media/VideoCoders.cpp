@@ -84,7 +84,10 @@ NamedCoder VideoCoders::make(const VideoSettings& settings) {
     if (encoder.codec != settings.codec || !isUsable(encoder))
       continue;
     try {
-      return {make(encoder, settings), encoder.name};
+      NamedCoder made;
+      made.coder = make(encoder, settings);
+      made.encoderName = encoder.name;
+      return made;
     } catch (const CoderFailure&) {
       if (encoder.kind == EncoderKind::software)
         throw;
