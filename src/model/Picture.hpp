@@ -28,4 +28,22 @@ struct Picture {
   std::shared_ptr<const void> owner;
 };
 
+// A picture with the place of its top left pixel on some plane, in pixels.
+struct PlacedPicture {
+  Picture picture;
+  std::int32_t x = 0;
+  std::int32_t y = 0;
+};
+
+// Straight alpha, sRGB; 0 to 1 each.
+struct Color {
+  double red = 0;
+  double green = 0;
+  double blue = 0;
+  double alpha = 1;
+
+  static constexpr Color gray(double white, double alpha = 1) { return {white, white, white, alpha}; }
+  bool operator==(const Color&) const = default;
+};
+
 } // namespace tessarin

@@ -17,4 +17,18 @@ struct NormalizedVideoPointDTO {
   bool operator==(const NormalizedVideoPointDTO&) const = default;
 };
 
+struct NormalizedVideoRectDTO {
+  double x = 0;
+  double y = 0;
+  double width = 0;
+  double height = 0;
+
+  static constexpr auto fields() {
+    using DTO = NormalizedVideoRectDTO;
+    return json::table(json::field("x", &DTO::x), json::field("y", &DTO::y),
+                       json::field("width", &DTO::width), json::field("height", &DTO::height));
+  }
+  bool operator==(const NormalizedVideoRectDTO&) const = default;
+};
+
 } // namespace tessarin

@@ -2,6 +2,8 @@
 
 #include "ports/MediaWriting.hpp"
 #include "ports/Permissions.hpp"
+#include "ports/SecureInput.hpp"
+#include "ports/Typesetting.hpp"
 
 #include <functional>
 #include <memory>
@@ -42,6 +44,18 @@ struct MediaModule {
 struct PortalModule {
   ModuleHeader header;
   std::unique_ptr<DevicePortal> (*makeDevicePortal)();
+};
+
+// The module "accessibility".
+struct AccessibilityModule {
+  ModuleHeader header;
+  std::unique_ptr<PasswordFocus> (*makePasswordFocus)();
+};
+
+// The module "typesetting".
+struct TypesettingModule {
+  ModuleHeader header;
+  std::unique_ptr<TextTypesetter> (*makeTypesetter)();
 };
 
 } // namespace tessarin
