@@ -29,14 +29,17 @@ class Measured:
     """What one recording of ours cost and said."""
 
 
-def record(desktop, folder, seconds, frame_rate, settings=None):
-    """Records the first display of a desktop (or anything with a host); settings go over the plain ones."""
+def record(desktop, folder, seconds, frame_rate, settings=None, look=None):
+    """Records the first display of a desktop (or anything with a host); settings go over the plain ones. A look is
+    called with the process and whether this is the beginning or the end of what is measured."""
     display = desktop.host.run("list")["displays"][0]
     directory = session_directory(folder)
     result = Measured()
     with desktop.host.record(request_for(display, directory, frame_rate, settings or {})) as recording:
         recording.wait_for("recording")
         pid = recording.process.pid
+        if look:
+            look(pid, True)
         before, start = processor_seconds(pid), time.monotonic()
         memory = []
         while time.monotonic() - start < seconds:
@@ -44,6 +47,8 @@ def record(desktop, folder, seconds, frame_rate, settings=None):
             memory.append(resident_megabytes(pid))
         elapsed = time.monotonic() - start
         result.share = (processor_seconds(pid) - before) / elapsed
+        if look:
+            look(pid, False)
         result.memory = memory
         stopped = time.monotonic()
         recording.send("stop")

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Measures the program against peers on this machine.
 
-Usage: run.py BUILD-FOLDER [name...]   names: stills, recording, still-screen, stop, session, loaded, and stop-long and
-session-long, which record for ten minutes; default all but the long ones. Prints a line a figure: a ratio or a share, its bound, and whether it holds.
+Usage: run.py BUILD-FOLDER [name...]   names: stills, recording, still-screen, stop, session, loaded, trace, index, and
+stop-long and session-long, which record for ten minutes; default all but the long ones. Prints a line a figure: a ratio or a share, its bound, and whether it holds.
 Exits with 1 when a bound is missed.
 """
 import pathlib
@@ -11,6 +11,7 @@ import sys
 import recording
 import session
 import stills
+import tracing
 from harness import Report
 
 benches = {
@@ -20,6 +21,8 @@ benches = {
     "stop": lambda build, report: recording.run_stop(build, report, seconds=60),
     "session": lambda build, report: session.run(build, report, seconds=60),
     "loaded": session.run_loaded,
+    "trace": tracing.run,
+    "index": tracing.run_index,
     "stop-long": lambda build, report: recording.run_stop(build, report, seconds=600),
     "session-long": lambda build, report: session.run(build, report, seconds=600),
 }
