@@ -22,6 +22,7 @@ using namespace tessarin;
 constexpr std::int64_t eventCount = 400'000;
 constexpr std::int64_t intervalMs = 33;
 constexpr std::int64_t dwellThresholdMs = 800;
+constexpr auto captureTopLeft = InteractionCoordinateSpace::captureTopLeft;
 
 // A pointer that moves, and rests for a second now and then; a click each four seconds and a shortcut each
 // six.
@@ -33,9 +34,11 @@ std::vector<InteractionEventDTO> longTrace() {
     timeMs += intervalMs;
     const bool isResting = timeMs / 1000 % 5 == 0;
     x = isResting ? x : static_cast<double>(timeMs % 9973) / 9973;
-    events.emplace_back(InteractionCursorEvent{.timestampMs = timeMs, .x = x, .y = 0.5});
+    events.emplace_back(InteractionCursorEvent{
+        .timestampMs = timeMs, .x = x, .y = 0.5, .coordinateSpace = captureTopLeft, .cursorRendering = {}});
     if (events.size() % 121 == 0)
-      events.emplace_back(InteractionClickEvent{.timestampMs = timeMs, .x = x, .y = 0.5});
+      events.emplace_back(
+          InteractionClickEvent{.timestampMs = timeMs, .x = x, .y = 0.5, .coordinateSpace = captureTopLeft});
     if (events.size() % 182 == 0)
       events.emplace_back(InteractionShortcutEvent{.timestampMs = timeMs, .keys = {"Control", "C"}});
   }
