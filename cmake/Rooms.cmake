@@ -1,7 +1,8 @@
 # tessarin_room(<folder> [DEPENDS room...] [LIBRARIES target...] [MODULE name])
 #
 # Declares the room in src/<folder>: a static library of its sources, and, from the
-# files ending in Test.cpp beside them, a test program with the label "unit".
+# files ending in Test.cpp beside them, a test program with the label "unit". Files ending
+# in Main.cpp are the entries of programs and left to the room's own CMakeLists.txt.
 # Room names are folders below src/; an edge that cmake/rooms.txt does not list is an error.
 set(TESSARIN_ROOMS_FILE "${CMAKE_CURRENT_LIST_DIR}/rooms.txt")
 set_property(DIRECTORY "${CMAKE_SOURCE_DIR}" APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${TESSARIN_ROOMS_FILE}")
@@ -38,7 +39,7 @@ function(tessarin_room FOLDER)
 
   file(GLOB SOURCES CONFIGURE_DEPENDS "${CMAKE_SOURCE_DIR}/src/${FOLDER}/*.cpp")
   set(TESTS ${SOURCES})
-  list(FILTER SOURCES EXCLUDE REGEX "Test\\.cpp$")
+  list(FILTER SOURCES EXCLUDE REGEX "(Test|Main)\\.cpp$")
   list(FILTER TESTS INCLUDE REGEX "Test\\.cpp$")
 
   if(SOURCES)

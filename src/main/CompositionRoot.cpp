@@ -40,6 +40,7 @@ void sleep(std::chrono::milliseconds time) {
 } // namespace
 
 struct CompositionRoot::Backends {
+  EventQueue& mainQueue;
   const MonotonicHostClock clock{};
   const std::shared_ptr<x11::DisplayServer> server = std::make_shared<x11::DisplayServer>();
   const std::unique_ptr<DesktopContent> desktop = x11::makeDesktopContent(server);
@@ -82,7 +83,8 @@ std::int32_t CompositionRoot::Backends::record(const RecordingRequestDTO& reques
   return service.run(request, input, events);
 }
 
-CompositionRoot::CompositionRoot() : backends_(std::make_unique<Backends>()) {}
+CompositionRoot::CompositionRoot(EventQueue& mainQueue)
+    : backends_(std::unique_ptr<Backends>(new Backends{mainQueue})) {}
 
 CompositionRoot::~CompositionRoot() = default;
 

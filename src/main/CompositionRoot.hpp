@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/EventQueue.hpp"
 #include "command/NativeCLI.hpp"
 
 #include <memory>
@@ -10,7 +11,8 @@ namespace tessarin {
 // its server or library when a command first asks something of it.
 class CompositionRoot {
  public:
-  CompositionRoot();
+  // The main thread's queue, where windows live, outlives this.
+  explicit CompositionRoot(EventQueue& mainQueue);
   ~CompositionRoot();
   CompositionRoot(const CompositionRoot&) = delete;
   CompositionRoot& operator=(const CompositionRoot&) = delete;

@@ -1,4 +1,3 @@
-#include "command/MainThreadMode.hpp"
 #include "command/NativeCLI.hpp"
 #include "main/CompositionRoot.hpp"
 #include "main/MainLoop.hpp"
@@ -13,8 +12,8 @@ namespace tessarin {
 namespace {
 
 // The job of the process, on its own thread. Yields the exit code.
-std::int32_t execute(const std::vector<std::string>& arguments) {
-  CompositionRoot root;
+std::int32_t execute(const std::vector<std::string>& arguments, MainLoop& loop) {
+  CompositionRoot root(loop);
   const NativeExecution execution = NativeCLI(root.services()).run(arguments);
   if (!execution.output.empty())
     standardStreams::writeReply(execution.output);
@@ -23,8 +22,8 @@ std::int32_t execute(const std::vector<std::string>& arguments) {
 
 // The job ends before the process does, so no thread is left when static objects go.
 std::int32_t runToEnd(const std::vector<std::string>& arguments) {
-  MainLoop loop(mainThreadMode(arguments));
-  std::thread job([&] { loop.stop(execute(arguments)); });
+  MainLoop loop;
+  std::thread job([&] { loop.stop(execute(arguments, loop)); });
   const std::int32_t exitCode = loop.run();
   job.join();
   return exitCode;
