@@ -15,7 +15,7 @@ struct FontDescription {
   double size = 0; // the em, in the units of the drawing
 };
 
-// Text could not be set: the module is not there.
+// Text could not be set: the module is not there, no font is installed, or the picture would be too large.
 class TypesettingFailure : public std::exception {
  public:
   const char* what() const noexcept override { return "text could not be set"; }
@@ -34,7 +34,8 @@ class TypesetLine {
   virtual double descent() const = 0;
 
   // The line in one colour, of straight alpha, on nothing: `scale` pixels a unit, the baseline's left end at
-  // (x, y) in units from a plane's top left. bgra8Premultiplied; the place is in pixels of that plane.
+  // (x, y) in units from a plane's top left. bgra8Premultiplied and no larger than the ink, so of no size for
+  // blanks; the place is in pixels of that plane. Throws TypesettingFailure.
   virtual PlacedPicture draw(double x, double y, double scale, const Color& color) const = 0;
 };
 
