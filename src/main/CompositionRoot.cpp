@@ -40,6 +40,8 @@ void sleep(std::chrono::milliseconds time) {
 } // namespace
 
 struct CompositionRoot::Backends {
+  explicit Backends(EventQueue& queue) : mainQueue(queue) {}
+
   EventQueue& mainQueue;
   const MonotonicHostClock clock{};
   const std::shared_ptr<x11::DisplayServer> server = std::make_shared<x11::DisplayServer>();
@@ -83,8 +85,7 @@ std::int32_t CompositionRoot::Backends::record(const RecordingRequestDTO& reques
   return service.run(request, input, events);
 }
 
-CompositionRoot::CompositionRoot(EventQueue& mainQueue)
-    : backends_(std::unique_ptr<Backends>(new Backends{mainQueue})) {}
+CompositionRoot::CompositionRoot(EventQueue& mainQueue) : backends_(std::make_unique<Backends>(mainQueue)) {}
 
 CompositionRoot::~CompositionRoot() = default;
 
