@@ -1,5 +1,7 @@
 #include "pixels/Compose.hpp"
 
+#include "pixels/Kernels.hpp"
+
 #include <algorithm>
 #include <cstring>
 
@@ -34,23 +36,6 @@ void forEachRow(const PictureView& source, const Canvas& target, std::int32_t x,
         static_cast<std::size_t>(overlap.right - overlap.left));
 }
 
-// Exact for value * scale / 255 rounded to nearest, both at most 255.
-inline unsigned dividedBy255(unsigned product) {
-  product += 128;
-  return (product + (product >> 8)) >> 8;
-}
-
-void blendRow(const std::uint8_t* source, std::uint8_t* target, std::size_t pixels) {
-  for (std::size_t i = 0; i < pixels; ++i, source += pixelBytes, target += pixelBytes) {
-    const unsigned alpha = source[3];
-    if (alpha == 0 && source[0] == 0 && source[1] == 0 && source[2] == 0)
-      continue;
-    for (int channel = 0; channel < 3; ++channel)
-      target[channel] = static_cast<std::uint8_t>(
-          std::min(255U, source[channel] + dividedBy255(target[channel] * (255 - alpha))));
-  }
-}
-
 } // namespace
 
 void copyPixels(const PictureView& source, const Canvas& target, std::int32_t x, std::int32_t y) {
@@ -60,7 +45,10 @@ void copyPixels(const PictureView& source, const Canvas& target, std::int32_t x,
 }
 
 void blendOver(const PictureView& source, const Canvas& target, std::int32_t x, std::int32_t y) {
-  forEachRow(source, target, x, y, blendRow);
+  const bool keepsFourth = target.format == PixelFormat::bgrx8;
+  forEachRow(source, target, x, y, [&](const std::uint8_t* from, std::uint8_t* to, std::size_t pixels) {
+    kernels().blendRow(from, to, pixels, keepsFourth);
+  });
 }
 
 void extendEdges(const Canvas& canvas, const Borders& borders) {

@@ -11,8 +11,9 @@ namespace tessarin::pixels {
 // The formats are the same.
 void copyPixels(const PictureView& source, const Canvas& target, std::int32_t x, std::int32_t y);
 
-// Lays a picture with premultiplied alpha over the opaque target, its top left pixel at (x, y); what lies
-// outside is left out. Each channel is source + target * (255 - alpha) / 255, rounded to nearest.
+// Lays a picture with premultiplied alpha over the target, its top left pixel at (x, y); what lies outside is
+// left out. Each channel is source + target * (255 - alpha) / 255, rounded to nearest; of a target without
+// alpha the fourth byte stays as it is.
 void blendOver(const PictureView& source, const Canvas& target, std::int32_t x, std::int32_t y);
 
 // How many pixels of a canvas at each side hold no picture yet.

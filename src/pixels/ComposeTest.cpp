@@ -1,10 +1,12 @@
 #include "pixels/Compose.hpp"
+#include "pixels/Kernels.hpp"
 #include "pixels/TestPictures.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 namespace tessarin::pixels {
 namespace {
@@ -37,6 +39,23 @@ TEST(Compose, blendsWithExactRoundingAndClipsAtEveryEdge) {
           ASSERT_EQ(target.pixel(x, y)[channel], expected) << at.x << "," << at.y << " at " << x << "," << y;
         }
   }
+}
+
+TEST(Compose, blendsTheAlphaOfATargetThatHasOne) {
+  TestPicture badge(9, 1, 0, 0, 1);
+  TestPicture target(9, 1, 0, 0, 1);
+  const int alphas[9][3] = {{0, 0, 0},     {0, 255, 255}, {255, 0, 255},   {128, 128, 192}, {1, 1, 2},
+                            {254, 1, 254}, {1, 254, 254}, {100, 200, 222}, {255, 255, 255}};
+  for (int x = 0; x < 9; ++x) {
+    std::fill_n(badge.pixel(x, 0), 4, static_cast<std::uint8_t>(alphas[x][0]));
+    std::fill_n(target.pixel(x, 0), 4, static_cast<std::uint8_t>(alphas[x][1]));
+  }
+  Canvas canvas = target.canvas();
+  canvas.format = PixelFormat::bgra8Premultiplied;
+  blendOver(badge.view(), canvas, 0, 0);
+  for (int x = 0; x < 9; ++x)
+    for (int channel = 0; channel < 4; ++channel)
+      EXPECT_EQ(target.pixel(x, 0)[channel], alphas[x][2]) << x << ", " << channel;
 }
 
 TEST(Compose, blendsColorAboveItsAlphaToWhiteAtMost) {
@@ -78,6 +97,54 @@ TEST(Compose, extendsEdgesWithTheNearestPixel) {
         ASSERT_TRUE(std::equal(expected, expected + 4, picture.pixel(x, y))) << x << "," << y;
       }
   }
+}
+
+TEST(Kernels, everyVersionBlendsAndMasksToTheSameBytes) {
+  for (const bool flag : {false, true})
+    for (std::size_t pixels = 0; pixels <= 70; ++pixels) {
+      const auto width = static_cast<int>(pixels);
+      const TestPicture source(width, 1, 1, 4, 41);
+      const TestPicture below(width, 1, 3, 4, 42);
+      std::vector<std::uint8_t> weights(pixels);
+      std::vector<std::uint8_t> whites(pixels);
+      for (std::size_t x = 0; x < pixels; ++x) {
+        weights[x] = static_cast<std::uint8_t>(x * 37);
+        whites[x] = static_cast<std::uint8_t>((255 - weights[x]) * (x % 3) / 2);
+      }
+      std::vector<std::uint8_t> blended;
+      std::vector<std::uint8_t> masked;
+      for (const Kernels& kernels : availableKernels()) {
+        TestPicture blend = below;
+        kernels.blendRow(source.pixel(0, 0), blend.pixel(0, 0), pixels, flag);
+        TestPicture mask = source;
+        kernels.maskRow(mask.pixel(0, 0), weights.data(), whites.data(), pixels, flag);
+        if (blended.empty()) {
+          blended = blend.bytes();
+          masked = mask.bytes();
+        }
+        ASSERT_EQ(blend.bytes(), blended) << kernels.name;
+        ASSERT_EQ(mask.bytes(), masked) << kernels.name;
+      }
+    }
+}
+
+TEST(Kernels, everyVersionMasksWithExactRounding) {
+  for (const Kernels& kernels : availableKernels())
+    for (int weight = 0; weight <= 255; ++weight)
+      for (const int white : {0, (255 - weight) / 2, 255 - weight})
+        for (const bool isOpaque : {false, true}) {
+          std::vector<std::uint8_t> row(256 * 4);
+          for (std::size_t i = 0; i < row.size(); ++i)
+            row[i] = static_cast<std::uint8_t>(i / 4);
+          const std::vector<std::uint8_t> weights(256, static_cast<std::uint8_t>(weight));
+          const std::vector<std::uint8_t> whites(256, static_cast<std::uint8_t>(white));
+          kernels.maskRow(row.data(), weights.data(), whites.data(), 256, isOpaque);
+          for (std::size_t i = 0; i < row.size(); ++i) {
+            const double value = isOpaque && i % 4 == 3 ? 255 : static_cast<double>(i / 4);
+            ASSERT_EQ(row[i], std::lround(value * weight / 255) + white)
+                << kernels.name << ": " << value << " by " << weight;
+          }
+        }
 }
 
 } // namespace

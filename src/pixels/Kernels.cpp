@@ -20,8 +20,17 @@ void resampleRow(const std::int16_t* combined, const ScaleTaps& taps, std::uint8
   resamplePixelsPlain(combined, taps, 0, taps.first.size(), target);
 }
 
+void blendRow(const std::uint8_t* source, std::uint8_t* target, std::size_t pixels, bool keepsFourth) {
+  blendPixelsPlain(source, target, 0, pixels, keepsFourth);
+}
+
+void maskRow(std::uint8_t* row, const std::uint8_t* weights, const std::uint8_t* whites, std::size_t pixels,
+             bool isOpaque) {
+  maskPixelsPlain(row, weights, whites, 0, pixels, isOpaque);
+}
+
 std::vector<Kernels> findKernels() {
-  std::vector<Kernels> found{{"plain", convertRowsPlain, combineRows, resampleRow}};
+  std::vector<Kernels> found{{"plain", convertRowsPlain, combineRows, resampleRow, blendRow, maskRow}};
 #if defined(__x86_64__)
   found.push_back(sse2Kernels);
   if (__builtin_cpu_supports("avx2"))

@@ -34,6 +34,16 @@ struct Kernels {
 
   // Target pixels of four channels from a combined row.
   void (*resampleRow)(const std::int16_t* combined, const ScaleTaps& taps, std::uint8_t* target);
+
+  // Lays pixels of four channels over others, pixel by pixel: source + target * (255 - alpha) / 255, rounded
+  // to nearest, 255 at most. The target's fourth channel is kept as it is or blended like the others.
+  void (*blendRow)(const std::uint8_t* source, std::uint8_t* target, std::size_t pixels, bool keepsFourth);
+
+  // Weighs pixels of four channels in place, and adds white: channel * weight / 255, rounded to nearest, plus
+  // white, with one weight and one white a pixel that make 255 at most. The fourth channel of opaque pixels
+  // counts as 255, whatever it holds.
+  void (*maskRow)(std::uint8_t* row, const std::uint8_t* weights, const std::uint8_t* whites,
+                  std::size_t pixels, bool isOpaque);
 };
 
 // Every version that this processor can run, the plain one first.

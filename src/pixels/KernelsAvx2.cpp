@@ -18,6 +18,20 @@ struct Avx2 {
   }
   static Type set32(int value) { return _mm256_set1_epi32(value); }
   static Type bitAnd(Type a, Type b) { return _mm256_and_si256(a, b); }
+  static Type bitOr(Type a, Type b) { return _mm256_or_si256(a, b); }
+  static Type bitXor(Type a, Type b) { return _mm256_xor_si256(a, b); }
+  static Type bitAndNot(Type without, Type a) { return _mm256_andnot_si256(without, a); }
+  static Type addSaturated8(Type a, Type b) { return _mm256_adds_epu8(a, b); }
+  static Type multiply16(Type a, Type b) { return _mm256_mullo_epi16(a, b); }
+  static Type packWords(Type low, Type high) { return _mm256_packus_epi16(low, high); }
+  // Of each four words the last, four times.
+  static Type fourths16(Type a) { return _mm256_shufflehi_epi16(_mm256_shufflelo_epi16(a, 0xFF), 0xFF); }
+  // A vector of as many pixels, each of one value in all its channels.
+  static Type fourOfEach(const std::uint8_t* values) {
+    const __m128i once = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(values));
+    const __m128i twice = _mm_unpacklo_epi8(once, once);
+    return _mm256_set_m128i(_mm_unpackhi_epi16(twice, twice), _mm_unpacklo_epi16(twice, twice));
+  }
   static Type add16(Type a, Type b) { return _mm256_add_epi16(a, b); }
   static Type add32(Type a, Type b) { return _mm256_add_epi32(a, b); }
   static Type multiplyPairs(Type a, Type b) { return _mm256_madd_epi16(a, b); }
@@ -32,6 +46,9 @@ struct Avx2 {
     return _mm256_castps_si256(_mm256_shuffle_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), 0xDD));
   }
 
+  static void store(Type value, std::uint8_t* to) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), value);
+  }
   static void storeBytes(const Type (&values)[4], std::uint8_t* to) {
     const Type packed = _mm256_packus_epi16(_mm256_packs_epi32(values[0], values[1]),
                                             _mm256_packs_epi32(values[2], values[3]));
@@ -58,7 +75,12 @@ struct Avx2 {
 } // namespace
 
 extern const Kernels avx2Kernels;
-const Kernels avx2Kernels{"avx2", convertRowsVector<Avx2>, combineRowsVector<Avx2>, resampleRowVector};
+const Kernels avx2Kernels{"avx2",
+                          convertRowsVector<Avx2>,
+                          combineRowsVector<Avx2>,
+                          resampleRowVector,
+                          blendRowVector<Avx2>,
+                          maskRowVector<Avx2>};
 
 } // namespace tessarin::pixels
 

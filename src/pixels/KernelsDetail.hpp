@@ -78,6 +78,35 @@ inline void resamplePixelsPlain(const std::int16_t* combined, const ScaleTaps& t
   }
 }
 
+// Exact for value * scale / 255 rounded to nearest, both at most 255.
+inline unsigned dividedBy255(unsigned product) {
+  product += 128;
+  return (product + (product >> 8)) >> 8;
+}
+
+inline void blendPixelsPlain(const std::uint8_t* source, std::uint8_t* target, std::size_t from,
+                             std::size_t pixels, bool keepsFourth) {
+  const std::size_t channels = keepsFourth ? 3 : 4;
+  for (std::size_t x = from * 4; x < pixels * 4; x += 4) {
+    const unsigned rest = 255U - source[x + 3];
+    for (std::size_t channel = x; channel < x + channels; ++channel) {
+      const unsigned sum = source[channel] + dividedBy255(target[channel] * rest);
+      target[channel] = static_cast<std::uint8_t>(sum < 255 ? sum : 255);
+    }
+  }
+}
+
+inline void maskPixelsPlain(std::uint8_t* row, const std::uint8_t* weights, const std::uint8_t* whites,
+                            std::size_t from, std::size_t pixels, bool isOpaque) {
+  for (std::size_t x = from; x < pixels; ++x) {
+    std::uint8_t* pixel = row + x * 4;
+    if (isOpaque)
+      pixel[3] = 255;
+    for (int channel = 0; channel < 4; ++channel)
+      pixel[channel] = static_cast<std::uint8_t>(dividedBy255(pixel[channel] * weights[x]) + whites[x]);
+  }
+}
+
 // NOLINTEND(misc-definitions-in-headers)
 } // namespace
 } // namespace tessarin::pixels

@@ -2,6 +2,8 @@
 
 #include "pixels/KernelsVector.hpp"
 
+#include <cstring>
+
 namespace tessarin::pixels {
 
 namespace {
@@ -15,6 +17,22 @@ struct Sse2 {
   }
   static Type set32(int value) { return _mm_set1_epi32(value); }
   static Type bitAnd(Type a, Type b) { return _mm_and_si128(a, b); }
+  static Type bitOr(Type a, Type b) { return _mm_or_si128(a, b); }
+  static Type bitXor(Type a, Type b) { return _mm_xor_si128(a, b); }
+  static Type bitAndNot(Type without, Type a) { return _mm_andnot_si128(without, a); }
+  static Type addSaturated8(Type a, Type b) { return _mm_adds_epu8(a, b); }
+  static Type multiply16(Type a, Type b) { return _mm_mullo_epi16(a, b); }
+  static Type packWords(Type low, Type high) { return _mm_packus_epi16(low, high); }
+  // Of each four words the last, four times.
+  static Type fourths16(Type a) { return _mm_shufflehi_epi16(_mm_shufflelo_epi16(a, 0xFF), 0xFF); }
+  // A vector of as many pixels, each of one value in all its channels.
+  static Type fourOfEach(const std::uint8_t* values) {
+    int four = 0;
+    std::memcpy(&four, values, sizeof four);
+    const Type once = _mm_cvtsi32_si128(four);
+    const Type twice = _mm_unpacklo_epi8(once, once);
+    return _mm_unpacklo_epi16(twice, twice);
+  }
   static Type add16(Type a, Type b) { return _mm_add_epi16(a, b); }
   static Type add32(Type a, Type b) { return _mm_add_epi32(a, b); }
   static Type multiplyPairs(Type a, Type b) { return _mm_madd_epi16(a, b); }
@@ -29,6 +47,7 @@ struct Sse2 {
     return _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b), 0xDD));
   }
 
+  static void store(Type value, std::uint8_t* to) { _mm_storeu_si128(reinterpret_cast<__m128i*>(to), value); }
   static void storeBytes(const Type (&values)[4], std::uint8_t* to) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm_packus_epi16(_mm_packs_epi32(values[0], values[1]),
                                                                       _mm_packs_epi32(values[2], values[3])));
@@ -48,7 +67,12 @@ struct Sse2 {
 } // namespace
 
 extern const Kernels sse2Kernels;
-const Kernels sse2Kernels{"sse2", convertRowsVector<Sse2>, combineRowsVector<Sse2>, resampleRowVector};
+const Kernels sse2Kernels{"sse2",
+                          convertRowsVector<Sse2>,
+                          combineRowsVector<Sse2>,
+                          resampleRowVector,
+                          blendRowVector<Sse2>,
+                          maskRowVector<Sse2>};
 
 } // namespace tessarin::pixels
 

@@ -123,5 +123,52 @@ inline void resampleRowVector(const std::int16_t* combined, const ScaleTaps& tap
   resamplePixelsPlain(combined, taps, x, width, target);
 }
 
+// Each of the 16-bit products, of two values of at most 255, over 255 and rounded to nearest.
+template<class V> typename V::Type productsOver255(typename V::Type a, typename V::Type b) {
+  const typename V::Type biased = V::add16(V::multiply16(a, b), V::set32(pairOf(128, 128)));
+  return V::shiftRight16(V::add16(biased, V::shiftRight16(biased, 8)), 8);
+}
+
+constexpr int fourthChannel = static_cast<int>(0xFF000000U);
+
+template<class V>
+void blendRowVector(const std::uint8_t* source, std::uint8_t* target, std::size_t pixels, bool keepsFourth) {
+  using Type = typename V::Type;
+  const Type zero = V::set32(0);
+  const Type most = V::set32(pairOf(255, 255));
+  const Type kept = V::set32(keepsFourth ? fourthChannel : 0);
+  constexpr std::size_t step = V::bytes / 4;
+  std::size_t x = 0;
+  for (; x + step <= pixels; x += step) {
+    const Type over = V::load(source + 4 * x);
+    const Type below = V::load(target + 4 * x);
+    const auto rest = [&](Type words) { return V::bitXor(V::fourths16(words), most); };
+    const Type low = productsOver255<V>(V::interleaveLow8(below, zero), rest(V::interleaveLow8(over, zero)));
+    const Type high =
+        productsOver255<V>(V::interleaveHigh8(below, zero), rest(V::interleaveHigh8(over, zero)));
+    const Type blended = V::addSaturated8(over, V::packWords(low, high));
+    V::store(V::bitOr(V::bitAnd(below, kept), V::bitAndNot(kept, blended)), target + 4 * x);
+  }
+  blendPixelsPlain(source, target, x, pixels, keepsFourth);
+}
+
+template<class V>
+void maskRowVector(std::uint8_t* row, const std::uint8_t* weights, const std::uint8_t* whites,
+                   std::size_t pixels, bool isOpaque) {
+  using Type = typename V::Type;
+  const Type zero = V::set32(0);
+  const Type solid = V::set32(isOpaque ? fourthChannel : 0);
+  constexpr std::size_t step = V::bytes / 4;
+  std::size_t x = 0;
+  for (; x + step <= pixels; x += step) {
+    const Type pixel = V::bitOr(V::load(row + 4 * x), solid);
+    const Type weight = V::fourOfEach(weights + x);
+    const Type low = productsOver255<V>(V::interleaveLow8(pixel, zero), V::interleaveLow8(weight, zero));
+    const Type high = productsOver255<V>(V::interleaveHigh8(pixel, zero), V::interleaveHigh8(weight, zero));
+    V::store(V::addSaturated8(V::packWords(low, high), V::fourOfEach(whites + x)), row + 4 * x);
+  }
+  maskPixelsPlain(row, weights, whites, x, pixels, isOpaque);
+}
+
 } // namespace
 } // namespace tessarin::pixels
