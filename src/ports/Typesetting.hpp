@@ -32,6 +32,9 @@ class TypesetLine {
   virtual double width() const = 0;
   virtual double ascent() const = 0;
   virtual double descent() const = 0;
+  // How high the capitals of the wanted font stand, be there any or not: a line whose capitals are in the
+  // middle looks as if it were, while fonts reach up and down by any measure.
+  virtual double capitalHeight() const = 0;
 
   // The line in one colour, of straight alpha, on nothing: `scale` pixels a unit, the baseline's left end at
   // (x, y) in units from a plane's top left. bgra8Premultiplied and no larger than the ink, so of no size for

@@ -37,6 +37,7 @@ class ScriptedLine final : public TypesetLine {
   double width() const override { return width_; }
   double ascent() const override { return 0.75 * em_; }
   double descent() const override { return 0.25 * em_; }
+  double capitalHeight() const override { return 0.7 * em_; }
 
   PlacedPicture draw(double x, double y, double scale, const Color& color) const override {
     script_.drawings.push_back({x, y, scale, color});

@@ -60,9 +60,9 @@ struct PangoLine::Bounds {
   double left, top, width, height;
 };
 
-PangoLine::PangoLine(std::shared_ptr<FontStock> stock, Handle<PangoLayout> layout)
+PangoLine::PangoLine(std::shared_ptr<FontStock> stock, Handle<PangoLayout> layout, double capitalHeight)
     : stock_(std::move(stock)), layout_(std::move(layout)),
-      line_(pango_layout_get_line_readonly(layout_.get(), 0)) {
+      line_(pango_layout_get_line_readonly(layout_.get(), 0)), capitalHeight_(capitalHeight) {
   PangoRectangle logical{};
   pango_layout_line_get_extents(line_, &ink_, &logical);
   width_ = units(logical.width);

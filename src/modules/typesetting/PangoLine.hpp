@@ -8,12 +8,13 @@ namespace tessarin::typesetting {
 class PangoLine final : public TypesetLine {
  public:
   // The layout holds a single line. Under the mutex of the stock.
-  PangoLine(std::shared_ptr<FontStock> stock, Handle<PangoLayout> layout);
+  PangoLine(std::shared_ptr<FontStock> stock, Handle<PangoLayout> layout, double capitalHeight);
   ~PangoLine() override;
 
   double width() const override { return width_; }
   double ascent() const override { return ascent_; }
   double descent() const override { return descent_; }
+  double capitalHeight() const override { return capitalHeight_; }
 
   PlacedPicture draw(double x, double y, double scale, const Color& color) const override;
 
@@ -29,6 +30,7 @@ class PangoLine final : public TypesetLine {
   double width_ = 0;
   double ascent_ = 0;
   double descent_ = 0;
+  const double capitalHeight_;
 };
 
 } // namespace tessarin::typesetting

@@ -27,6 +27,22 @@ Handle<PangoFontDescription> describe(const FontDescription& font) {
   return description;
 }
 
+Handle<PangoLayout> layOut(PangoContext& context, const PangoFontDescription& font, const gchar* text) {
+  Handle<PangoLayout> layout(pango_layout_new(&context));
+  pango_layout_set_single_paragraph_mode(layout.get(), TRUE);
+  pango_layout_set_font_description(layout.get(), &font);
+  pango_layout_set_text(layout.get(), text, -1);
+  return layout;
+}
+
+// By a letter, since not every font tells it.
+double capitalHeight(PangoContext& context, const PangoFontDescription& font) {
+  const Handle<PangoLayout> layout = layOut(context, font, "H");
+  PangoRectangle ink{};
+  pango_layout_line_get_extents(pango_layout_get_line_readonly(layout.get(), 0), &ink, nullptr);
+  return static_cast<double>(PANGO_ASCENT(ink)) / PANGO_SCALE;
+}
+
 // Calls for each stretch of text in one script, with the offsets in bytes of its ends.
 template<class Call> void forEachScript(const gchar* text, const Call& call) {
   const Handle<PangoScriptIter> runs(pango_script_iter_new(text, -1));
@@ -82,12 +98,9 @@ std::unique_ptr<TypesetLine> PangoTypesetter::typesetLine(const std::string& tex
   if (!Handle<PangoFont>(pango_context_load_font(context.get(), description.get())))
     throw TypesettingFailure();
   const Handle<gchar> validText(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
-  Handle<PangoLayout> layout(pango_layout_new(context.get()));
-  pango_layout_set_single_paragraph_mode(layout.get(), TRUE);
-  pango_layout_set_font_description(layout.get(), description.get());
-  pango_layout_set_text(layout.get(), validText.get(), -1);
+  Handle<PangoLayout> layout = layOut(*context, *description, validText.get());
   pango_layout_set_attributes(layout.get(), languages(validText.get()).get());
-  return std::make_unique<PangoLine>(stock_, std::move(layout));
+  return std::make_unique<PangoLine>(stock_, std::move(layout), capitalHeight(*context, *description));
 }
 
 } // namespace tessarin::typesetting
