@@ -70,16 +70,31 @@ void trim(Direction& direction) {
   direction.taps = static_cast<std::int32_t>(needed);
 }
 
-Direction makeDirection(std::int32_t sourceLength, std::int32_t targetLength, double scale) {
+// One direction of a FittedArea.
+struct Extent {
+  std::int32_t pixels;
+  double from, to;
+  bool isMirrored;
+
+  bool isWhole() const { return from == 0 && to == pixels; }
+};
+
+Direction makeDirection(std::int32_t sourceLength, const Extent& target, double scale) {
   Direction direction;
   const double step = 1 / scale;
-  const double start = (sourceLength - targetLength * step) / 2;
+  // Of the source, or of its mirror image: what the target's first pixel would begin with, were it whole.
+  double start = (sourceLength - (target.from + target.to) * step) / 2;
+  if (scale == 1 && target.isWhole())
+    start = std::floor(start);
   if (scale < 1) {
-    const auto touched = static_cast<std::int32_t>(std::ceil(step - 1e-9)) + 1;
+    const auto touched = std::min(static_cast<std::int32_t>(std::ceil(step - 1e-9)) + 1, sourceLength);
     direction.taps = touched + touched % 2;
   }
-  for (std::int32_t i = 0; i < targetLength; ++i) {
-    const Span span{start + i * step, start + (i + 1) * step};
+  for (std::int32_t i = 0; i < target.pixels; ++i) {
+    Span span{start + std::max<double>(i, target.from) * step,
+              start + std::min<double>(i + 1, target.to) * step};
+    if (target.isMirrored)
+      span = {sourceLength - span.to, sourceLength - span.from};
     if (scale < 1)
       addAreaWeights(span, sourceLength, direction);
     else
@@ -93,9 +108,11 @@ Direction makeDirection(std::int32_t sourceLength, std::int32_t targetLength, do
 
 struct FittedScaler::Plan {
   std::int32_t sourceWidth, sourceHeight, targetWidth, targetHeight;
-  bool isCopy; // factor one: a crop
-  Direction columns{}, lines{};
-  std::vector<std::int16_t> combined{};          // one row of the source's width, and room for the last taps
+  bool isCopy;                  // factor one: a crop
+  Direction columns{}, lines{}; // columns from the first one that is needed
+  std::int32_t firstColumn = 0; // of the source's columns that are needed
+  std::int32_t columnCount = 0;
+  std::vector<std::int16_t> combined{};          // one row of these, and room for the last taps
   std::vector<std::uint8_t> band{};              // two target rows on their way to be converted
   std::vector<const std::uint8_t*> sourceRows{}; // the taps of one target row
 
@@ -108,31 +125,47 @@ struct FittedScaler::Plan {
     return view;
   }
 
+  void leaveOutColumns() {
+    const auto [first, last] = std::minmax_element(columns.first.begin(), columns.first.end());
+    firstColumn = *first;
+    columnCount = std::min(*last + columns.taps, sourceWidth) - firstColumn;
+    for (std::int32_t& column : columns.first)
+      column -= firstColumn;
+  }
+
   void scaleRow(const PictureView& source, std::int32_t y, std::uint8_t* target) {
     const auto taps = static_cast<std::size_t>(lines.taps);
     const auto line = static_cast<std::size_t>(y);
     for (std::size_t tap = 0; tap < taps; ++tap)
       sourceRows[tap] =
-          rowOf(source, std::min(lines.first[line] + static_cast<std::int32_t>(tap), sourceHeight - 1));
+          rowOf(source, std::min(lines.first[line] + static_cast<std::int32_t>(tap), sourceHeight - 1)) +
+          firstColumn * static_cast<std::ptrdiff_t>(pixelBytes);
     kernels().combineRows(sourceRows.data(), lines.weights.data() + line * taps, taps,
-                          static_cast<std::size_t>(sourceWidth) * pixelBytes, combined.data());
+                          static_cast<std::size_t>(columnCount) * pixelBytes, combined.data());
     kernels().resampleRow(combined.data(), columns.view(), target);
   }
 };
 
 FittedScaler::FittedScaler(std::int32_t sourceWidth, std::int32_t sourceHeight, std::int32_t targetWidth,
-                           std::int32_t targetHeight) {
-  const double scale = std::max(static_cast<double>(targetWidth) / sourceWidth,
-                                static_cast<double>(targetHeight) / sourceHeight);
-  plan_ = std::make_unique<Plan>(Plan{sourceWidth, sourceHeight, targetWidth, targetHeight, scale == 1});
+                           std::int32_t targetHeight)
+    : FittedScaler(sourceWidth, sourceHeight, FittedArea::whole(targetWidth, targetHeight)) {}
+
+FittedScaler::FittedScaler(std::int32_t sourceWidth, std::int32_t sourceHeight, const FittedArea& area) {
+  const Extent across{area.width, area.left, area.right, area.isMirrored};
+  const Extent along{area.height, area.top, area.bottom, false};
+  const double scale =
+      std::max((area.right - area.left) / sourceWidth, (area.bottom - area.top) / sourceHeight);
+  const bool isCopy = scale == 1 && across.isWhole() && along.isWhole() && !area.isMirrored;
+  plan_ = std::make_unique<Plan>(Plan{sourceWidth, sourceHeight, area.width, area.height, isCopy});
   if (plan_->isCopy)
     return;
-  plan_->columns = makeDirection(sourceWidth, targetWidth, scale);
-  plan_->lines = makeDirection(sourceHeight, targetHeight, scale);
+  plan_->columns = makeDirection(sourceWidth, across, scale);
+  plan_->lines = makeDirection(sourceHeight, along, scale);
+  plan_->leaveOutColumns();
   const std::size_t room =
-      static_cast<std::size_t>(sourceWidth) + static_cast<std::size_t>(plan_->columns.taps);
+      static_cast<std::size_t>(plan_->columnCount) + static_cast<std::size_t>(plan_->columns.taps);
   plan_->combined.assign(room * pixelBytes, 0);
-  plan_->band.resize(2 * static_cast<std::size_t>(targetWidth) * pixelBytes);
+  plan_->band.resize(2 * static_cast<std::size_t>(area.width) * pixelBytes);
   plan_->sourceRows.resize(static_cast<std::size_t>(plan_->lines.taps));
 }
 

@@ -6,39 +6,40 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 #include <vector>
 
 namespace tessarin::pixels {
 namespace {
 
 // One channel of one target pixel, straight from the definition, in floating point.
-double referenceSample(const PictureView& source, int targetWidth, int targetHeight, int x, int y,
-                       int channel) {
-  const double scale = std::max(double(targetWidth) / source.width, double(targetHeight) / source.height);
-  const auto weights = [&](int length, int target, int index) {
+double referenceSample(const PictureView& source, const FittedArea& area, int x, int y, int channel) {
+  const double scale =
+      std::max((area.right - area.left) / source.width, (area.bottom - area.top) / source.height);
+  const auto weights = [&](int length, double areaFrom, double areaTo, int index) {
     std::vector<double> shares(static_cast<std::size_t>(length), 0);
-    const double start = (length - target / scale) / 2;
-    const double from = start + index / scale;
-    const double to = start + (index + 1) / scale;
+    const double center = (areaFrom + areaTo) / 2;
+    const double from = length / 2.0 + (std::max<double>(index, areaFrom) - center) / scale;
+    const double to = length / 2.0 + (std::min<double>(index + 1, areaTo) - center) / scale;
     if (scale < 1) {
       for (int i = 0; i < length; ++i)
         shares[static_cast<std::size_t>(i)] =
-            std::max(0.0, std::min(to, i + 1.0) - std::max(from, double(i))) * scale;
+            std::max(0.0, std::min(to, i + 1.0) - std::max(from, double(i))) / (to - from);
     } else {
-      const double center = std::clamp((from + to) / 2 - 0.5, 0.0, length - 1.0);
-      const int first = static_cast<int>(center);
-      shares[static_cast<std::size_t>(first)] += 1 - (center - first);
-      shares[static_cast<std::size_t>(std::min(first + 1, length - 1))] += center - first;
+      const double middle = std::clamp((from + to) / 2 - 0.5, 0.0, length - 1.0);
+      const int first = static_cast<int>(middle);
+      shares[static_cast<std::size_t>(first)] += 1 - (middle - first);
+      shares[static_cast<std::size_t>(std::min(first + 1, length - 1))] += middle - first;
     }
     return shares;
   };
-  const std::vector<double> columns = weights(source.width, targetWidth, x);
-  const std::vector<double> lines = weights(source.height, targetHeight, y);
+  const std::vector<double> columns = weights(source.width, area.left, area.right, x);
+  const std::vector<double> lines = weights(source.height, area.top, area.bottom, y);
   double sum = 0;
   for (int row = 0; row < source.height; ++row)
     for (int column = 0; column < source.width; ++column)
       sum += lines[static_cast<std::size_t>(row)] * columns[static_cast<std::size_t>(column)] *
-             rowOf(source, row)[column * 4 + channel];
+             rowOf(source, row)[(area.isMirrored ? source.width - 1 - column : column) * 4 + channel];
   return sum;
 }
 
@@ -60,22 +61,51 @@ const Case cases[] = {
     {200, 3, 2, 2},
 };
 
+void expectDefinition(int sourceWidth, int sourceHeight, const FittedArea& area, unsigned seed) {
+  const TestPicture source(sourceWidth, sourceHeight, 1, 4, seed);
+  TestPicture target(area.width, area.height, 3, 8, seed + 1);
+  FittedScaler(sourceWidth, sourceHeight, area).scale(source.view(), target.canvas());
+  for (int y = 0; y < area.height; ++y)
+    for (int x = 0; x < area.width; ++x)
+      for (int channel = 0; channel < 4; ++channel)
+        ASSERT_LE(std::abs(target.pixel(x, y)[channel] - referenceSample(source.view(), area, x, y, channel)),
+                  0.6)
+            << sourceWidth << "x" << sourceHeight << " to " << area.width << "x" << area.height << " from "
+            << area.left << "," << area.top << " at " << x << "," << y;
+}
+
 TEST(FittedScaler, followsTheDefinitionWithinRounding) {
   unsigned seed = 1;
   for (const Case& c : cases) {
-    const TestPicture source(c.sourceWidth, c.sourceHeight, 1, 4, seed++);
-    TestPicture target(c.targetWidth, c.targetHeight, 3, 8, seed++);
-    FittedScaler scaler(c.sourceWidth, c.sourceHeight, c.targetWidth, c.targetHeight);
-    scaler.scale(source.view(), target.canvas());
-    for (int y = 0; y < c.targetHeight; ++y)
-      for (int x = 0; x < c.targetWidth; ++x)
-        for (int channel = 0; channel < 4; ++channel)
-          ASSERT_LE(std::abs(target.pixel(x, y)[channel] -
-                             referenceSample(source.view(), c.targetWidth, c.targetHeight, x, y, channel)),
-                    0.6)
-              << c.sourceWidth << "x" << c.sourceHeight << " to " << c.targetWidth << "x" << c.targetHeight
-              << " at " << x << "," << y;
+    expectDefinition(c.sourceWidth, c.sourceHeight, FittedArea::whole(c.targetWidth, c.targetHeight), seed++);
+    FittedArea mirrored = FittedArea::whole(c.targetWidth, c.targetHeight);
+    mirrored.isMirrored = true;
+    expectDefinition(c.sourceWidth, c.sourceHeight, mirrored, seed++);
   }
+}
+
+TEST(FittedScaler, fillsAPartThatBeginsAndEndsBetweenPixels) {
+  const FittedArea areas[] = {{20, 10, 0.25, 0.5, 19.75, 9.5}, {20, 10, 0.9, 0, 20, 9.1},
+                              {20, 10, 0, 0.999, 19.001, 10},  {20, 10, 0.5, 0.5, 19.5, 9.25, true},
+                              {2, 2, 0.75, 0.75, 1.25, 1.25},  {1, 1, 0.3, 0.4, 0.8, 0.6},
+                              {1, 1, 0.3, 0.4, 0.302, 0.402},  {30, 1, 0.5, 0.25, 29.5, 0.5, true},
+                              {1, 30, 0.001, 0.5, 0.999, 29.5}};
+  const std::pair<int, int> sizes[] = {{40, 20}, {41, 37}, {19, 9}, {7, 5}, {1, 1}, {3, 200}, {200, 3}};
+  unsigned seed = 100;
+  for (const FittedArea& area : areas)
+    for (const auto& [width, height] : sizes)
+      expectDefinition(width, height, area, seed++);
+}
+
+TEST(FittedScaler, mirrorsWholePixelsAtFactorOne) {
+  const TestPicture source(13, 11, 1, 0, 5);
+  TestPicture target(10, 11, 0, 0, 6);
+  FittedArea area = FittedArea::whole(10, 11);
+  area.isMirrored = true;
+  FittedScaler(13, 11, area).scale(source.view(), target.canvas());
+  for (int y = 0; y < 11; ++y)
+    for (int x = 0; x < 10; ++x)
+      ASSERT_TRUE(std::equal(target.pixel(x, y), target.pixel(x, y) + 4, source.pixel(11 - x, y)));
 }
 
 TEST(FittedScaler, keepsAFlatColorExactly) {
