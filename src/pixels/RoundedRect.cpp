@@ -63,6 +63,13 @@ class Line {
 
   double height() const { return vertical_.length(); }
 
+  // How far from the rectangle's sides the line begins and ends.
+  double inset() const {
+    const Stretch& along = corners_.atStart.length() > 0 ? corners_.atStart : corners_.atEnd;
+    const double squared = rect_.radius * rect_.radius;
+    return along.length() > 0 ? rect_.radius - std::sqrt(squared - along.from * along.from) : 0;
+  }
+
   double areaIn(std::int32_t x) const {
     const Stretch horizontal = Stretch{static_cast<double>(x), x + 1.0}.within({rect_.left, rect_.right});
     double area = horizontal.length() * height();
@@ -96,8 +103,10 @@ void RoundedRect::cover(std::int32_t y, std::span<std::uint8_t> line) const {
   if (full <= 0 || right <= left)
     return;
   const auto width = static_cast<double>(line.size());
-  const auto begin = static_cast<std::int32_t>(std::clamp(std::floor(left), 0.0, width));
-  const auto end = static_cast<std::int32_t>(std::clamp(std::ceil(right), 0.0, width));
+  const auto begin =
+      static_cast<std::int32_t>(std::clamp(std::floor(left + pixels.inset() - nothing), 0.0, width));
+  const auto end =
+      static_cast<std::int32_t>(std::clamp(std::ceil(right - pixels.inset() + nothing), 0.0, width));
   const auto setAndTell = [&](std::int32_t x) {
     const double area = pixels.areaIn(x);
     line[static_cast<std::size_t>(x)] = levelOf(area);

@@ -21,6 +21,8 @@ struct RoundedRect {
   // Which share of each pixel of line `y`, from the first column on, lies within: 0 to 255, by the exact
   // area, rounded to nearest.
   void cover(std::int32_t y, std::span<std::uint8_t> line) const;
+
+  bool operator==(const RoundedRect&) const = default;
 };
 
 } // namespace tessarin::pixels

@@ -4,6 +4,7 @@
 #include "model/Picture.hpp"
 #include "project/VideoCameraLayer.hpp"
 
+#include <cstdint>
 #include <memory>
 
 namespace tessarin {
@@ -15,6 +16,9 @@ namespace tessarin {
 // work where they stay alike. Confined to one thread at a time.
 class CameraPresentationRenderer {
  public:
+  // In pixels; a rectangle with a longer side is not drawn.
+  static constexpr std::int32_t maximumSide = 16384;
+
   CameraPresentationRenderer();
   ~CameraPresentationRenderer();
   CameraPresentationRenderer(const CameraPresentationRenderer&) = delete;
@@ -22,7 +26,8 @@ class CameraPresentationRenderer {
 
   // The frame in the layer's rectangle on a canvas of that many pixels: bgra8Premultiplied, of the whole
   // pixels that the rectangle touches, placed from the canvas's top left. Everything beside it is
-  // transparent. The path of the layer is not looked at. Without pixels when the rectangle has none.
+  // transparent; what the rectangle has beyond the canvas is part of the picture, too. The path of the layer
+  // is not looked at. Without pixels when the rectangle or the frame has none. Throws std::bad_alloc.
   PlacedPicture image(const PictureView& frame, const VideoCameraLayerDTO& layer, const SizeDTO& canvas);
 
  private:
