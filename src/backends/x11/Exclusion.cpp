@@ -1,18 +1,29 @@
 #include "backends/x11/Exclusion.hpp"
 
+#include "backends/x11/ExclusionFollow.hpp"
 #include "pixels/Compose.hpp"
 #include "ports/Capture.hpp"
 
-#include <xcb/composite.h>
 #include <xcb/damage.h>
 #include <xcb/shape.h>
+#include <xcb/xfixes.h>
 
 #include <algorithm>
-#include <cstring>
+#include <string>
+#include <utility>
 
 namespace tessarin::x11 {
 
 namespace {
+
+constexpr std::int64_t millisecond = 1'000'000;
+// How long a compositing manager may show a window at the place that it was moved from, and, since windows
+// fade, one that is gone.
+constexpr std::int64_t showsMovedWindows = 300 * millisecond;
+constexpr std::int64_t showsGoneWindows = 1000 * millisecond;
+// Windows this many pixels beside an excluded one get memory of their own before it is dragged over them:
+// what they had covered by then they would have to paint anew first.
+constexpr std::int32_t keepingDistance = 160;
 
 pixels::Canvas part(const pixels::Canvas& canvas, const PixelRect& rectangle) {
   return {canvas.row(rectangle.y) + std::ptrdiff_t{rectangle.x} * 4, rectangle.width, rectangle.height,
@@ -27,6 +38,10 @@ PixelRect movedBy(const PixelRect& rectangle, std::int32_t x, std::int32_t y) {
   return {rectangle.x + x, rectangle.y + y, rectangle.width, rectangle.height};
 }
 
+std::int64_t nanoseconds(const HostClock& clock) {
+  return clock.now().convertedTo(MediaTime::nanosecondScale).value();
+}
+
 void growTo(PixelBuffer& buffer, std::size_t bytes, PixelReader& reader) {
   if (bytes > buffer.size()) {
     buffer = reader.makeBuffer(bytes);
@@ -37,13 +52,20 @@ void growTo(PixelBuffer& buffer, std::size_t bytes, PixelReader& reader) {
 
 Exclusion::Exclusion(Connection& connection, PixelReader& reader, const HostClock& clock,
                      const std::vector<RunningApplication>& excluded, const PixelRect& area)
-    : connection_(connection), reader_(reader), clock_(clock), area_(area) {
+    : connection_(connection), reader_(reader), clock_(clock), area_(area), background_(connection, reader) {
   for (const auto& application : excluded) {
     excluded_.push_back(application.processID);
   }
   const std::uint32_t events =
       XCB_EVENT_MASK_STRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_PROPERTY_CHANGE;
   xcb_change_window_attributes(connection.get(), connection.root(), XCB_CW_EVENT_MASK, &events);
+  if (connection.extension(Extension::xfixes).isPresent) { // tells when compositing begins and ends
+    xcb_xfixes_select_selection_input(connection.get(), connection.root(),
+                                      compositingManagerSelection(connection),
+                                      XCB_XFIXES_SELECTION_EVENT_MASK_SET_SELECTION_OWNER |
+                                          XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_WINDOW_DESTROY |
+                                          XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_CLIENT_CLOSE);
+  }
 }
 
 Exclusion::~Exclusion() {
@@ -56,67 +78,156 @@ bool Exclusion::isOurOwn(xcb_window_t window) const {
   return connection_.clientBase(window) == connection_.setup().resource_id_base;
 }
 
-bool Exclusion::handle(const xcb_generic_event_t& event) {
-  const int type = event.response_type & 0x7F;
-  const auto& damage = connection_.extension(Extension::damage);
-  const auto& shape = connection_.extension(Extension::shape);
-  if (damage.isPresent && type == damage.firstEvent + XCB_DAMAGE_NOTIFY) {
-    const auto number = reinterpret_cast<const xcb_damage_notify_event_t&>(event).damage;
-    for (auto& [window, kept] : kept_) {
-      if (kept.damage == number) {
-        kept.isDamaged = true;
-        return true;
-      }
-    }
-    return false;
-  }
-  if (shape.isPresent && type == shape.firstEvent + XCB_SHAPE_NOTIFY) {
-    isStale_ = true;
-    return true;
-  }
-  switch (type) {
-  case XCB_MAP_NOTIFY:
-  case XCB_UNMAP_NOTIFY:
-  case XCB_DESTROY_NOTIFY:
-  case XCB_REPARENT_NOTIFY:
-  case XCB_CONFIGURE_NOTIFY:
-  case XCB_CIRCULATE_NOTIFY:
-    // All of them name the window in the same place.
-    if (isOurOwn(reinterpret_cast<const xcb_map_notify_event_t&>(event).window)) {
-      return false;
-    }
-    break;
-  case XCB_PROPERTY_NOTIFY:
-    if (reinterpret_cast<const xcb_property_notify_event_t&>(event).atom !=
-        connection_.atom(Atom::rootPixmap)) {
-      return false;
-    }
-    break;
-  default:
-    return false;
-  }
+std::optional<PixelRect> Exclusion::becomeStale() {
   isStale_ = true;
-  return true;
+  return area_;
 }
 
-void Exclusion::refresh(const PixelRect& screen, const EventHandler& others) {
-  isStale_ = false; // what happens from here on makes it stale again
+std::optional<PixelRect> Exclusion::handle(const xcb_generic_event_t& event) {
+  const auto type = event.response_type; // those that clients send have another one
+  const auto& damage = connection_.extension(Extension::damage);
+  const auto& shape = connection_.extension(Extension::shape);
+  const auto& xfixes = connection_.extension(Extension::xfixes);
+  if (damage.isPresent && type == damage.firstEvent + XCB_DAMAGE_NOTIFY) {
+    return handleDamage(reinterpret_cast<const xcb_damage_notify_event_t&>(event));
+  }
+  if (shape.isPresent && type == shape.firstEvent + XCB_SHAPE_NOTIFY) {
+    const auto kind = reinterpret_cast<const xcb_shape_notify_event_t&>(event).shape_kind;
+    return kind == XCB_SHAPE_SK_BOUNDING ? becomeStale() : std::nullopt;
+  }
+  if (xfixes.isPresent && type == xfixes.firstEvent + XCB_XFIXES_SELECTION_NOTIFY) {
+    return becomeStale();
+  }
+  if (type == XCB_PROPERTY_NOTIFY) {
+    const auto& property = reinterpret_cast<const xcb_property_notify_event_t&>(event);
+    return property.atom == connection_.atom(Atom::rootPixmap) ? becomeStale() : std::nullopt;
+  }
+  // All of the following name the window in the same place.
+  const auto window = reinterpret_cast<const xcb_map_notify_event_t&>(event).window;
+  switch (type) {
+  case XCB_CREATE_NOTIFY:
+  case XCB_CONFIGURE_NOTIFY:
+  case XCB_DESTROY_NOTIFY:
+  case XCB_MAP_NOTIFY:
+  case XCB_UNMAP_NOTIFY:
+  case XCB_REPARENT_NOTIFY:
+  case XCB_CIRCULATE_NOTIFY:
+    break;
+  default:
+    return std::nullopt;
+  }
+  if (isOurOwn(window)) {
+    return std::nullopt;
+  }
+  switch (type) {
+  case XCB_CREATE_NOTIFY:
+    followCreation(stack_, window);
+    return std::nullopt;
+  case XCB_CONFIGURE_NOTIFY:
+    return handleConfigure(reinterpret_cast<const xcb_configure_notify_event_t&>(event));
+  case XCB_DESTROY_NOTIFY:
+    return followDestruction(stack_, window) == StackChange::none ? std::nullopt : becomeStale();
+  default:
+    return becomeStale();
+  }
+}
+
+std::optional<PixelRect> Exclusion::handleDamage(const xcb_damage_notify_event_t& event) {
+  const auto found = std::find_if(kept_.begin(), kept_.end(),
+                                  [&](const auto& each) { return each.second.damage == event.damage; });
+  if (found == kept_.end()) {
+    return std::nullopt;
+  }
+  found->second.isDamaged = true;
+  for (const auto& layer : plan_.layers) {
+    if (stack_.windows[layer.window].window.top == found->first) {
+      return layer.region.extents();
+    }
+  }
+  return std::nullopt; // the screen tells of what is in sight
+}
+
+std::optional<PixelRect> Exclusion::handleConfigure(const xcb_configure_notify_event_t& event) {
+  const WindowConfiguration configuration{
+      event.window,
+      event.above_sibling,
+      {event.x, event.y, event.width + 2 * event.border_width, event.height + 2 * event.border_width},
+      event.border_width};
+  switch (follow(stack_, configuration)) {
+  case StackChange::none:
+    return std::nullopt;
+  case StackChange::moved:
+    break;
+  case StackChange::resized:
+    if (!kept_.contains(event.window)) {
+      break;
+    }
+    return becomeStale();
+  case StackChange::unknown:
+    return becomeStale();
+  }
+  isPlanStale_ = true;
+  return plan_.patch.extents();
+}
+
+std::optional<PixelRect> Exclusion::handleTime() {
+  if (!past_.forget(nanoseconds(clock_))) {
+    return std::nullopt;
+  }
+  isPlanStale_ = true;
+  return plan_.patch.extents();
+}
+
+PixelRect Exclusion::refresh(const PixelRect& screen, const EventHandler& others) {
+  const bool wasComposited = stack_.isComposited;
+  const bool isNew = isStale_ || screen != stack_.screen;
+  isStale_ = isPlanStale_ = false; // what happens from here on makes it stale again
+  if (isNew) {
+    readStack(screen);
+  }
+  auto before = std::exchange(plan_, planExclusion(stack_, excluded_, area_));
+  if (wasComposited) {
+    rememberPlaces(before, isNew ? showsGoneWindows : showsMovedWindows);
+  }
+  if (const auto past = past_.rectangles(); !past.empty()) {
+    plan_ = planExclusion(stack_, excluded_, area_, past);
+  }
+  requireKnownPixels();
+  keepPixmaps(others);
+  background_.provide(plan_.background.extents(), stack_.screen, stack_.isComposited);
+  return isNew ? area_ : enclosing(before.patch.extents(), plan_.patch.extents());
+}
+
+void Exclusion::readStack(const PixelRect& screen) {
   stack_ = readWindowStack(connection_, screen);
   if (connection_.extension(Extension::shape).isPresent) {
     for (const auto& stacked : stack_.windows) {
       xcb_shape_select_input(connection_.get(), stacked.window.top, 1);
     }
   }
-  plan_ = planExclusion(stack_, excluded_, area_);
+  dropUnused();
+  for (auto& [window, kept] : kept_) {
+    kept.pixmap.rename();
+  }
+  background_.forget();
+}
+
+void Exclusion::rememberPlaces(const ExclusionPlan& before, std::int64_t showsOn) {
+  const auto now = nanoseconds(clock_);
+  for (const auto& place : before.places) {
+    if (std::find(plan_.places.begin(), plan_.places.end(), place) == plan_.places.end()) {
+      past_.add(place, now, now + showsOn);
+    }
+  }
+}
+
+void Exclusion::requireKnownPixels() const {
   for (const auto& layer : plan_.layers) {
     const auto& window = stack_.windows[layer.window].window;
     if (!reader_.understands(window.depth, window.visual)) {
       throw CaptureFailure();
     }
   }
-  dropUnused();
-  keepPixmaps(others);
-  readBackground();
 }
 
 // Windows that have gone or are no longer shown; those that merely moved clear keep their pixels, since
@@ -137,26 +248,28 @@ void Exclusion::dropUnused() {
 
 void Exclusion::keepPixmaps(const EventHandler& others) {
   RepaintWatch watch(connection_, clock_);
-  for (auto& [window, kept] : kept_) {
-    kept.pixmap.rename();
-  }
   for (const auto& layer : plan_.layers) {
     const auto& stacked = stack_.windows[layer.window];
-    const auto window = stacked.window.top;
-    if (kept_.contains(window)) {
+    if (kept_.contains(stacked.window.top)) {
       continue;
     }
     if (!stack_.isComposited) { // a compositing manager keeps all of them
-      Region hidden;
-      for (const auto& rectangle : layer.region.rectangles()) {
-        hidden.add(movedBy(rectangle, -stacked.window.outer.x - stacked.borderWidth,
-                           -stacked.window.outer.y - stacked.borderWidth));
+      auto hidden = layer.region.intersection(stack_.hiddenPart(layer.window));
+      hidden.moveBy(-stacked.window.outer.x - stacked.borderWidth,
+                    -stacked.window.outer.y - stacked.borderWidth);
+      if (!hidden.isEmpty()) {
+        watch.watch(stacked.window.top, std::move(hidden));
       }
-      watch.watch(window, std::move(hidden));
     }
-    const auto damage = xcb_generate_id(connection_.get());
-    xcb_damage_create(connection_.get(), damage, window, XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY);
-    kept_.emplace(window, Kept{WindowPixmap(connection_, window), damage});
+    keep(stacked.window.top);
+  }
+  if (!stack_.isComposited) {
+    for (const auto index : windowsAround(stack_, excluded_, plan_, keepingDistance)) {
+      const auto& window = stack_.windows[index].window;
+      if (!kept_.contains(window.top) && reader_.understands(window.depth, window.visual)) {
+        keep(window.top);
+      }
+    }
   }
   watch.wait([&](const xcb_generic_event_t& event) {
     handle(event);
@@ -164,58 +277,10 @@ void Exclusion::keepPixmaps(const EventHandler& others) {
   });
 }
 
-// A compositing manager shows the pixmap that the root names. Otherwise a window that takes the root's
-// background for its own is put beneath all others, where nobody sees it, and read.
-void Exclusion::readBackground() {
-  backgroundArea_ = plan_.background.extents();
-  if (backgroundArea_.isEmpty()) {
-    return;
-  }
-  growTo(background_, packedBytes(backgroundArea_), reader_);
-  if (stack_.isComposited) {
-    const auto property = connection_.reply(
-        xcb_get_property_reply, xcb_get_property(connection_.get(), 0, connection_.root(),
-                                                 connection_.atom(Atom::rootPixmap), XCB_ATOM_PIXMAP, 0, 1));
-    if (property && xcb_get_property_value_length(property.get()) == 4) {
-      xcb_pixmap_t pixmap = 0;
-      std::memcpy(&pixmap, xcb_get_property_value(property.get()), sizeof pixmap);
-      const auto geometry =
-          connection_.reply(xcb_get_geometry_reply, xcb_get_geometry(connection_.get(), pixmap));
-      const bool isWhole = geometry && geometry->depth == connection_.screen().root_depth &&
-                           geometry->width >= backgroundArea_.right() &&
-                           geometry->height >= backgroundArea_.bottom();
-      if (isWhole && reader_.collect(reader_.request(pixmap, backgroundArea_, background_))) {
-        return;
-      }
-    }
-  }
-  if (!readBackgroundWindow()) {
-    std::memset(background_.data(), 0, packedBytes(backgroundArea_));
-  }
-}
-
-bool Exclusion::readBackgroundWindow() {
-  auto* xcb = connection_.get();
-  const auto window = xcb_generate_id(xcb);
-  const std::uint32_t values[] = {XCB_BACK_PIXMAP_PARENT_RELATIVE, 1};
-  xcb_create_window(
-      xcb, XCB_COPY_FROM_PARENT, window, connection_.root(), static_cast<std::int16_t>(backgroundArea_.x),
-      static_cast<std::int16_t>(backgroundArea_.y), static_cast<std::uint16_t>(backgroundArea_.width),
-      static_cast<std::uint16_t>(backgroundArea_.height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
-      XCB_COPY_FROM_PARENT, XCB_CW_BACK_PIXMAP | XCB_CW_OVERRIDE_REDIRECT, values);
-  const std::uint32_t below = XCB_STACK_MODE_BELOW;
-  xcb_configure_window(xcb, window, XCB_CONFIG_WINDOW_STACK_MODE, &below);
-  // Kept off the screen by redirecting it without anyone who shows it.
-  xcb_composite_redirect_window(
-      xcb, window, stack_.isComposited ? XCB_COMPOSITE_REDIRECT_AUTOMATIC : XCB_COMPOSITE_REDIRECT_MANUAL);
-  xcb_map_window(xcb, window);
-  const auto pixmap = xcb_generate_id(xcb);
-  xcb_composite_name_window_pixmap(xcb, window, pixmap);
-  const PixelRect all{0, 0, backgroundArea_.width, backgroundArea_.height};
-  const auto pending = reader_.request(pixmap, all, background_);
-  xcb_free_pixmap(xcb, pixmap);
-  xcb_destroy_window(xcb, window);
-  return reader_.collect(pending);
+void Exclusion::keep(xcb_window_t window) {
+  const auto damage = xcb_generate_id(connection_.get());
+  xcb_damage_create(connection_.get(), damage, window, XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY);
+  kept_.emplace(window, Kept{WindowPixmap(connection_, window), damage});
 }
 
 void Exclusion::request() {
@@ -263,9 +328,8 @@ void Exclusion::paint(const pixels::Canvas& canvas, std::int32_t left, std::int3
       }
     }
   };
-  if (!backgroundArea_.isEmpty()) {
-    paintRegion(plan_.background, packedView(background_.data(), backgroundArea_, PixelFormat::bgrx8),
-                backgroundArea_, false);
+  if (!plan_.background.isEmpty()) {
+    paintRegion(plan_.background, background_.view(), background_.area(), false);
   }
   for (std::size_t i = 0; i < layers_.size(); ++i) {
     const auto& layer = plan_.layers[i];

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "backends/x11/ExclusionBackground.hpp"
+#include "backends/x11/ExclusionPast.hpp"
 #include "backends/x11/ExclusionPlan.hpp"
 #include "backends/x11/SharedMemory.hpp"
 #include "backends/x11/WindowPixmap.hpp"
@@ -9,6 +11,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <vector>
 
 namespace tessarin::x11 {
@@ -20,22 +23,25 @@ namespace tessarin::x11 {
 //   have made it stale, the picture is right.
 class Exclusion {
  public:
-  // Asks for events of the root window: selects them on it for this connection.
+  // Asks for events of the root window: selects them on it for this connection. Throws DesktopFailure.
   Exclusion(Connection& connection, PixelReader& reader, const HostClock& clock,
             const std::vector<RunningApplication>& excluded, const PixelRect& area);
   ~Exclusion();
   Exclusion(const Exclusion&) = delete;
   Exclusion& operator=(const Exclusion&) = delete;
 
-  // Whether the event tells that the picture may be another one now.
-  bool handle(const xcb_generic_event_t& event);
+  // Where, by the event, the picture may be another one now; nothing when it tells of no change.
+  std::optional<PixelRect> handle(const xcb_generic_event_t& event);
+  // The same for what changes with the time alone.
+  std::optional<PixelRect> handleTime();
   // Whether the windows have changed since the last refresh.
-  bool isStale() const { return isStale_; }
+  bool isStale() const { return isStale_ || isPlanStale_; }
 
-  // Finds the windows anew, and waits, within bounds, for what has to be painted first. Events that come
-  // meanwhile go to the handler as well. Throws DesktopFailure, and CaptureFailure for windows whose pixels
-  // are of an unknown kind.
-  void refresh(const PixelRect& screen, const EventHandler& others);
+  // Takes up what has become of the windows: those that merely moved are known from their events; otherwise
+  // all are read anew. Waits, within bounds, for what has to be painted first. Events that come meanwhile go
+  // to the handler as well. The result is where the picture may be another one now. Throws DesktopFailure,
+  // and CaptureFailure for windows whose pixels are of an unknown kind.
+  PixelRect refresh(const PixelRect& screen, const EventHandler& others);
 
   // Reads what has to be painted over. Throws DesktopFailure.
   void request();
@@ -44,8 +50,12 @@ class Exclusion {
   // `canvas` begins at (left, top) of the root window; what lies outside of the area is not touched.
   void paint(const pixels::Canvas& canvas, std::int32_t left, std::int32_t top) const;
 
-  // Whether a change of the screen within this rectangle cannot be seen: only excluded windows show there,
-  // and what lies beneath tells of its changes itself.
+  // Whether the screen's pixels and those painted over them are of one moment only if other clients are kept
+  // from painting between the two readings. A compositing manager is behind the windows either way.
+  bool needsStillness() const { return !stack_.isComposited && !plan_.layers.empty(); }
+
+  // Whether a change of the screen within this rectangle cannot be seen: it is painted over there, and what
+  // lies beneath tells of its changes itself.
   bool hides(const PixelRect& rectangle) const { return plan_.patch.contains(rectangle); }
 
  private:
@@ -60,10 +70,15 @@ class Exclusion {
     std::size_t offset = 0;
   };
 
+  std::optional<PixelRect> handleDamage(const xcb_damage_notify_event_t& event);
+  std::optional<PixelRect> handleConfigure(const xcb_configure_notify_event_t& event);
+  std::optional<PixelRect> becomeStale();
+  void readStack(const PixelRect& screen);
+  void rememberPlaces(const ExclusionPlan& before, std::int64_t showsOn);
+  void requireKnownPixels() const;
   void keepPixmaps(const EventHandler& others);
+  void keep(xcb_window_t window);
   void dropUnused();
-  void readBackground();
-  bool readBackgroundWindow();
   bool isOurOwn(xcb_window_t window) const;
 
   Connection& connection_;
@@ -71,14 +86,15 @@ class Exclusion {
   const HostClock& clock_;
   std::vector<std::int32_t> excluded_;
   PixelRect area_;
-  bool isStale_ = true;
+  bool isStale_ = true;     // the stack
+  bool isPlanStale_ = true; // where nothing but the plan has to be made anew
   WindowStack stack_;
   ExclusionPlan plan_;
   std::map<xcb_window_t, Kept> kept_;
   PixelBuffer pieces_;        // of the layers, one behind the other
   std::vector<Piece> layers_; // in the plan's order
-  PixelBuffer background_;
-  PixelRect backgroundArea_;
+  ExclusionBackground background_;
+  PastPlaces past_;
 };
 
 } // namespace tessarin::x11

@@ -62,6 +62,13 @@ void Region::subtract(const Region& other) {
   }
 }
 
+void Region::moveBy(std::int32_t right, std::int32_t down) {
+  for (auto& mine : rectangles_) {
+    mine.x += right;
+    mine.y += down;
+  }
+}
+
 Region Region::intersection(const PixelRect& rectangle) const {
   Region result;
   for (const auto& mine : rectangles_) {

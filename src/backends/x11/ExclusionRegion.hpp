@@ -16,6 +16,7 @@ class Region {
   void add(const Region& other);
   void subtract(const PixelRect& rectangle);
   void subtract(const Region& other);
+  void moveBy(std::int32_t right, std::int32_t down);
 
   Region intersection(const PixelRect& rectangle) const;
   Region intersection(const Region& other) const;

@@ -116,6 +116,10 @@ void StreamCapture::takeEvents() {
   while (const auto event = connection_->pollEvent()) {
     handle(*event);
   }
+  if (source_->handleTime() == StreamSource::Sign::changed) {
+    hasContentChanged_ = true;
+    noteChange(nanoseconds(clock_));
+  }
 }
 
 void StreamCapture::handle(const xcb_generic_event_t& event) {

@@ -9,10 +9,9 @@ StreamDisplay::StreamDisplay(Connection& connection, PixelReader& reader, const 
     exclusion_.emplace(connection, reader, clock, excluded, area);
   }
   damage_ = xcb_generate_id(connection.get());
-  // With windows to leave out, it matters whether a change lies in one of them, so that each has to be told.
-  xcb_damage_create(connection.get(), damage_, connection.root(),
-                    exclusion_ ? XCB_DAMAGE_REPORT_LEVEL_DELTA_RECTANGLES
-                               : XCB_DAMAGE_REPORT_LEVEL_BOUNDING_BOX);
+  // The events grow with the bounding box, so that an excluded window which is painted again and again in the
+  // same place sends no more than one.
+  xcb_damage_create(connection.get(), damage_, connection.root(), XCB_DAMAGE_REPORT_LEVEL_BOUNDING_BOX);
   changes_.add(area);
 }
 
@@ -38,11 +37,19 @@ StreamSource::Sign StreamDisplay::handle(const xcb_generic_event_t& event) {
       return noteDamage(notify);
     }
   }
-  if (exclusion_ && exclusion_->handle(event)) {
-    changes_.add(area_);
-    return Sign::changed;
+  return exclusion_ ? noteChange(exclusion_->handle(event)) : Sign::none;
+}
+
+StreamSource::Sign StreamDisplay::handleTime() {
+  return exclusion_ ? noteChange(exclusion_->handleTime()) : Sign::none;
+}
+
+StreamSource::Sign StreamDisplay::noteChange(const std::optional<PixelRect>& changed) {
+  if (!changed) {
+    return Sign::none;
   }
-  return Sign::none;
+  changes_.add(*changed);
+  return Sign::changed;
 }
 
 bool StreamDisplay::isStale() const {
@@ -52,21 +59,28 @@ bool StreamDisplay::isStale() const {
 void StreamDisplay::prepare(const PixelRect& screen, const EventHandler& others) {
   const bool isResized = screen != screen_;
   screen_ = screen;
-  if (isResized || isStale()) {
+  if (isResized) {
     changes_.add(area_);
-    if (exclusion_) {
-      exclusion_->refresh(screen, others);
-    }
+  }
+  if (exclusion_ && (isResized || isStale())) {
+    changes_.add(exclusion_->refresh(screen, others));
   }
 }
 
 void StreamDisplay::request(const PixelRect& wanted, const PixelBuffer& buffer,
                             const pixels::Canvas& canvas) {
   changes_.beginRead();
+  const bool isStill = exclusion_ && exclusion_->needsStillness();
+  if (isStill) { // for the time of the two readings, which the server does in one go
+    xcb_grab_server(connection_.get());
+  }
   xcb_damage_subtract(connection_.get(), damage_, XCB_NONE, XCB_NONE);
   canvasReader_.request(connection_.root(), screen_, wanted, buffer, canvas);
   if (exclusion_) {
     exclusion_->request();
+  }
+  if (isStill) {
+    xcb_ungrab_server(connection_.get());
   }
 }
 

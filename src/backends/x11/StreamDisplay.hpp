@@ -21,6 +21,7 @@ class StreamDisplay final : public StreamSource {
   ~StreamDisplay() override;
 
   Sign handle(const xcb_generic_event_t& event) override;
+  Sign handleTime() override;
   void prepare(const PixelRect& screen, const EventHandler& others) override;
   bool isStale() const override;
   PixelRect area() const override { return area_; }
@@ -31,6 +32,7 @@ class StreamDisplay final : public StreamSource {
 
  private:
   Sign noteDamage(const xcb_damage_notify_event_t& event);
+  Sign noteChange(const std::optional<PixelRect>& changed);
 
   Connection& connection_;
   CanvasReader canvasReader_;

@@ -20,6 +20,8 @@ class StreamSource {
   virtual ~StreamSource() = default;
 
   virtual Sign handle(const xcb_generic_event_t& event) = 0;
+  // Takes up what changes with the time alone.
+  virtual Sign handleTime() { return Sign::none; }
   // Takes up what has changed in the arrangement of windows and screen. Events that come while it waits go
   // to the handler. Throws CaptureFailure.
   virtual void prepare(const PixelRect& screen, const EventHandler& others) = 0;
