@@ -15,7 +15,8 @@ struct FontDescription {
   double size = 0; // the em, in the units of the drawing
 };
 
-// Text could not be set: the module is not there, no font is installed, or the picture would be too large.
+// Text could not be set: the module is not there, no font is installed, or the picture would be too
+// large or too far away.
 class TypesettingFailure : public std::exception {
  public:
   const char* what() const noexcept override { return "text could not be set"; }

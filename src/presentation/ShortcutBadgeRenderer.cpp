@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 
 namespace tessarin {
 
@@ -85,17 +86,30 @@ struct Bitmap {
         canvas{bytes->data(), width, height, width * pixelBytes, PixelFormat::bgra8Premultiplied} {}
 };
 
-// The shape in one colour, on nothing.
-void fill(const pixels::Canvas& canvas, const pixels::RoundedRect& shape, const Color& color) {
+using Pixel = std::array<std::uint8_t, pixelBytes>;
+
+// The pixels of a colour by the share, of 255, that it has of them.
+std::array<Pixel, 256> pixelsByShare(const Color& color) {
   const std::array<double, pixelBytes> channels = {color.blue * color.alpha, color.green * color.alpha,
                                                    color.red * color.alpha, color.alpha};
+  std::array<Pixel, 256> byShare{};
+  for (std::size_t share = 0; share < byShare.size(); ++share)
+    for (std::size_t i = 0; i < channels.size(); ++i)
+      byShare[share][i] = static_cast<std::uint8_t>(channels[i] * static_cast<double>(share) + 0.5);
+  return byShare;
+}
+
+// The shape in one colour, on nothing.
+void fill(const pixels::Canvas& canvas, const pixels::RoundedRect& shape, const Color& color) {
+  const std::array<Pixel, 256> byShare = pixelsByShare(color);
   std::vector<std::uint8_t> shares(static_cast<std::size_t>(canvas.width));
   for (std::int32_t y = 0; y < canvas.height; ++y) {
     shape.cover(y, shares);
-    std::uint8_t* byte = canvas.row(y);
-    for (const std::uint8_t share : shares)
-      for (const double channel : channels)
-        *byte++ = static_cast<std::uint8_t>(channel * share + 0.5);
+    std::uint8_t* to = canvas.row(y);
+    for (const std::uint8_t share : shares) {
+      std::memcpy(to, byShare[share].data(), pixelBytes);
+      to += pixelBytes;
+    }
   }
 }
 

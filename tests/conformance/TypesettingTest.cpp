@@ -203,9 +203,11 @@ TEST_F(TypesettingTest, setsAnyBytesAsOneLine) {
   }
 }
 
-TEST_F(TypesettingTest, refusesAPictureThatIsTooLarge) {
+TEST_F(TypesettingTest, refusesAPictureThatIsTooLargeOrTooFarAway) {
   const auto set = line("Command");
   EXPECT_THROW(set->draw(0, 0, 1000, white), TypesettingFailure);
+  EXPECT_THROW(set->draw(1e12, 0, 1, white), TypesettingFailure);
+  EXPECT_THROW(set->draw(0, std::nan(""), 1, white), TypesettingFailure);
   EXPECT_GT(inkOf(set->draw(0, 0, 1, white)).pixels, 0U);
   EXPECT_THROW(line(std::string(3000, 'M'))->draw(0, 0, 1, white), TypesettingFailure);
 }

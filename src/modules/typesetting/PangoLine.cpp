@@ -10,6 +10,7 @@ namespace {
 constexpr std::ptrdiff_t pixelBytes = 4;
 // A picture of the library has at most that many pixels a side.
 constexpr double maximumSide = 32767;
+constexpr double maximumPlace = 1 << 30;
 
 double units(int value) {
   return static_cast<double>(value) / PANGO_SCALE;
@@ -58,6 +59,11 @@ void crop(PlacedPicture& placed) {
 // In pixels of the plane.
 struct PangoLine::Bounds {
   double left, top, width, height;
+
+  bool isDrawable() const {
+    return width <= maximumSide && height <= maximumSide && std::abs(left) <= maximumPlace &&
+           std::abs(top) <= maximumPlace;
+  }
 };
 
 PangoLine::PangoLine(std::shared_ptr<FontStock> stock, Handle<PangoLayout> layout, double capitalHeight)
@@ -88,7 +94,7 @@ PangoLine::Bounds PangoLine::inkBounds(double x, double y, double scale) const {
 PlacedPicture PangoLine::draw(double x, double y, double scale, const Color& color) const {
   const std::lock_guard lock(stock_->mutex);
   const Bounds bounds = inkBounds(x, y, scale);
-  if (!(bounds.width <= maximumSide && bounds.height <= maximumSide))
+  if (!bounds.isDrawable())
     throw TypesettingFailure();
   const std::shared_ptr<cairo_surface_t> surface(cairo_image_surface_create(CAIRO_FORMAT_ARGB32,
                                                                             static_cast<int>(bounds.width),
