@@ -268,4 +268,19 @@ std::unique_ptr<Connection> DisplayServer::open() const {
   return std::make_unique<Connection>(displayName_, patience_);
 }
 
+void DisplayServer::addOwnWindow(OwnWindow window) {
+  const std::lock_guard guard(lock_);
+  ownWindows_.push_back(std::move(window));
+}
+
+void DisplayServer::removeOwnWindow(xcb_window_t window) {
+  const std::lock_guard guard(lock_);
+  std::erase_if(ownWindows_, [window](const OwnWindow& each) { return each.window == window; });
+}
+
+std::vector<OwnWindow> DisplayServer::ownWindows() const {
+  const std::lock_guard guard(lock_);
+  return ownWindows_;
+}
+
 } // namespace tessarin::x11

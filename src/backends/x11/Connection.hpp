@@ -11,9 +11,12 @@
 #include <cstdlib>
 #include <deque>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 // The connection to the X server on which every service of this room stands.
 namespace tessarin::x11 {
@@ -151,6 +154,14 @@ class Connection {
   unsigned int answeredThrough_ = 0; // the last request that went out before the latest round trip
 };
 
+// A window of this process's own.
+struct OwnWindow {
+  xcb_window_t window = 0;
+  std::string title; // UTF-8
+};
+// Instance and class of all of them.
+inline constexpr std::string_view ownWindowClass = "tessarin-native";
+
 // The display server of this job: opened on first use, then shared by the services that run one at a time.
 class DisplayServer {
  public:
@@ -163,10 +174,19 @@ class DisplayServer {
   // A connection of the caller's own, for another thread. Throws DesktopFailure.
   std::unique_ptr<Connection> open() const;
 
+  // The windows of our own, which belong to the desktop's content even while nothing of them is to be seen.
+  // Any thread.
+  void addOwnWindow(OwnWindow window);
+  void removeOwnWindow(xcb_window_t window);
+  std::vector<OwnWindow> ownWindows() const;
+
  private:
   std::optional<std::string> displayName_;
   Connection::Patience patience_;
   std::unique_ptr<Connection> connection_;
+
+  mutable std::mutex lock_;
+  std::vector<OwnWindow> ownWindows_; // guarded by lock_
 };
 
 } // namespace tessarin::x11

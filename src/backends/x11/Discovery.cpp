@@ -4,6 +4,8 @@
 #include "backends/x11/Displays.hpp"
 #include "backends/x11/Windows.hpp"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <functional>
 #include <utility>
@@ -40,6 +42,24 @@ void appendEntries(const TopLevelWindow& window, const std::function<RectDTO(con
                   .name = window.title.value_or("")});
 }
 
+// Those of our own windows of which nothing is to be seen at the moment lie in front.
+void appendHidden(const std::vector<OwnWindow>& own, std::vector<TopLevelWindow>& windows) {
+  for (const auto& each : own) {
+    const bool isListed = std::any_of(windows.begin(), windows.end(),
+                                      [&](const auto& window) { return window.client == each.window; });
+    if (!isListed) {
+      TopLevelWindow window;
+      window.client = each.window;
+      window.top = each.window;
+      window.isOverrideRedirect = true;
+      window.layer = WindowLayer::raised;
+      window.title = each.title;
+      window.owner = {getpid(), std::string(ownWindowClass), std::string(ownWindowClass)};
+      windows.push_back(std::move(window));
+    }
+  }
+}
+
 class Discovery final : public DesktopContent {
  public:
   explicit Discovery(std::shared_ptr<DisplayServer> server) : server_(std::move(server)) {}
@@ -56,7 +76,8 @@ class Discovery final : public DesktopContent {
   ShareableContent content() override {
     auto& connection = server_->connection();
     const auto layout = DisplayQuery(connection).result();
-    const auto windows = readWindows(connection, layout.root);
+    auto windows = readWindows(connection, layout.root);
+    appendHidden(server_->ownWindows(), windows);
     const DiscoveryApplications applications(windows);
 
     ShareableContent content;
@@ -75,7 +96,7 @@ class Discovery final : public DesktopContent {
                                  .frame = points(window->bounds),
                                  .title = window->title,
                                  .windowLayer = window->layer,
-                                 .isOnScreen = true,
+                                 .isOnScreen = !window->bounds.isEmpty(),
                                  .owningApplication = applications.of(window->owner)});
       appendEntries(*window, points, applications, list);
     }

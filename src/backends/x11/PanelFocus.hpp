@@ -1,0 +1,31 @@
+#pragma once
+
+#include "backends/x11/Connection.hpp"
+
+#include <optional>
+
+namespace tessarin::x11 {
+
+// The keyboard that a panel borrows from whoever had it. Confined to the connection's thread. Every call
+// throws DesktopFailure when the server is lost.
+class PanelFocus {
+ public:
+  explicit PanelFocus(Connection& connection) : connection_(connection) {}
+
+  // Gives the panel the keyboard; the time is that of the press that asks for it.
+  void take(xcb_window_t panel, xcb_timestamp_t time);
+  // Gives it back, unless the panel has lost it already.
+  void giveBack(xcb_window_t panel);
+
+ private:
+  struct Owner {
+    xcb_window_t window = 0; // or one of the protocol's words for none
+    std::uint8_t revertTo = 0;
+  };
+
+  Connection& connection_;
+  std::optional<xcb_window_t> panel_; // that has the keyboard, as far as we know
+  Owner before_;                      // who had it before any panel
+};
+
+} // namespace tessarin::x11

@@ -1,0 +1,147 @@
+#include "backends/x11/PanelShape.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <span>
+
+namespace tessarin::x11 {
+
+namespace {
+
+// So far a frame's edge may lie beside a pixel's, of which it was computed, without touching the next one.
+constexpr double tolerance = 1.0 / 4096;
+constexpr double lowest = std::numeric_limits<std::int16_t>::min();
+constexpr double highest = std::numeric_limits<std::int16_t>::max();
+
+// Pixels looked at together; pictures are mostly opaque or empty over long stretches.
+constexpr std::int32_t blockSize = 16;
+constexpr std::uint32_t opaque = 255;
+
+// A stretch of a row that is shown.
+struct Run {
+  std::int32_t first = 0;
+  std::int32_t end = 0;
+  bool operator==(const Run&) const = default;
+};
+
+void append(std::vector<Run>& runs, std::int32_t first, std::int32_t end) {
+  if (!runs.empty() && runs.back().end == first) {
+    runs.back().end = end;
+  } else {
+    runs.push_back({first, end});
+  }
+}
+
+std::uint32_t straight(std::uint32_t value, std::uint32_t alpha) {
+  return std::min(opaque, (value * opaque + alpha / 2) / alpha);
+}
+
+// One pixel of at least half an alpha, in memory order B, G, R, A.
+std::uint32_t shownOpaque(std::uint32_t pixel, std::uint32_t alpha) {
+  return straight(pixel & 0xFF, alpha) | straight(pixel >> 8 & 0xFF, alpha) << 8 |
+         straight(pixel >> 16 & 0xFF, alpha) << 16 | opaque << 24;
+}
+
+void copyPixelByPixel(std::span<std::uint32_t> block, std::int32_t first, std::vector<Run>& runs) {
+  for (std::size_t i = 0; i < block.size(); ++i) {
+    const auto alpha = block[i] >> 24;
+    if (alpha < 128) {
+      block[i] = 0;
+      continue;
+    }
+    block[i] = shownOpaque(block[i], alpha);
+    const auto x = first + static_cast<std::int32_t>(i);
+    append(runs, x, x + 1);
+  }
+}
+
+void copyRow(const std::uint8_t* source, std::int32_t width, std::uint8_t* target, std::vector<Run>& runs) {
+  for (std::int32_t x = 0; x < width; x += blockSize) {
+    const auto count = std::min(blockSize, width - x);
+    const auto bytes = static_cast<std::size_t>(count) * 4;
+    std::array<std::uint32_t, blockSize> block;
+    std::memcpy(block.data(), source + std::ptrdiff_t{x} * 4, bytes);
+    std::uint32_t all = ~std::uint32_t{0};
+    std::uint32_t any = 0;
+    for (std::int32_t i = 0; i < count; ++i) {
+      all &= block[static_cast<std::size_t>(i)];
+      any |= block[static_cast<std::size_t>(i)];
+    }
+    if (all >> 24 == opaque) {
+      append(runs, x, x + count);
+    } else if (any >> 31 == 0) {
+      block.fill(0);
+    } else {
+      copyPixelByPixel(std::span(block).first(static_cast<std::size_t>(count)), x, runs);
+    }
+    std::memcpy(target + std::ptrdiff_t{x} * 4, block.data(), bytes);
+  }
+}
+
+} // namespace
+
+PixelRect panelPixels(const RectDTO& frame, double scale) {
+  if (!(frame.width > 0) || !(frame.height > 0)) {
+    return {};
+  }
+  const double edges[] = {frame.x * scale, frame.y * scale, (frame.x + frame.width) * scale,
+                          (frame.y + frame.height) * scale};
+  if (!std::all_of(std::begin(edges), std::end(edges), [](double edge) { return std::isfinite(edge); })) {
+    return {};
+  }
+  const auto pixel = [](double edge) { return static_cast<std::int32_t>(std::clamp(edge, lowest, highest)); };
+  const auto left = pixel(std::floor(edges[0] + tolerance));
+  const auto top = pixel(std::floor(edges[1] + tolerance));
+  const auto right = pixel(std::ceil(edges[2] - tolerance));
+  const auto bottom = pixel(std::ceil(edges[3] - tolerance));
+  constexpr auto longest = std::numeric_limits<std::int16_t>::max();
+  const PixelRect pixels{left, top, std::min<std::int32_t>(right - left, longest),
+                         std::min<std::int32_t>(bottom - top, longest)};
+  return pixels.isEmpty() ? PixelRect{} : pixels;
+}
+
+void copyPicture(const PictureView& picture, std::uint8_t* pixels) {
+  const auto bytes = static_cast<std::size_t>(picture.width) * 4;
+  for (std::int32_t y = 0; y < picture.height; ++y) {
+    std::memcpy(pixels, picture.data + y * picture.stride, bytes);
+    pixels += bytes;
+  }
+}
+
+std::vector<PixelRect> copyOpaquePicture(const PictureView& picture, std::uint8_t* pixels) {
+  std::vector<PixelRect> shape;
+  std::vector<Run> band; // of the rectangles that end at the row
+  std::vector<Run> runs;
+  for (std::int32_t y = 0; y < picture.height; ++y) {
+    runs.clear();
+    copyRow(picture.data + y * picture.stride, picture.width, pixels, runs);
+    pixels += std::ptrdiff_t{picture.width} * 4;
+    if (runs == band) {
+      for (auto each = shape.end() - static_cast<std::ptrdiff_t>(band.size()); each != shape.end(); ++each) {
+        ++each->height;
+      }
+      continue;
+    }
+    for (const auto& run : runs) {
+      shape.push_back({run.first, y, run.end - run.first, 1});
+    }
+    std::swap(band, runs);
+  }
+  return shape;
+}
+
+std::vector<PixelRect> clipped(const std::vector<PixelRect>& rectangles, std::int32_t width,
+                               std::int32_t height) {
+  std::vector<PixelRect> parts;
+  for (const auto& each : rectangles) {
+    if (const auto part = each.intersection({0, 0, width, height}); !part.isEmpty()) {
+      parts.push_back(part);
+    }
+  }
+  return parts;
+}
+
+} // namespace tessarin::x11

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "backends/x11/Connection.hpp"
+#include "backends/x11/SharedMemory.hpp"
+#include "model/Picture.hpp"
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace tessarin::x11 {
+
+// What a window shows: a picture in the server, from which the server repaints what comes to light by
+// itself, and the window's shape. Confined to the connection's thread. Every call throws DesktopFailure when
+// the server is lost.
+class PanelSurface {
+ public:
+  // A new surface shows nothing. The reader makes its memory; both outlive the surface.
+  PanelSurface(Connection& connection, PixelReader& reader, xcb_window_t window, std::uint8_t depth);
+  ~PanelSurface();
+  PanelSurface(const PanelSurface&) = delete;
+  PanelSurface& operator=(const PanelSurface&) = delete;
+
+  // Shows the picture at the window's top left: with its alpha where windows are mixed, else cut to its
+  // opaque parts. Without pixels nothing is shown. While the server has not taken the picture before, this
+  // one is kept in its place, and the newest one is shown then.
+  void show(const Picture& picture, bool isMixed);
+  // Of the window; empty shows nothing.
+  void setSize(std::int32_t width, std::int32_t height);
+  // Whether the event tells that the server has taken a picture, or refused it.
+  bool handle(const xcb_generic_event_t& event);
+
+ private:
+  struct Kept {
+    Picture picture;
+    bool isMixed = false;
+  };
+
+  void take(const Kept& kept);
+  void reserve(std::int32_t width, std::int32_t height);
+  bool hasRead(const xcb_generic_event_t& event) const;
+  void put(std::int32_t width, std::int32_t height);
+  std::uint32_t putThroughConnection(std::int32_t width, std::int32_t height);
+  void applyShape();
+
+  Connection& connection_;
+  PixelReader& reader_;
+  const xcb_window_t window_;
+  const std::uint8_t depth_;
+  const xcb_gcontext_t graphics_;
+  xcb_pixmap_t pixmap_ = XCB_NONE;
+  std::int32_t pixmapWidth_ = 0;
+  std::int32_t pixmapHeight_ = 0;
+  PixelBuffer buffer_;
+  std::optional<std::uint32_t> reading_; // the request by which the server has yet to read it
+  std::optional<Kept> next_;             // to be shown when it has
+  std::vector<PixelRect> pictureShape_;
+  std::int32_t width_ = 0;
+  std::int32_t height_ = 0;
+  std::optional<std::vector<PixelRect>> shape_; // as the server has it
+};
+
+} // namespace tessarin::x11
