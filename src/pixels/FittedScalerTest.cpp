@@ -156,34 +156,47 @@ TEST(FittedScaler, takesPicturesOfItsSourceSizeOnly) {
   EXPECT_FALSE(scaler.takes(TestPicture(40, 19, 0, 0, 1).view()));
 }
 
+// Weights that differ from pixel to pixel and from tap to tap, and sum up to 16384.
+std::vector<std::int16_t> unevenWeights(std::size_t pixels, std::size_t taps) {
+  std::vector<std::int16_t> weights;
+  for (std::size_t x = 0; x < pixels; ++x) {
+    std::int16_t left = 1 << weightBits;
+    for (std::size_t tap = 0; tap + 1 < taps; ++tap) {
+      weights.push_back(static_cast<std::int16_t>((x * 389 + tap * 1171) % 2700));
+      left = static_cast<std::int16_t>(left - weights.back());
+    }
+    weights.push_back(left);
+  }
+  return weights;
+}
+
 TEST(Kernels, everyVersionCombinesAndResamplesToTheSameValues) {
   const std::vector<std::int16_t> rowWeights{3000, 9000, 4384, 0};
-  for (std::size_t pixels = 1; pixels <= 70; ++pixels) {
-    const TestPicture picture(static_cast<int>(pixels), 4, 1, 4, static_cast<unsigned>(pixels));
-    const std::uint8_t* rows[] = {picture.pixel(0, 0), picture.pixel(0, 1), picture.pixel(0, 2),
-                                  picture.pixel(0, 3)};
-    std::vector<std::int32_t> first;
-    std::vector<std::int16_t> weights;
-    for (std::size_t x = 0; x < pixels; ++x) {
-      first.push_back(static_cast<std::int32_t>(x * 7 % pixels));
-      weights.insert(weights.end(), {5000, 6000, 5384, 0});
-    }
-    const ScaleTaps taps{first, weights, 4};
-    std::vector<std::int16_t> expectedRow;
-    std::vector<std::uint8_t> expectedPixels;
-    for (const Kernels& kernels : availableKernels()) {
-      std::vector<std::int16_t> row((pixels + 4) * 4, 0);
-      kernels.combineRows(rows, rowWeights.data(), 4, pixels * 4, row.data());
-      std::vector<std::uint8_t> target(pixels * 4);
-      kernels.resampleRow(row.data(), taps, target.data());
-      if (expectedRow.empty()) {
-        expectedRow = row;
-        expectedPixels = target;
+  for (const std::size_t tapCount : {2U, 4U, 6U})
+    for (std::size_t pixels = 1; pixels <= 70; ++pixels) {
+      const TestPicture picture(static_cast<int>(pixels), 4, 1, 4, static_cast<unsigned>(pixels));
+      const std::uint8_t* rows[] = {picture.pixel(0, 0), picture.pixel(0, 1), picture.pixel(0, 2),
+                                    picture.pixel(0, 3)};
+      std::vector<std::int32_t> first;
+      for (std::size_t x = 0; x < pixels; ++x)
+        first.push_back(static_cast<std::int32_t>(x * 7 % pixels));
+      const std::vector<std::int16_t> weights = unevenWeights(pixels, tapCount);
+      const ScaleTaps taps{first, weights, static_cast<std::int32_t>(tapCount)};
+      std::vector<std::int16_t> expectedRow;
+      std::vector<std::uint8_t> expectedPixels;
+      for (const Kernels& kernels : availableKernels()) {
+        std::vector<std::int16_t> row((pixels + tapCount) * 4, 0);
+        kernels.combineRows(rows, rowWeights.data(), 4, pixels * 4, row.data());
+        std::vector<std::uint8_t> target(pixels * 4);
+        kernels.resampleRow(row.data(), taps, target.data());
+        if (expectedRow.empty()) {
+          expectedRow = row;
+          expectedPixels = target;
+        }
+        ASSERT_EQ(row, expectedRow) << kernels.name;
+        ASSERT_EQ(target, expectedPixels) << kernels.name;
       }
-      ASSERT_EQ(row, expectedRow) << kernels.name;
-      ASSERT_EQ(target, expectedPixels) << kernels.name;
     }
-  }
 }
 
 } // namespace

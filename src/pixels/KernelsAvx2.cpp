@@ -72,15 +72,49 @@ struct Avx2 {
   }
 };
 
+// Two target pixels, each of which starts at its own place, one in each half of the vector.
+inline __m256i resampledPixels(const std::int16_t* const (&sources)[2],
+                               const std::int16_t* const (&weights)[2], int taps) {
+  const __m256i neighbours = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15)); // channel by channel
+  __m256i sum = _mm256_set1_epi32(resampleBias);
+  for (int tap = 0; tap < taps; tap += 2) {
+    const auto two = [&](std::size_t i) {
+      return _mm_loadu_si128(reinterpret_cast<const __m128i*>(sources[i] + tap * 4));
+    };
+    const __m256i channels = _mm256_shuffle_epi8(_mm256_set_m128i(two(1), two(0)), neighbours);
+    const __m256i pairs = _mm256_blend_epi32(_mm256_set1_epi32(weightPair(weights[0] + tap)),
+                                             _mm256_set1_epi32(weightPair(weights[1] + tap)), 0xF0);
+    sum = _mm256_add_epi32(sum, _mm256_madd_epi16(channels, pairs));
+  }
+  return _mm256_srai_epi32(sum, resampleShift);
+}
+
+void resampleRow(const std::int16_t* combined, const ScaleTaps& taps, std::uint8_t* target) {
+  const std::int32_t* first = taps.first.data();
+  const std::size_t width = taps.first.size();
+  const auto source = [&](std::size_t x) { return combined + static_cast<std::ptrdiff_t>(first[x]) * 4; };
+  const auto weights = [&](std::size_t x) {
+    return taps.weights.data() + x * static_cast<std::size_t>(taps.taps);
+  };
+  // Halves of the vectors are packed by themselves, so that they hold pixels four apart.
+  const auto pixels = [&](std::size_t x) {
+    return resampledPixels({source(x), source(x + 4)}, {weights(x), weights(x + 4)}, taps.taps);
+  };
+  std::size_t x = 0;
+  for (; x + 8 <= width; x += 8) {
+    const __m256i left = _mm256_packs_epi32(pixels(x), pixels(x + 1));
+    const __m256i right = _mm256_packs_epi32(pixels(x + 2), pixels(x + 3));
+    Avx2::store(_mm256_packus_epi16(left, right), target + x * 4);
+  }
+  resamplePixelsPlain(combined, taps, x, width, target);
+}
+
 } // namespace
 
 extern const Kernels avx2Kernels;
-const Kernels avx2Kernels{"avx2",
-                          convertRowsVector<Avx2>,
-                          combineRowsVector<Avx2>,
-                          resampleRowVector,
-                          blendRowVector<Avx2>,
-                          maskRowVector<Avx2>};
+const Kernels avx2Kernels{"avx2",      convertRowsVector<Avx2>, combineRowsVector<Avx2>,
+                          resampleRow, blendRowVector<Avx2>,    maskRowVector<Avx2>};
 
 } // namespace tessarin::pixels
 

@@ -2,6 +2,7 @@
 
 #include "pixels/KernelsDetail.hpp"
 
+#include <cstring>
 #include <emmintrin.h>
 
 // The kernels written once over a vector type `V`, which a source file gives for its processor options.
@@ -94,14 +95,20 @@ void combineRowsVector(const std::uint8_t* const* rows, const std::int16_t* weig
   combineRowsPlain(rows, weights, count, x, bytes, combined);
 }
 
+// The weights of two taps, as `pairOf` has them.
+inline int weightPair(const std::int16_t* weights) {
+  int pair = 0;
+  std::memcpy(&pair, weights, sizeof pair);
+  return pair;
+}
+
 // Each target pixel starts at its own place, so its four channels are what fills a vector.
 inline __m128i resampledPixel(const std::int16_t* source, const std::int16_t* weights, int taps) {
   __m128i sum = _mm_set1_epi32(resampleBias);
   for (int tap = 0; tap < taps; tap += 2) {
     const __m128i two = _mm_loadu_si128(reinterpret_cast<const __m128i*>(source + tap * 4));
     const __m128i channels = _mm_unpacklo_epi16(two, _mm_srli_si128(two, 8));
-    sum =
-        _mm_add_epi32(sum, _mm_madd_epi16(channels, _mm_set1_epi32(pairOf(weights[tap], weights[tap + 1]))));
+    sum = _mm_add_epi32(sum, _mm_madd_epi16(channels, _mm_set1_epi32(weightPair(weights + tap))));
   }
   return _mm_srai_epi32(sum, resampleShift);
 }
