@@ -2,6 +2,7 @@
 
 #include "recording/RecordingOverlayRegistration.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -43,7 +44,8 @@ void RecordingShortcutOverlay::show(const ShortcutBadgeRenderer::Badge& badge, M
   panel_->setPicture(badge.picture);
   expiresAt_ = expiresAt;
   const MediaTime left = (expiresAt - environment_.clock.now()).convertedTo(MediaTime::nanosecondScale);
-  timer_ = environment_.mainQueue.after(std::chrono::nanoseconds(left.value()), [this] { refresh(); });
+  timer_ = environment_.mainQueue.after(std::chrono::nanoseconds(std::max<std::int64_t>(left.value(), 0)),
+                                        [this] { refresh(); });
 }
 
 void RecordingShortcutOverlay::refresh() {

@@ -34,7 +34,7 @@ class RecordingShortcutOverlayTest : public ::testing::Test {
   bool isShown() { return panel().showsPicture(); }
   void expectEmpty() {
     EXPECT_EQ(panel().frame(), (RectDTO{1060, 590, 0, 0}));
-    EXPECT_FALSE(isShown());
+    EXPECT_TRUE(panel().pictures.empty() || panel().pictures.back().view.data == nullptr);
     EXPECT_EQ(rig.scheduler.timerCount(), 0U);
   }
   ShortcutBadgeRenderer::Badge expectedBadge(const Keys& keys, double scale = 1) {
