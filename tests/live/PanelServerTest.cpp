@@ -1,0 +1,132 @@
+#include "PanelFixture.hpp"
+
+#include <ctime>
+#include <filesystem>
+
+namespace tessarin {
+namespace {
+
+double processorSeconds() {
+  timespec time{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+std::ptrdiff_t entries(const char* folder) {
+  return std::distance(std::filesystem::directory_iterator(folder), {});
+}
+
+TEST_F(PanelFixture, AfterTheServersEndEveryCallDoesNothingAndNothingSpins) {
+  start();
+  auto tested = panel({100, 100, 40, 40});
+  auto second = panel({10, 10, 40, 40}, true);
+  tested->setPicture(plainPicture(40, 40, 0xFF00FF00));
+  ASSERT_TRUE(becomes(120, 120, 0x00FF00));
+  Hands hands(desktop->display());
+  hands.moveTo(120, 120);
+  hands.press();
+  ASSERT_TRUE(eventually([&] { return tested->told() == std::vector<std::string>{"down 120,120"}; }));
+
+  desktop->killServer();
+  EXPECT_TRUE(eventually([&] { return tested->told().back() == "up"; }));
+  const auto before = processorSeconds();
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  EXPECT_LT(processorSeconds() - before, 0.05);
+
+  const auto id = tested->id();
+  EXPECT_NE(id, 0U);
+  tested->setFrame({1, 2, 3, 4});
+  tested->setFrame({});
+  tested->setPicture(plainPicture(400, 400, 0xFFFFFFFF));
+  tested->setPicture({});
+  EXPECT_EQ(tested->pixelSize(), (SizeDTO{40, 40})); // as it was
+  EXPECT_EQ(tested->told(), (std::vector<std::string>{"down 120,120", "up"}));
+  EXPECT_THROW(panel({0, 0, 10, 10}), DesktopFailure);
+  tested.reset();
+  second.reset();
+  EXPECT_THROW(panel({0, 0, 10, 10}), DesktopFailure);
+}
+
+TEST_F(PanelFixture, ALossIsFoundOutByACallAsWell) {
+  start();
+  auto tested = panel({100, 100, 40, 40});
+  mainThread.sync([&] { desktop->killServer(); });
+  tested->setPicture(plainPicture(40, 40, 0xFF00FF00));
+  tested.reset();
+  EXPECT_THROW(panel({0, 0, 10, 10}), DesktopFailure);
+}
+
+TEST_F(PanelFixture, WithoutAServerThereIsNoPanel) {
+  server = std::make_shared<x11::DisplayServer>(":987");
+  factory = x11::makePanelFactory(server, mainThread);
+  EXPECT_THROW(panel({0, 0, 10, 10}), DesktopFailure);
+}
+
+TEST_F(PanelFixture, LeavesNothingBehindWithTheLastPanel) {
+  start();
+  // The first one sets up what the process keeps.
+  const auto show = [this] {
+    const auto tested = panel({0, 0, 64, 64});
+    const auto other = panel({64, 0, 64, 64}, true);
+    tested->setPicture(plainPicture(64, 64, 0xFF00FF00));
+    EXPECT_TRUE(becomes(10, 10, 0x00FF00));
+  };
+  show();
+  const auto settled = [](const char* folder, std::ptrdiff_t count) {
+    return eventually([=] { return entries(folder) <= count; }) ? count : entries(folder);
+  };
+  const auto descriptors = entries("/proc/self/fd");
+  const auto threads = entries("/proc/self/task");
+  for (int i = 0; i < 100; ++i)
+    show();
+  EXPECT_EQ(settled("/proc/self/fd", descriptors), descriptors);
+  EXPECT_EQ(settled("/proc/self/task", threads), threads);
+  EXPECT_TRUE(server->ownWindows().empty());
+  x11::Connection viewer(desktop->display());
+  const auto tree = viewer.required(xcb_query_tree_reply, xcb_query_tree(viewer.get(), viewer.root()));
+  EXPECT_EQ(xcb_query_tree_children_length(tree.get()), 0);
+}
+
+TEST_F(PanelFixture, ClosesOneOfSeveralPanels) {
+  start();
+  const auto staying = panel({0, 0, 40, 40});
+  auto closing = panel({100, 0, 40, 40});
+  staying->setPicture(plainPicture(40, 40, 0xFF00FF00));
+  closing->setPicture(plainPicture(40, 40, 0xFF0000FF));
+  ASSERT_TRUE(becomes(110, 10, 0x0000FF));
+  closing.reset();
+  EXPECT_TRUE(becomes(110, 10, 0));
+  staying->setPicture(plainPicture(40, 40, 0xFFFF00FF));
+  EXPECT_TRUE(becomes(10, 10, 0xFF00FF));
+}
+
+// Prints what thirty pictures a second cost, of a core: the figure, and a bound far above it.
+TEST_F(PanelFixture, ThirtyPicturesASecondCostLittle) {
+  for (const bool hasCompositingManager : {false, true}) {
+    start({.width = 1280, .height = 800, .hasCompositingManager = hasCompositingManager});
+    for (const auto& [width, height] : {std::pair(384, 288), std::pair(800, 600)}) {
+      const auto tested = panel({0, 0, static_cast<double>(width), static_cast<double>(height)});
+      const auto circle = [w = width, h = height](std::uint32_t colour) {
+        return pictureOf(w, h, [=](int x, int y) {
+          const double dx = (x - w / 2.0) / (w / 2.0);
+          const double dy = (y - h / 2.0) / (h / 2.0);
+          return dx * dx + dy * dy < 1 ? colour : 0U;
+        });
+      };
+      const Picture pictures[] = {circle(0xFF00FF00), circle(0xFFFF0000)};
+      constexpr int rounds = 300;
+      const auto before = processorSeconds();
+      for (int i = 0; i < rounds; ++i) {
+        tested->setPicture(pictures[i % 2]);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      }
+      const auto perSecond = (processorSeconds() - before) / rounds * 30;
+      std::printf("%dx%d %s: %.2f %% of a core\n", width, height, hasCompositingManager ? "mixed" : "shaped",
+                  perSecond * 100);
+      EXPECT_LT(perSecond, 0.03);
+    }
+  }
+}
+
+} // namespace
+} // namespace tessarin
