@@ -61,10 +61,7 @@ class ServerListenEventAccess final : public ListenEventAccess {
 
   bool preflight() override {
     try {
-      Connection& connection = server_->connection();
-      return hasExtension(connection, "RECORD") && hasRawEvents(connection) &&
-             !hasExtension(connection, "XWAYLAND") && !hasNestedInputDevices(connection) &&
-             takesWatchers(connection);
+      return letsInputBeWatched(server_->connection());
     } catch (const DesktopFailure&) {
       return false;
     }
@@ -80,6 +77,12 @@ class ServerListenEventAccess final : public ListenEventAccess {
 
 std::unique_ptr<ListenEventAccess> makeListenEventAccess(std::shared_ptr<DisplayServer> server) {
   return std::make_unique<ServerListenEventAccess>(std::move(server));
+}
+
+bool letsInputBeWatched(Connection& connection) {
+  return hasExtension(connection, "RECORD") && hasRawEvents(connection) &&
+         !hasExtension(connection, "XWAYLAND") && !hasNestedInputDevices(connection) &&
+         takesWatchers(connection);
 }
 
 bool isNestedInputDevice(std::string_view name) {

@@ -14,6 +14,9 @@ namespace tessarin::x11 {
 // finds what the preflight finds. A server out of reach grants nothing. One call at a time.
 std::unique_ptr<ListenEventAccess> makeListenEventAccess(std::shared_ptr<DisplayServer> server);
 
+// The same, asked on a connection of the caller's. Throws DesktopFailure when the server is lost.
+bool letsInputBeWatched(Connection& connection);
+
 // Whether an input device's name is one that such a server gives its devices.
 bool isNestedInputDevice(std::string_view name);
 
