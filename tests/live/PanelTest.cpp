@@ -199,6 +199,18 @@ TEST_F(PanelFixture, IsShownOnTheScreenAsTheServerHasIt) {
   }));
 }
 
+TEST_F(PanelFixture, IsShapedWhereTheServerHasNoVisualWithAlpha) {
+  start({.width = 640, .height = 480, .serverArguments = {"-extension", "Composite"}});
+  const auto client = showBackground(*desktop);
+  const auto tested = panel({10, 10, 30, 10});
+  x11::Connection viewer(desktop->display());
+  EXPECT_EQ(viewer.required(xcb_get_geometry_reply, xcb_get_geometry(viewer.get(), tested->id()))->depth, 24);
+  tested->setPicture(pictureOf(30, 10, [](int x, int) { return x < 15 ? halfRed : 0x7F7F0000U; }));
+  EXPECT_TRUE(becomesLike({0, 0, 50, 30}, [](int x, int y) {
+    return x >= 10 && x < 25 && y >= 10 && y < 20 ? 0xFF0000U : background;
+  }));
+}
+
 TEST_F(PanelFixture, TheDesktopsContentKnowsItWhetherAnythingIsSeenOfItOrNot) {
   for (const bool hasCompositingManager : {false, true}) {
     start({.width = 640, .height = 480, .hasCompositingManager = hasCompositingManager});

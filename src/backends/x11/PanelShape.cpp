@@ -52,33 +52,42 @@ void copyPixelByPixel(std::span<std::uint32_t> block, std::int32_t first, std::v
       block[i] = 0;
       continue;
     }
-    block[i] = shownOpaque(block[i], alpha);
+    block[i] = alpha == opaque ? block[i] : shownOpaque(block[i], alpha);
     const auto x = first + static_cast<std::int32_t>(i);
     append(runs, x, x + 1);
   }
 }
 
-void copyRow(const std::uint8_t* source, std::int32_t width, std::uint8_t* target, std::vector<Run>& runs) {
-  for (std::int32_t x = 0; x < width; x += blockSize) {
-    const auto count = std::min(blockSize, width - x);
-    const auto bytes = static_cast<std::size_t>(count) * 4;
-    std::array<std::uint32_t, blockSize> block;
-    std::memcpy(block.data(), source + std::ptrdiff_t{x} * 4, bytes);
-    std::uint32_t all = ~std::uint32_t{0};
-    std::uint32_t any = 0;
-    for (std::int32_t i = 0; i < count; ++i) {
-      all &= block[static_cast<std::size_t>(i)];
-      any |= block[static_cast<std::size_t>(i)];
-    }
-    if (all >> 24 == opaque) {
-      append(runs, x, x + count);
-    } else if (any >> 31 == 0) {
-      block.fill(0);
-    } else {
-      copyPixelByPixel(std::span(block).first(static_cast<std::size_t>(count)), x, runs);
-    }
-    std::memcpy(target + std::ptrdiff_t{x} * 4, block.data(), bytes);
+// Pixels of a whole block, looked at together.
+void copyBlock(const std::uint8_t* source, std::int32_t x, std::uint8_t* target, std::vector<Run>& runs) {
+  std::array<std::uint32_t, blockSize> block;
+  std::memcpy(block.data(), source, sizeof block);
+  std::uint32_t all = ~std::uint32_t{0};
+  std::uint32_t any = 0;
+  for (const auto pixel : block) {
+    all &= pixel;
+    any |= pixel;
   }
+  if (all >> 24 == opaque) {
+    append(runs, x, x + blockSize);
+  } else if (any >> 31 == 0) {
+    block.fill(0);
+  } else {
+    copyPixelByPixel(block, x, runs);
+  }
+  std::memcpy(target, block.data(), sizeof block);
+}
+
+void copyRow(const std::uint8_t* source, std::int32_t width, std::uint8_t* target, std::vector<Run>& runs) {
+  std::int32_t x = 0;
+  for (; x + blockSize <= width; x += blockSize) {
+    copyBlock(source + std::ptrdiff_t{x} * 4, x, target + std::ptrdiff_t{x} * 4, runs);
+  }
+  std::array<std::uint32_t, blockSize> rest;
+  const auto count = static_cast<std::size_t>(width - x);
+  std::memcpy(rest.data(), source + std::ptrdiff_t{x} * 4, count * 4);
+  copyPixelByPixel(std::span(rest).first(count), x, runs);
+  std::memcpy(target + std::ptrdiff_t{x} * 4, rest.data(), count * 4);
 }
 
 } // namespace
