@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -21,17 +22,20 @@ class PanelWindow {
   static constexpr std::uint32_t colour = 0xFFFF00FF;
   static constexpr std::uint32_t otherColour = 0xFFFF02FD;
 
-  PanelWindow(const std::string& display, const x11::PixelRect& place)
+  // Without an alpha channel, some compositing managers throw more of a shadow.
+  PanelWindow(const std::string& display, const x11::PixelRect& place, bool hasAlpha = true)
       : connection_(display), place_(place), window_(xcb_generate_id(connection_.get())),
         graphics_(xcb_generate_id(connection_.get())) {
     auto* xcb = connection_.get();
-    const auto visual = alphaVisual();
+    const auto& screen = connection_.screen();
+    const auto visual = hasAlpha ? alphaVisual() : screen.root_visual;
     const auto colormap = xcb_generate_id(xcb);
     xcb_create_colormap(xcb, XCB_COLORMAP_ALLOC_NONE, colormap, connection_.root(), visual);
     const std::uint32_t values[] = {colour, 0, 1, colormap};
-    xcb_create_window(xcb, 32, window_, connection_.root(), static_cast<std::int16_t>(place.x),
-                      static_cast<std::int16_t>(place.y), static_cast<std::uint16_t>(place.width),
-                      static_cast<std::uint16_t>(place.height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT, visual,
+    xcb_create_window(xcb, hasAlpha ? 32 : screen.root_depth, window_, connection_.root(),
+                      static_cast<std::int16_t>(place.x), static_cast<std::int16_t>(place.y),
+                      static_cast<std::uint16_t>(place.width), static_cast<std::uint16_t>(place.height), 0,
+                      XCB_WINDOW_CLASS_INPUT_OUTPUT, visual,
                       XCB_CW_BACK_PIXEL | XCB_CW_BORDER_PIXEL | XCB_CW_OVERRIDE_REDIRECT | XCB_CW_COLORMAP,
                       values);
     xcb_create_gc(xcb, graphics_, window_, 0, nullptr);

@@ -117,8 +117,7 @@ void StreamCapture::takeEvents() {
     handle(*event);
   }
   if (source_->handleTime() == StreamSource::Sign::changed) {
-    hasContentChanged_ = true;
-    noteChange(nanoseconds(clock_));
+    hasContentChanged_ = hasChanged_ = true;
   }
 }
 
@@ -140,8 +139,10 @@ void StreamCapture::handle(const xcb_generic_event_t& event) {
     hasEnded_ = true;
     break;
   case StreamSource::Sign::changed:
-    hasContentChanged_ = true;
-    noteChange(timeOf(event));
+    hasContentChanged_ = hasChanged_ = true;
+    if (const auto when = timeOf(event)) {
+      noteChange(*when);
+    }
     break;
   case StreamSource::Sign::none:
     break;
@@ -149,12 +150,13 @@ void StreamCapture::handle(const xcb_generic_event_t& event) {
 }
 
 // A damage's event tells when it happened, on the server's clock in milliseconds; where that is this
-// machine's own, it is better than the time at which this thread came to see the event.
-std::int64_t StreamCapture::timeOf(const xcb_generic_event_t& event) const {
+// machine's own, it is better than the time at which this thread came to see the event. The others tell
+// nothing: a window that was moved has waited for this thread, mostly for a tick.
+std::optional<std::int64_t> StreamCapture::timeOf(const xcb_generic_event_t& event) const {
   const auto now = nanoseconds(clock_);
   const auto damageEvent = connection_->extension(Extension::damage).firstEvent + XCB_DAMAGE_NOTIFY;
   if ((event.response_type & 0x7F) != damageEvent) {
-    return now;
+    return std::nullopt;
   }
   constexpr std::uint32_t longestDelay = 100; // milliseconds
   const auto& notify = reinterpret_cast<const xcb_damage_notify_event_t&>(event);
@@ -163,8 +165,8 @@ std::int64_t StreamCapture::timeOf(const xcb_generic_event_t& event) const {
 }
 
 void StreamCapture::noteChange(std::int64_t when) {
-  if (!hasChanged_) {
-    hasChanged_ = true;
+  hasChanged_ = true;
+  if (!std::exchange(isChangeTimed_, true)) {
     changedAt_ = when;
   }
 }
@@ -199,7 +201,7 @@ bool StreamCapture::isPointerElsewhere() {
 
 bool StreamCapture::takePicture() {
   if (!hasContentChanged_ && cursor_ && hasPresent() && isPointerElsewhere()) {
-    hasChanged_ = false;
+    hasChanged_ = isChangeTimed_ = false;
     return false;
   }
   for (int attempt = 0; attempt < attempts && !hasEnded_; ++attempt) {
@@ -207,6 +209,7 @@ bool StreamCapture::takePicture() {
     const auto area = source_->area();
     if (area.isEmpty()) {
       hasChanged_ = hasContentChanged_ = source_->isStale();
+      isChangeTimed_ = false;
       return false;
     }
     const auto width = deliveredSide(area.width, configuration_.width);
@@ -214,7 +217,7 @@ bool StreamCapture::takePicture() {
     if (!buffers_->begin(width, height)) {
       return false;
     }
-    hasChanged_ = hasContentChanged_ = false;
+    hasChanged_ = hasContentChanged_ = isChangeTimed_ = false;
     const PixelRect wanted{area.x, area.y, std::min(area.width, width), std::min(area.height, height)};
     const bool isRead = readPicture(wanted);
     takeEvents();

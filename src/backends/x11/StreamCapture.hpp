@@ -25,7 +25,8 @@ class StreamCapture {
   void takeEvents();
   // The content is gone for good.
   bool hasEnded() const { return hasEnded_; }
-  // There may be a new picture since the last one was taken; `changedAt` tells since when.
+  // There may be a new picture since the last one was taken; `changedAt` tells since when, as far as that is
+  // known, and otherwise when the last change was whose time was known.
   bool hasChanged() const { return hasChanged_; }
   std::int64_t changedAt() const { return changedAt_; }
 
@@ -45,7 +46,7 @@ class StreamCapture {
 
  private:
   void handle(const xcb_generic_event_t& event);
-  std::int64_t timeOf(const xcb_generic_event_t& event) const;
+  std::optional<std::int64_t> timeOf(const xcb_generic_event_t& event) const;
   void noteChange(std::int64_t when);
   std::int64_t pointerLookTime() const;
   bool isPointerElsewhere();
@@ -68,6 +69,7 @@ class StreamCapture {
   bool hasEnded_ = false;
   bool hasChanged_ = true;
   bool hasContentChanged_ = true; // and not the pointer alone
+  bool isChangeTimed_ = false;    // `changedAt_` is the time of the present change
   std::int64_t changedAt_ = 0;
 };
 

@@ -1,0 +1,266 @@
+#include "live/PanelWindow.hpp"
+#include "live/StreamFixture.hpp"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <thread>
+
+namespace tessarin {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto step = 16ms; // of motion, about 60 a second
+constexpr int steps = 120;
+
+bool isOfPanel(std::uint32_t value) {
+  return value == (PanelWindow::colour & 0xFFFFFFU) || value == (PanelWindow::otherColour & 0xFFFFFFU);
+}
+
+// What the counter client paints beside its number; see tests/desktop.
+std::uint32_t counterPixel(int x, int y, std::uint32_t number) {
+  constexpr int travel = 256;
+  const int phase = static_cast<int>(std::int64_t{number} * 4 % (2 * travel));
+  const int column = x + (phase < travel ? phase : 2 * travel - phase);
+  const auto red = static_cast<std::uint32_t>((column / 2 + y / 3) % 256);
+  const auto green = static_cast<std::uint32_t>((column / 5 + 255 - y % 256) % 256);
+  const std::uint32_t blue = ((column ^ y) & 64) != 0 ? 200 : 90;
+  return red << 16U | green << 8U | blue;
+}
+
+class StreamExclusion : public Stream {
+ protected:
+  void exclude(std::int32_t process = PanelWindow::process()) {
+    filter.excludedApplications.push_back({"", process, ""});
+  }
+
+  // Runs the motion, a step of it at a time, for about two seconds.
+  static void during(const std::function<void(int)>& motion) {
+    auto next = std::chrono::steady_clock::now();
+    for (int i = 0; i < steps; ++i) {
+      motion(i);
+      next += step;
+      std::this_thread::sleep_until(next);
+    }
+  }
+
+  // To and fro, to every side, and over the screen's edges.
+  static void wander(PanelWindow& panel, int i) {
+    const auto swing = [](int position, int range) { return std::abs(position % (2 * range) - range); };
+    panel.move(swing(i * 11, 560) - 30, swing(i * 7 + 130, 420) - 25);
+  }
+
+  void expectNoPanelAnywhere() const {
+    std::size_t index = 0;
+    for (const auto& delivery : receiver->deliveries()) {
+      const auto& values = delivery.pixels.values;
+      ASSERT_TRUE(std::none_of(values.begin(), values.end(), isOfPanel)) << "picture " << index;
+      ++index;
+    }
+  }
+
+  // The pictures of a still desktop are all the same one.
+  void expectOnly(const Pixels& plain) const {
+    std::size_t index = 0;
+    for (const auto& delivery : receiver->deliveries()) {
+      ASSERT_TRUE(areSame(delivery.pixels, plain)) << "picture " << index;
+      ++index;
+    }
+    EXPECT_TRUE(receiver->isUnchangedAlike());
+  }
+};
+
+TEST_F(StreamExclusion, MeetsNoChangeWhereAPanelIsPaintedOverAStillDesktop) {
+  start();
+  open(photo);
+  const auto plain = screen();
+  PanelWindow panel(desktop->display(), {200, 100, 192, 144});
+  panel.makeRound();
+  panel.show();
+  exclude();
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(1));
+  during([&](int i) {
+    if (i % 2 == 0) {
+      panel.repaint();
+    }
+  });
+  EXPECT_EQ(receiver->count(), 1U);
+  expectOnly(plain);
+  EXPECT_GT(receiver->unchanged().size(), steps / 2U);
+}
+
+TEST_F(StreamExclusion, NeverShowsAPanelThatIsDraggedOverAStillDesktop) {
+  start();
+  open(photo);
+  desktop->run({"xsetroot", "-mod", "5", "7", "-fg", "white", "-bg", "navy"});
+  clients.front()->command("resize 400 300"); // the rest is the root's background
+  open({"--style", "override", "--paint", "text", "--size", "300x200", "--at", "300,250", "--repaint-delay",
+        "30"});
+  const auto plain = screen();
+  PanelWindow panel(desktop->display(), {-30, 100, 192, 144});
+  panel.show();
+  exclude();
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(1));
+  during([&](int i) {
+    wander(panel, i);
+    if (i == 40) {
+      panel.makeRound();
+    }
+    if (i == 80) {
+      panel.makeRectangular();
+    }
+  });
+  EXPECT_EQ(receiver->count(), 1U);
+  expectOnly(plain);
+  EXPECT_GT(receiver->unchanged().size(), steps / 2U);
+}
+
+TEST_F(StreamExclusion, NeverShowsAPanelThatIsDraggedOverAnAnimation) {
+  start();
+  open({"--style", "override", "--paint", "counter", "--size", "640x481"});
+  PanelWindow panel(desktop->display(), {-30, 100, 192, 144});
+  panel.show();
+  exclude();
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(2));
+  during([&](int i) {
+    wander(panel, i);
+    panel.repaint();
+  });
+  stream->stopCapture();
+  const auto deliveries = receiver->deliveries();
+  EXPECT_GT(deliveries.size(), steps / 2U);
+  expectNoPanelAnywhere();
+  int torn = 0;
+  for (const auto& delivery : deliveries) {
+    ASSERT_TRUE(delivery.number);
+    int wrong = 0;
+    for (int y = frameCounter::height; y < screenHeight; ++y) {
+      for (int x = 0; x < screenWidth; ++x) {
+        wrong += delivery.pixels.at(x, y) == counterPixel(x, y, *delivery.number) ? 0 : 1;
+      }
+    }
+    torn += wrong > 0 ? 1 : 0;
+  }
+  std::printf("torn %d of %zu, unchanged %zu\n", torn, deliveries.size(), receiver->unchanged().size());
+}
+
+// Under a compositing manager that throws shadows, and lets windows fade.
+class StreamExclusionComposited : public StreamExclusion, public ::testing::WithParamInterface<Arguments> {
+ protected:
+  void compose() {
+    manager = desktop->start(GetParam());
+    desktop->waitFor("compositing-manager");
+  }
+
+  // What the screen shows once it has stopped changing.
+  Pixels settledScreen() const {
+    auto last = screen();
+    for (int equal = 0; equal < 4;) {
+      std::this_thread::sleep_for(100ms);
+      auto now = screen();
+      equal = areSame(now, last) ? equal + 1 : 0;
+      last = std::move(now);
+    }
+    return last;
+  }
+
+  std::unique_ptr<ChildProcess> manager;
+};
+
+TEST_P(StreamExclusionComposited, NeverShowsAPanelOrItsShadowHoweverItComesAndMoves) {
+  start();
+  open(photo);
+  compose();
+  const auto plain = settledScreen();
+  PanelWindow panel(desktop->display(), {200, 100, 192, 144}, false);
+  panel.show();
+  const auto shown = settledScreen();
+  int beside = 0; // pixels that its shadow darkens
+  for (int y = 0; y < screenHeight; ++y) {
+    for (int x = 0; x < screenWidth; ++x) {
+      const bool isInside = panel.place().intersection({x, y, 1, 1}) == x11::PixelRect{x, y, 1, 1};
+      beside += !isInside && shown.at(x, y) != plain.at(x, y) ? 1 : 0;
+    }
+  }
+  EXPECT_GT(beside, 500);
+  exclude();
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(1));
+  during([&](int) { panel.repaint(); });
+  EXPECT_EQ(receiver->count(), 1U);
+  during([&](int i) { wander(panel, i); });
+  for (int i = 0; i < 3; ++i) {
+    panel.hide();
+    std::this_thread::sleep_for(150ms);
+    panel.resize(150 + 20 * i, 100);
+    panel.move(100 + 50 * i, 200);
+    panel.show();
+    std::this_thread::sleep_for(150ms);
+  }
+  panel.hide();
+  std::this_thread::sleep_for(1500ms); // to the last look at it
+  expectOnly(plain);
+  EXPECT_EQ(receiver->count(), 1U);
+  EXPECT_TRUE(areSame(screen(), plain));
+}
+
+TEST_P(StreamExclusionComposited, NeverShowsAPanelThatIsDraggedOverAnAnimation) {
+  start();
+  open({"--style", "override", "--paint", "counter", "--size", "640x481"});
+  compose();
+  PanelWindow panel(desktop->display(), {-30, 100, 192, 144});
+  panel.show();
+  exclude();
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(2));
+  during([&](int i) {
+    wander(panel, i);
+    panel.repaint();
+  });
+  stream->stopCapture();
+  EXPECT_GT(receiver->count(), steps / 3U);
+  expectNoPanelAnywhere();
+  std::printf("%zu deliveries\n", receiver->count());
+}
+
+TEST_P(StreamExclusionComposited, OutlastsTheCompositingManagersBeginningAndEnd) {
+  start();
+  open(photo);
+  PanelWindow panel(desktop->display(), {200, 100, 192, 144});
+  const auto plain = screen();
+  panel.show();
+  exclude();
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(1));
+  for (int round = 0; round < 2; ++round) {
+    compose();
+    during([&](int i) {
+      if (i > 30) {
+        wander(panel, i);
+      }
+    });
+    manager->end(round == 0 ? SIGTERM : SIGKILL);
+    during([&](int i) {
+      if (i > 30) {
+        wander(panel, i);
+      }
+    });
+  }
+  expectNoPanelAnywhere();
+  EXPECT_TRUE(receiver->becomes([&](const Pixels& pixels) { return bool(areSame(pixels, plain)); }));
+  std::printf("%zu deliveries\n", receiver->count());
+}
+
+INSTANTIATE_TEST_SUITE_P(Managers, StreamExclusionComposited,
+                         ::testing::Values(Arguments{"xcompmgr", "-c"}, Arguments{"xcompmgr", "-c", "-f"},
+                                           Arguments{"picom", "--config", "/dev/null", "--backend", "xrender",
+                                                     "--shadow"}),
+                         [](const auto& each) { return "Manager" + std::to_string(each.index); });
+
+} // namespace
+} // namespace tessarin
