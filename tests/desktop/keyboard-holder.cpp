@@ -1,9 +1,10 @@
 // Another program that takes the keyboard or the pointer for itself. Says "ready <window>" when its window is
 // to be seen, and then carries out the lines of standard input: "grab", "ungrab" (the keyboard), "grab-xi",
 // "ungrab-xi" (the same by the input extension), "grab-pointer", "ungrab-pointer" (by the input extension),
-// "grab-key KEYCODE", "ungrab-key KEYCODE" (with whatever modifiers), "focus" (its window gets the focus),
-// "pretend MODE" (sends the window with the focus an event that says so, but did not happen). Answers each
-// with "done" or "refused".
+// "grab-key KEYCODE", "ungrab-key KEYCODE" (with whatever modifiers), "freeze-key KEYCODE" (the same, and the
+// keyboard stands still from the press on until "replay", which gives the press to whom it was for), "focus"
+// (its window gets the focus), "pretend MODE" (sends the window with the focus an event that says so, but did
+// not happen). Answers each with "done" or "refused".
 
 #include <xcb/xcb.h>
 #include <xcb/xinput.h>
@@ -65,9 +66,11 @@ class Holder {
       xcb_input_xi_ungrab_device(connection_, XCB_CURRENT_TIME, keyboardDevice);
     else if (command == "ungrab-pointer")
       xcb_input_xi_ungrab_device(connection_, XCB_CURRENT_TIME, pointerDevice);
-    else if (command == "grab-key")
+    else if (command == "grab-key" || command == "freeze-key")
       xcb_grab_key(connection_, 1, root_, XCB_MOD_MASK_ANY, static_cast<xcb_keycode_t>(number),
-                   XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+                   XCB_GRAB_MODE_ASYNC, command == "grab-key" ? XCB_GRAB_MODE_ASYNC : XCB_GRAB_MODE_SYNC);
+    else if (command == "replay")
+      xcb_allow_events(connection_, XCB_ALLOW_REPLAY_KEYBOARD, XCB_CURRENT_TIME);
     else if (command == "ungrab-key")
       xcb_ungrab_key(connection_, static_cast<xcb_keycode_t>(number), root_, XCB_MOD_MASK_ANY);
     else if (command == "focus")

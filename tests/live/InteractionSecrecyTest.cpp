@@ -1,5 +1,6 @@
 #include "live/InteractionTesting.hpp"
 
+#include <array>
 #include <thread>
 
 namespace tessarin {
@@ -189,6 +190,34 @@ TEST_F(InteractionSecrecy, AShortcutThatAnotherProgramHasReservedIsNoSecret) {
   holder->command("ungrab");
   EXPECT_TRUE(becomesFree());
   EXPECT_FALSE(isSecret());
+}
+
+// As window managers do that want to know of a key first.
+TEST_F(InteractionSecrecy, WhatIsTypedWhileAProgramHoldsTheKeyboardBackIsToldOnce) {
+  start();
+  const auto client = desktop->client({});
+  watch();
+  holder->command("freeze-key " + std::to_string(KEY_LEFTMETA + 8));
+  for (int i = 0; i < 10; ++i) {
+    input->key(KEY_LEFTMETA, true);
+    input->tap(KEY_J);
+    holder->command("replay");
+    input->tap(KEY_K);
+    input->key(KEY_LEFTMETA, false);
+    EXPECT_TRUE(becomesFree());
+  }
+  std::vector<KeyPress> keys = keysSoFar();
+  std::erase_if(keys, [](const KeyPress& press) { return press.evdevCode == probe; });
+  ASSERT_EQ(keys.size(), 30U);
+  constexpr std::array<std::uint16_t, 3> order = {KEY_LEFTMETA, KEY_J, KEY_K};
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    EXPECT_EQ(keys[i].evdevCode, order.at(i % order.size()));
+    EXPECT_FALSE(keys[i].isSecureInput);
+    EXPECT_FALSE(keys[i].isRepeat);
+    if (keys[i].evdevCode == KEY_K) {
+      EXPECT_TRUE(keys[i].modifiers.command);
+    }
+  }
 }
 
 TEST_F(InteractionSecrecy, AWindowManagersShortcutsAreNoSecret) {
