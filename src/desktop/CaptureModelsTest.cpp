@@ -1,5 +1,7 @@
 #include "desktop/CaptureModels.hpp"
 
+#include "support/FailureOf.hpp"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -31,12 +33,7 @@ CaptureRequestDTO regionRequest(RectDTO rect, std::string path = "/tmp/shot.png"
 
 std::optional<CaptureRequestError> refusalOf(const CaptureRequestDTO& request,
                                              const std::vector<DisplayInfoDTO>& displays) {
-  try {
-    (void)request.validated(displays);
-    return std::nullopt;
-  } catch (const Failure<CaptureRequestError>& failure) {
-    return failure.value();
-  }
+  return failureOf<CaptureRequestError>([&] { (void)request.validated(displays); });
 }
 
 const std::vector<DisplayInfoDTO> oneDisplay = {display("1", {0, 0, 1000, 800})};

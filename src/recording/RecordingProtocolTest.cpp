@@ -1,6 +1,6 @@
 #include "recording/RecordingProtocol.hpp"
 
-#include "base/Failure.hpp"
+#include "support/FailureOf.hpp"
 #include "support/RecordingRequests.hpp"
 
 #include <gtest/gtest.h>
@@ -18,12 +18,7 @@ std::string controlLine(const std::string& command = "stop", const std::string& 
 }
 
 std::optional<Error> errorOf(const std::string& line, std::optional<std::string_view> expected = id) {
-  try {
-    RecordingControlCommand::decodeLine(line, expected);
-    return std::nullopt;
-  } catch (const Failure<Error>& failure) {
-    return failure.value();
-  }
+  return failureOf<Error>([&] { RecordingControlCommand::decodeLine(line, expected); });
 }
 
 TEST(RecordingControlLine, DecodesEveryCommand) {

@@ -1,5 +1,6 @@
 #include "recording/RecordingSegmentStore.hpp"
 
+#include "support/FailureOf.hpp"
 #include "support/FaultyFileSystem.hpp"
 #include "support/RecordingRequests.hpp"
 #include "support/TemporaryDirectory.hpp"
@@ -18,12 +19,7 @@ using namespace tessarin::testing;
 using Error = RecordingSegmentStoreError;
 
 std::optional<Error> errorOf(const std::function<void()>& action) {
-  try {
-    action();
-    return std::nullopt;
-  } catch (const Failure<Error>& failure) {
-    return failure.value();
-  }
+  return failureOf<Error>(action);
 }
 
 class RecordingSegmentStoreTest : public ::testing::Test {

@@ -1,8 +1,8 @@
 #include "trace/InteractionEventFile.hpp"
 
-#include "base/Failure.hpp"
 #include "base/FileSystem.hpp"
 #include "model/MediaErrors.hpp"
+#include "support/FailureOf.hpp"
 #include "support/FaultyFileSystem.hpp"
 #include "support/TemporaryDirectory.hpp"
 
@@ -53,12 +53,7 @@ InteractionShortcutEvent shortcut(std::vector<std::string> keys = {"Command", "C
 
 // The reason of a refusal, or nothing.
 template<class Call> std::optional<VideoEditExportError> refusalOf(Call call) {
-  try {
-    call();
-    return std::nullopt;
-  } catch (const Failure<VideoEditExportError>& failure) {
-    return failure.value();
-  }
+  return failureOf<VideoEditExportError>(call);
 }
 
 void expectRefused(std::string_view bytes) {

@@ -1,6 +1,7 @@
 #include "backends/posix/ModuleLoader.hpp"
 #include "backends/posix/ModuleMediaFileWriterFactory.hpp"
 #include "base/FileSystem.hpp"
+#include "support/FailureOf.hpp"
 #include "support/TemporaryDirectory.hpp"
 
 #include <gmock/gmock.h>
@@ -27,12 +28,7 @@ struct Loading {
       : loader(std::move(directories), [this](const std::string& line) { lines.push_back(line); }) {}
 
   std::optional<ModuleFailure> failureOf(const std::string& name) {
-    try {
-      loader.open(name);
-      return std::nullopt;
-    } catch (const Failure<ModuleFailure>& failure) {
-      return failure.value();
-    }
+    return tessarin::failureOf<ModuleFailure>([&] { loader.open(name); });
   }
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ports/Devices.hpp"
+#include "support/FailureOf.hpp"
 #include "support/PrivateSoundServer.hpp"
 
 #include <algorithm>
@@ -137,12 +138,7 @@ class SoundReceiver {
 
 // What a call throws, if it throws.
 template<class Call> std::optional<CaptureDeviceError> errorOf(Call call) {
-  try {
-    call();
-  } catch (const Failure<CaptureDeviceError>& failure) {
-    return failure.value();
-  }
-  return std::nullopt;
+  return failureOf<CaptureDeviceError>(call);
 }
 
 // How long a call takes.
