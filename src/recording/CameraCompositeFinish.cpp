@@ -72,7 +72,8 @@ void CameraCompositeSegment::reportFinished() const {
   const double delivered =
       std::round(static_cast<double>(appendedScreenFrameCount_) / std::max(expected, 1.0) * 1000);
   RecordingSummary summary;
-  summary.startupMs = (firstHostTime_ - createdAtHostTime_).wholeMilliseconds();
+  // A picture's time is the middle of the interval in which it was seen, which may lie before the segment.
+  summary.startupMs = std::max((firstHostTime_ - createdAtHostTime_).wholeMilliseconds(), std::int64_t{0});
   summary.videoDeliveryPermille = static_cast<std::int64_t>(std::min(delivered, 1000.0));
   summary.screenFrames = appendedScreenFrameCount_;
   if (systemAudio_)

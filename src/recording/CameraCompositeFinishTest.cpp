@@ -102,6 +102,17 @@ TEST_F(CameraCompositeFinishTest, TracksAreFinishedInTheOrderOfTheFile) {
                           "markAsFinished 2", "markAsFinished 3", "finishWriting"));
 }
 
+TEST_F(CameraCompositeFinishTest, APictureFromBeforeTheSegmentTookNoTimeToCome) {
+  clock.set(epoch + 8ms);
+  makeAttached();
+  deliver(1, 0ms);
+  deliver(2, 100ms);
+  recorder->detach(*stream);
+  recorder->finish();
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_THAT(lines.front(), testing::HasSubstr(" startupMs=0 "));
+}
+
 TEST_F(CameraCompositeFinishTest, TheSummaryTellsHowFarTheTracksAreApart) {
   useCamera();
   useSystemAudio();
