@@ -68,8 +68,7 @@ bool MediaModuleRig::has(const std::string& name) const {
   return std::filesystem::exists(path(name));
 }
 
-bool appendPatiently(MediaFileWriter& writer, VideoInput& input,
-                     const std::shared_ptr<const CodablePicture>& picture, MediaTime time) {
+bool waitUntilReady(MediaFileWriter& writer, MediaInput& input) {
   std::mutex mutex;
   std::condition_variable changed;
   bool hasChanged = false;
@@ -85,7 +84,12 @@ bool appendPatiently(MediaFileWriter& writer, VideoInput& input,
     changed.wait(lock, [&] { return hasChanged; });
     hasChanged = false;
   }
-  return input.append(picture, time);
+  return true;
+}
+
+bool appendPatiently(MediaFileWriter& writer, VideoInput& input,
+                     const std::shared_ptr<const CodablePicture>& picture, MediaTime time) {
+  return waitUntilReady(writer, input) && input.append(picture, time);
 }
 
 void finish(MediaFileWriter& writer) {

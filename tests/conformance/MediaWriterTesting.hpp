@@ -57,6 +57,9 @@ class MediaModuleRig {
   ModuleMediaFileWriterFactory factory_;
 };
 
+// Returns when the input is ready for more. False when the writer has failed.
+bool waitUntilReady(MediaFileWriter& writer, MediaInput& input);
+
 // Appends as soon as the input is ready for it. False when the writer has failed.
 bool appendPatiently(MediaFileWriter& writer, VideoInput& input,
                      const std::shared_ptr<const CodablePicture>& picture, MediaTime time);

@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
 #include <numbers>
 #include <stdexcept>
 
@@ -49,22 +47,7 @@ AudioSample soundOf(const SoundSource& source, std::int64_t firstFrame, std::siz
 }
 
 bool appendPatiently(MediaFileWriter& writer, AudioInput& input, const AudioSample& sample) {
-  std::mutex mutex;
-  std::condition_variable changed;
-  bool hasChanged = false;
-  const auto observation = input.observeReadiness([&] {
-    const std::lock_guard lock(mutex);
-    hasChanged = true;
-    changed.notify_one();
-  });
-  while (!input.isReadyForMoreMediaData()) {
-    if (writer.status() != MediaWriterStatus::writing)
-      return false;
-    std::unique_lock lock(mutex);
-    changed.wait(lock, [&] { return hasChanged; });
-    hasChanged = false;
-  }
-  return input.append(sample);
+  return waitUntilReady(writer, input) && input.append(sample);
 }
 
 std::vector<float> decoded(const std::string& path, std::size_t audioTrack, Decoding decoding) {
