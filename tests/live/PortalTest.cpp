@@ -2,6 +2,7 @@
 
 #include "support/PrivateSessionBus.hpp"
 #include "support/PrivateSoundServer.hpp"
+#include "support/TestPortal.hpp"
 
 #include <gtest/gtest.h>
 

@@ -3,6 +3,7 @@
 #include "support/PrivateSessionBus.hpp"
 #include "support/PrivateSoundServer.hpp"
 #include "support/TemporaryDirectory.hpp"
+#include "support/TestPortal.hpp"
 
 #include <chrono>
 #include <cmath>

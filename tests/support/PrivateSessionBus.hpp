@@ -51,17 +51,4 @@ class PrivateSessionBus {
   std::unique_ptr<ChildProcess> bus_;
 };
 
-// A portal of tests/desktop's program, with its arguments. Returns when it owns its names. Throws
-// std::runtime_error.
-inline std::unique_ptr<ChildProcess>
-startPortal(const std::vector<std::pair<std::string, std::string>>& environment,
-            const std::vector<std::string>& arguments) {
-  std::vector<std::string> all = {TESSARIN_TEST_PORTAL};
-  all.insert(all.end(), arguments.begin(), arguments.end());
-  auto portal = std::make_unique<ChildProcess>(all, ChildProcess::Settings{.environment = environment});
-  if (portal->readLine() != "ready")
-    throw std::runtime_error("the portal did not start");
-  return portal;
-}
-
 } // namespace tessarin

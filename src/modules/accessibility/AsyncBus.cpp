@@ -24,9 +24,16 @@ std::unique_ptr<AsyncBus> AsyncBus::at(sd_event* loop, const std::string& addres
 }
 
 std::unique_ptr<AsyncBus> AsyncBus::attached(Bus bus, sd_event* loop) {
-  if (sd_bus_attach_event(bus.get(), loop, SD_EVENT_PRIORITY_NORMAL) < 0)
+  // The library would otherwise wait at the loop's end until the bus has taken all that was sent.
+  if (sd_bus_set_close_on_exit(bus.get(), 0) < 0 ||
+      sd_bus_attach_event(bus.get(), loop, SD_EVENT_PRIORITY_NORMAL) < 0)
     return nullptr;
   return std::unique_ptr<AsyncBus>(new AsyncBus(std::move(bus)));
+}
+
+// Closed first, so that nothing is sent for what is taken down with it.
+AsyncBus::~AsyncBus() {
+  sd_bus_close(bus_.get());
 }
 
 Message AsyncBus::methodCall(const AccessibleObject& object, const char* interface,

@@ -48,6 +48,7 @@ class AsyncBus {
   static std::unique_ptr<AsyncBus> ofSession(sd_event* loop);
   static std::unique_ptr<AsyncBus> at(sd_event* loop, const std::string& address);
 
+  ~AsyncBus();
   AsyncBus(const AsyncBus&) = delete;
   AsyncBus& operator=(const AsyncBus&) = delete;
 
