@@ -11,13 +11,6 @@ namespace {
 // A file name may have 255 bytes; the marks around the name take 22 of them.
 constexpr std::size_t longestNamePart = 200;
 
-std::string directoryOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos)
-    return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 // Everything from the file's beginning, but at most one byte more than the limit.
 std::string contents(const OpenFile& file, std::size_t limit) {
   constexpr std::size_t step = 64 * 1024;
@@ -34,6 +27,13 @@ std::string contents(const OpenFile& file, std::size_t limit) {
 }
 
 } // namespace
+
+std::string directoryOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos)
+    return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
 
 std::optional<std::int64_t> regularFileSize(FileSystem& files, const std::string& path) {
   const std::optional<FileInfo> info = files.info(path);

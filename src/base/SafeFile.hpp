@@ -12,6 +12,10 @@
 // Whole-file work on the file layer. Stateless, any thread; failures are FileFailure.
 namespace tessarin {
 
+// The directory that holds the file of this path, for syncing its entry: what stands before the last slash;
+// "." where there is none.
+std::string directoryOf(const std::string& path);
+
 // The size of a regular file (no link); nothing otherwise.
 std::optional<std::int64_t> regularFileSize(FileSystem& files, const std::string& path);
 

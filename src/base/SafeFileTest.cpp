@@ -34,6 +34,13 @@ class SafeFiles : public testing::Test {
   FaultyFileSystem files{machineFileSystem()};
 };
 
+TEST_F(SafeFiles, LieInTheDirectoryBeforeTheLastSlash) {
+  EXPECT_EQ(directoryOf("/a/b/c.mp4"), "/a/b");
+  EXPECT_EQ(directoryOf("a/c.mp4"), "a");
+  EXPECT_EQ(directoryOf("/c.mp4"), "/");
+  EXPECT_EQ(directoryOf("c.mp4"), ".");
+}
+
 TEST_F(SafeFiles, AnAtomicWriteLeavesTheTargetAlone) {
   const std::string path = directory / "state.json";
   writeFileAtomically(files, path, "first", 0600);

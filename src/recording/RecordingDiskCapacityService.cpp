@@ -11,7 +11,7 @@ namespace tessarin {
 namespace {
 
 // An absolute path's directory; the root's is the root.
-std::string directoryOf(const std::string& path) {
+std::string parentOf(const std::string& path) {
   const std::size_t end = path.find_last_not_of('/');
   const std::size_t slash = end == std::string::npos ? 0 : path.rfind('/', end);
   return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
@@ -30,7 +30,7 @@ std::uint64_t RecordingDiskCapacityService::availableBytes() const {
   try {
     std::string existing = directory_;
     while (existing != "/" && !files_.info(existing))
-      existing = directoryOf(existing);
+      existing = parentOf(existing);
     const std::uint64_t available = files_.availableBytes(existing);
     // A volume on which more than its share is in use counts below zero.
     return available > largest ? 0 : available;

@@ -1,18 +1,13 @@
 #include "modules/media/MovieFile.hpp"
 
+#include "base/SafeFile.hpp"
+
 #include <algorithm>
 #include <utility>
 
 namespace tessarin::media {
 
 namespace {
-
-std::string directoryOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos)
-    return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
 
 std::size_t firstVideoTrack(const std::vector<MovieTrack>& tracks) {
   const auto found = std::find_if(tracks.begin(), tracks.end(), [](const MovieTrack& track) {
