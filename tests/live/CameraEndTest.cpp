@@ -1,4 +1,5 @@
 #include "live/CameraTesting.hpp"
+#include "support/FailureOf.hpp"
 
 #include <thread>
 
@@ -12,16 +13,14 @@ using std::chrono::steady_clock;
 
 class CameraEnd : public CameraTest {
  protected:
-  // The error with which the call fails, and at most how long it took.
+  // The error with which the call fails, for which it may take eight seconds.
   template<class Call> static std::optional<CaptureDeviceError> errorOf(const Call& call) {
     const auto begin = steady_clock::now();
-    try {
-      call();
-    } catch (const Failure<CaptureDeviceError>& failure) {
+    const auto error = failureOf<CaptureDeviceError>(call);
+    if (error) {
       EXPECT_LT(steady_clock::now() - begin, seconds(8));
-      return failure.value();
     }
-    return std::nullopt;
+    return error;
   }
 };
 
