@@ -129,6 +129,27 @@ TEST_F(PasswordFocusTest, AWindowWithoutAccessibilityTakesTheFocusAway) {
   }
 }
 
+TEST(PasswordFocusWithWindowManager, FollowsTheWindowThatTheManagerMakesActive) {
+  const PrivateDesktop desktop({.width = 640, .height = 480, .hasWindowManager = true});
+  const PrivateAccessibility accessible(desktop);
+  const ProcessEnvironment environment(accessible.environment());
+  WatchedPasswordFocus focus;
+  TestEntry entry(accessible, "password");
+  focus.begin();
+  EXPECT_TRUE(focus.isFocused());
+  {
+    const auto client = desktop.client({});
+    desktop.run({"xdotool", "windowactivate", "--sync", client->windowID()});
+    EXPECT_TRUE(becomes(focus, false));
+    entry.command("present");
+    EXPECT_TRUE(becomes(focus, true));
+    desktop.run({"xdotool", "windowactivate", "--sync", client->windowID()});
+    EXPECT_TRUE(becomes(focus, false));
+  }
+  // The window that had the keyboard is gone, and the manager gives it to the one behind it.
+  EXPECT_TRUE(becomes(focus, true));
+}
+
 TEST_F(PasswordFocusTest, APasswordInAWindowWithoutTheKeyboardIsNoneUntilItHasIt) {
   TestEntry entry(accessible, "password");
   const auto client = desktop.client({});

@@ -68,7 +68,8 @@ int AsyncBus::callAnswered(sd_bus_message* reply, void* call, sd_bus_error*) {
     answer(Outcome::answered, reply);
     return 0;
   }
-  // The library's own error for an answer that is overdue, and the bus's.
+  // One error number stands for what the library says of an answer that is overdue, and the bus of one that
+  // will not come.
   const bool isLate = sd_bus_message_get_errno(reply) == ETIMEDOUT;
   answer(isLate ? Outcome::late : Outcome::refused, nullptr);
   return 0;

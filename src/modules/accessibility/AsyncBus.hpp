@@ -32,8 +32,8 @@ using Message = std::unique_ptr<sd_bus_message, MessageDeleter>;
 
 enum class Outcome : std::uint8_t {
   answered,
-  refused, // an error, or whom the call was for, or the bus, is gone
-  late     // no answer within the patience
+  refused, // an error, such as of an object that is gone
+  late     // no answer within the patience, or none will come: the application or the bus is gone
 };
 
 // A connection to a bus that never waits: everything it does it does when the event loop is turned. Confined
