@@ -7,11 +7,15 @@
 #include "backends/posix/ModuleDevicePortal.hpp"
 #include "backends/posix/ModuleLoader.hpp"
 #include "backends/posix/ModuleMediaFileWriterFactory.hpp"
+#include "backends/posix/ModulePasswordFocus.hpp"
+#include "backends/posix/ModuleTypesetter.hpp"
 #include "backends/posix/UserDirectories.hpp"
 #include "backends/x11/Activator.hpp"
 #include "backends/x11/Connection.hpp"
 #include "backends/x11/Discovery.hpp"
+#include "backends/x11/InteractionSource.hpp"
 #include "backends/x11/ListenEventAccess.hpp"
+#include "backends/x11/Panels.hpp"
 #include "backends/x11/StillCapture.hpp"
 #include "backends/x11/Stream.hpp"
 #include "base/Diagnostics.hpp"
@@ -40,7 +44,10 @@ void sleep(std::chrono::milliseconds time) {
 } // namespace
 
 struct CompositionRoot::Backends {
-  explicit Backends(EventQueue& queue) : mainQueue(queue) {}
+  Backends(EventQueue& queue, MainThreadMode mode) : mainQueue(queue) {
+    if (mode == MainThreadMode::application)
+      panels = x11::makePanelFactory(server, mainQueue);
+  }
 
   EventQueue& mainQueue;
   const MonotonicHostClock clock{};
@@ -61,31 +68,42 @@ struct CompositionRoot::Backends {
   SessionCaptureAuthorization captureAuthorization{*devices, portal};
   LocalSpeechAuthorization speechAuthorization;
   const std::unique_ptr<ListenEventAccess> listenEvents = x11::makeListenEventAccess(server);
+  ModulePasswordFocus passwords{modules};
+  const std::unique_ptr<InteractionSource> interactions =
+      x11::makeInteractionSource(server, clock, passwords);
+  ModuleTypesetter typesetter{modules};
+  std::unique_ptr<PanelFactory> panels; // null without windows
 
   std::int32_t record(const RecordingRequestDTO& request);
 };
 
+// A process that is to record runs in application mode.
 std::int32_t CompositionRoot::Backends::record(const RecordingRequestDTO& request) {
   ContentService content(*desktop);
   ControlInput input(STDIN_FILENO);
   RecordingEventWriter events(impatientDescriptorSink(STDOUT_FILENO, RecordingEventWriter::hostPatience));
   RecordingService service({.contentService = content,
+                            .desktop = *desktop,
                             .streams = *streams,
                             .devices = *devices,
                             .authorization = captureAuthorization,
                             .media = media,
                             .reencoder = reencoder,
+                            .interactions = *interactions,
+                            .panels = *panels,
+                            .typesetter = typesetter,
                             .files = machineFileSystem(),
                             .clock = clock,
                             .makeQueue = makeThreadQueue,
+                            .mainQueue = mainQueue,
                             .sleep = sleep,
                             .diagnostics = writeDiagnostics,
-                            // The recorder watches no keyboard yet, whatever the session may do.
-                            .hasListenEventAccess = [] { return false; }});
+                            .hasListenEventAccess = [this] { return listenEvents->preflight(); }});
   return service.run(request, input, events);
 }
 
-CompositionRoot::CompositionRoot(EventQueue& mainQueue) : backends_(std::make_unique<Backends>(mainQueue)) {}
+CompositionRoot::CompositionRoot(EventQueue& mainQueue, MainThreadMode mode)
+    : backends_(std::make_unique<Backends>(mainQueue, mode)) {}
 
 CompositionRoot::~CompositionRoot() = default;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/EventQueue.hpp"
+#include "command/MainThreadMode.hpp"
 #include "command/NativeCLI.hpp"
 
 #include <memory>
@@ -11,8 +12,8 @@ namespace tessarin {
 // its server or library when a command first asks something of it.
 class CompositionRoot {
  public:
-  // The main thread's queue, where windows live, outlives this.
-  explicit CompositionRoot(EventQueue& mainQueue);
+  // The main thread's queue outlives this. Windows live there, in application mode; otherwise there are none.
+  CompositionRoot(EventQueue& mainQueue, MainThreadMode mode);
   ~CompositionRoot();
   CompositionRoot(const CompositionRoot&) = delete;
   CompositionRoot& operator=(const CompositionRoot&) = delete;

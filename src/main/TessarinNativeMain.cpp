@@ -13,7 +13,7 @@ namespace {
 
 // The job of the process, on its own thread. Yields the exit code.
 std::int32_t execute(const std::vector<std::string>& arguments, MainLoop& loop) {
-  CompositionRoot root(loop);
+  CompositionRoot root(loop, mainThreadMode(arguments));
   const NativeExecution execution = NativeCLI(root.services()).run(arguments);
   if (!execution.output.empty())
     standardStreams::writeReply(execution.output);

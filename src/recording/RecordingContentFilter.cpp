@@ -21,4 +21,12 @@ ContentFilter recordingContentFilter(const ValidatedRecordingRequest& validated,
   return filter;
 }
 
+ContentFilter excludingOverlays(ContentFilter filter, const RunningApplication& application) {
+  std::vector<RunningApplication>& excluded = filter.excludedApplications;
+  std::erase_if(excluded,
+                [&](const RunningApplication& other) { return other.processID == application.processID; });
+  excluded.insert(excluded.begin(), application);
+  return filter;
+}
+
 } // namespace tessarin

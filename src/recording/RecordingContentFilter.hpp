@@ -12,4 +12,8 @@ namespace tessarin {
 ContentFilter recordingContentFilter(const ValidatedRecordingRequest& validated,
                                      const ContentSnapshot& snapshot);
 
+// A display's filter that leaves out the application of the recording's own panels as well, once, before
+// others. Pure.
+ContentFilter excludingOverlays(ContentFilter filter, const RunningApplication& application);
+
 } // namespace tessarin

@@ -43,6 +43,52 @@ void checkOutputDirectory(FileSystem& files, const RecordingSessionPaths& paths)
       throw serviceErrors::recordingFailed();
 }
 
+RecordingOverlayEnvironment overlayEnvironment(const RecordingEnvironment& environment) {
+  return {.desktop = environment.desktop,
+          .interactions = environment.interactions,
+          .panels = environment.panels,
+          .typesetter = environment.typesetter,
+          .files = environment.files,
+          .clock = environment.clock,
+          .mainQueue = environment.mainQueue,
+          .sleep = environment.sleep};
+}
+
+void showOverlays(RecordingOverlays& overlays, const RecordingSources& sources,
+                  const RecordingRequestDTO& request, const RecordingConfigurationPlan& plan,
+                  const std::function<void()>& failureHandler, std::string_view& stage) {
+  if (CameraOverlaySource* const camera = sources.camera()) {
+    stage = RecordingStage::cameraOverlay;
+    overlays.showCamera(*camera, request, plan, failureHandler);
+  }
+  if (request.settings.recordKeyboardShortcuts.value_or(false))
+    overlays.showShortcuts(plan.captureRect);
+}
+
+// Null when the settings ask for no trace. Observing, but not recording yet.
+std::unique_ptr<InteractionEventRecorder> makeInteractionRecorder(const RecordingEnvironment& environment,
+                                                                  const RecordingRequestDTO& request,
+                                                                  const RecordingConfigurationPlan& plan,
+                                                                  const StreamConfiguration& configuration,
+                                                                  RecordingOverlays& overlays) {
+  const RecordingSettingsDTO& settings = request.settings;
+  if (!settings.recordsInteractionEvents())
+    return nullptr;
+  InteractionRecorderSetup setup{
+      .outputDirectory = request.outputDirectory,
+      .captureRect = plan.captureRect,
+      .recordsCursor = settings.recordsCursorEvents(),
+      .recordsClicks = settings.recordsClickEvents(),
+      .recordsShortcuts = settings.recordKeyboardShortcuts.value_or(false),
+      .cursorRenderedInSource = configuration.showsCursor,
+      .shortcutHandler = [&overlays](const RecordingShortcutUpdate& update) { overlays.receive(update); }};
+  auto recorder =
+      std::make_unique<InteractionEventRecorder>(std::move(setup), environment.interactions,
+                                                 environment.clock, environment.files, environment.makeQueue);
+  recorder->startObserving();
+  return recorder;
+}
+
 // A running session's failure is often a symptom, such as the closed input; throws the cause where a
 // source, the monitor or the stream knows it.
 void throwRootCause(RecordingHealthMonitor& health, const RecordingSources& sources,
@@ -91,7 +137,7 @@ void RecordingService::runAvailable(const RecordingRequestDTO& request, ControlI
 
   stage = RecordingStage::validateTarget;
   const ValidatedRecordingRequest validated = validatedRequest(request, snapshot.payload);
-  const ContentFilter filter = recordingContentFilter(validated, snapshot);
+  ContentFilter filter = recordingContentFilter(validated, snapshot);
   const RecordingConfigurationPlan plan = RecordingConfigurationBuilder::plan(validated);
   const StreamConfiguration configuration =
       RecordingConfigurationBuilder::streamConfiguration(plan, settings);
@@ -100,15 +146,31 @@ void RecordingService::runAvailable(const RecordingRequestDTO& request, ControlI
 
   const auto endInput = [stopDelegate] { stopDelegate->stopReading(); };
   const RecordingSources sources(environment_, settings, endInput, stage);
+  RecordingOverlays overlays(overlayEnvironment(environment_));
+  showOverlays(overlays, sources, request, plan, endInput, stage);
+  if (!overlays.isEmpty() && !validated.window) {
+    stage = RecordingStage::excludeRecordingOverlays;
+    filter = excludingOverlays(std::move(filter), overlays.captureExclusionApplication());
+  }
 
   stage = RecordingStage::prepareOutput;
   checkOutputDirectory(environment_.files, RecordingSessionPaths(request.outputDirectory));
   RecordingSegmentStore store(environment_.files, request.sessionID, request.outputDirectory);
 
   stage = RecordingStage::interactionRecorder;
+  const auto interactions = makeInteractionRecorder(environment_, request, plan, configuration, overlays);
   auto stream = std::make_unique<RecordingStream>(environment_.streams, environment_.devices, filter,
                                                   configuration, stopDelegate, endInput);
-  RecordingSession session(environment_, request, plan, events, health, sources, store, stopDelegate,
+  RecordingSession session({.environment = environment_,
+                            .request = request,
+                            .plan = plan,
+                            .events = events,
+                            .health = health,
+                            .sources = sources,
+                            .overlays = overlays,
+                            .interactions = interactions.get(),
+                            .store = store,
+                            .stopDelegate = stopDelegate},
                            std::move(stream), stage);
   session.start();
   try {

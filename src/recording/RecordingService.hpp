@@ -7,9 +7,13 @@
 #include "desktop/ContentService.hpp"
 #include "desktop/WindowCaptureActivator.hpp"
 #include "ports/Capture.hpp"
+#include "ports/Desktop.hpp"
 #include "ports/Devices.hpp"
+#include "ports/InteractionEvents.hpp"
 #include "ports/MediaWriting.hpp"
+#include "ports/Panels.hpp"
 #include "ports/Permissions.hpp"
+#include "ports/Typesetting.hpp"
 
 #include <cstdint>
 #include <functional>
@@ -26,15 +30,20 @@ struct RecordingRequestDTO;
 // the service.
 struct RecordingEnvironment {
   ContentService& contentService; // without exclusions
+  DesktopContent& desktop;        // what the service looks at
   ScreenStreamFactory& streams;
   CaptureDevices& devices;
   CaptureAuthorization& authorization;
   MediaFileWriterFactory& media;
   AudioReencoder& reencoder;
+  InteractionSource& interactions;
+  PanelFactory& panels;
+  TextTypesetter& typesetter;
   FileSystem& files;
   const HostClock& clock; // the clock of the stream's sample times
   QueueFactory makeQueue;
-  Sleeper sleep; // the session's thread, while it waits for a device
+  SerialQueue& mainQueue; // the main thread, where panels live
+  Sleeper sleep;          // the session's thread, while it waits for a device
   DiagnosticsSink diagnostics;
   // Whether this process may watch the keyboard; asks nobody. Any thread.
   std::function<bool()> hasListenEventAccess;

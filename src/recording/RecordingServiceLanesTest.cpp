@@ -66,8 +66,10 @@ TEST_P(RecordingServiceLanesTest, EveryLaneIsATrackOfItsOwn) {
       shared.push_back(next);
     ++next;
   };
-  if (camera)
+  if (camera) {
     expectLane("camera.mp4", cameraTrack(1033), false);
+    files.push_back("camera-layout.json");
+  }
   if (systemAudio)
     expectLane("system-audio.m4a", systemAudioTrack(1033), true);
   if (microphone)
@@ -190,7 +192,7 @@ TEST(RecordingServiceLanes, EverySegmentHasAllLanesAndTheProgramIsTheirSum) {
   expectQuiet(rig);
 }
 
-TEST(RecordingServiceLanes, ACancelLeavesOnlyTheDirectoriesAndStopsEverything) {
+TEST(RecordingServiceLanes, ACancelLeavesNothingRecordedAndStopsEverything) {
   Rig rig;
   rig.use(true, true, true);
   rig.then([&] {
@@ -199,7 +201,7 @@ TEST(RecordingServiceLanes, ACancelLeavesOnlyTheDirectoriesAndStopsEverything) {
   });
   EXPECT_EQ(rig.run(), 0);
   EXPECT_EQ(rig.lastEvent(), cancelled);
-  EXPECT_THAT(rig.entries(), ElementsAre("segments/"));
+  EXPECT_THAT(rig.entries(), ElementsAre("camera-layout.json", "segments/"));
   expectQuiet(rig);
 }
 

@@ -139,7 +139,7 @@ TEST(RecordingServiceSourcesStart, ComputersSoundThatCannotBeHadFailsTheCapture)
     EXPECT_THAT(rig.events(), ElementsAre(recordingFailed));
     EXPECT_EQ(rig.lastDiagnostics(), failedLine("start-capture"));
     EXPECT_THAT(rig.stream().calls, Not(Contains("startCapture")));
-    EXPECT_THAT(rig.entries(), ElementsAre("segments/"));
+    EXPECT_THAT(rig.entries(), ElementsAre("camera-layout.json", "segments/"));
     EXPECT_EQ(rig.stream().outputCount(), 0U);
     expectDevicesStopped(rig);
   }

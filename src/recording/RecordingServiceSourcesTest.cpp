@@ -31,7 +31,8 @@ TEST(RecordingServiceSources, AnUnpluggedMicrophoneEndsTheSessionAndKeepsTheSegm
               ElementsAre(state("recording", 0), segmentFinalized(0, 1533, 1533), microphoneUnavailable));
   EXPECT_EQ(rig.lastDiagnostics(), failedLine("unexpected-stream-stop", "microphoneUnavailable"));
   EXPECT_EQ(manifestSegments(rig).size(), 1U);
-  EXPECT_THAT(rig.entries(), ElementsAre("native-manifest.json", "segments/", "segments/segment-0000.mp4"));
+  EXPECT_THAT(rig.entries(), ElementsAre("camera-layout.json", "native-manifest.json", "segments/",
+                                         "segments/segment-0000.mp4"));
   expectQuiet(rig);
 }
 
@@ -54,8 +55,8 @@ TEST(RecordingServiceSources, AnUnpluggedCameraEndsTheSessionAndItsFileIsLeftFor
   EXPECT_THAT(rig.diagnostics(),
               Contains(HasSubstr("recording-writer-failed stage=camera-frame-unavailable")));
   EXPECT_EQ(manifestSegments(rig).size(), 1U) << "the finished segment is kept";
-  EXPECT_THAT(rig.entries(), ElementsAre("native-manifest.json", "segments/", "segments/segment-0000.mp4",
-                                         "segments/segment-0001.mp4"));
+  EXPECT_THAT(rig.entries(), ElementsAre("camera-layout.json", "native-manifest.json", "segments/",
+                                         "segments/segment-0000.mp4", "segments/segment-0001.mp4"));
   EXPECT_TRUE(rig.segment(1).isDestroyed);
   expectQuiet(rig);
 }

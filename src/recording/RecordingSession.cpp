@@ -27,15 +27,9 @@ std::int64_t ActiveRecordingSegment::recordedMilliseconds() const {
   return std::max<std::int64_t>(writer->recordedDuration().wholeMilliseconds(), 0);
 }
 
-RecordingSession::RecordingSession(const RecordingEnvironment& environment,
-                                   const RecordingRequestDTO& request, const RecordingConfigurationPlan& plan,
-                                   RecordingEventWriter& events, RecordingHealthMonitor& health,
-                                   const RecordingSources& sources, RecordingSegmentStore& store,
-                                   const std::shared_ptr<RecordingStreamStopDelegate>& stopDelegate,
-                                   std::unique_ptr<RecordingStream> stream, std::string_view& stage)
-    : environment_(environment), request_(request), plan_(plan), events_(events), health_(health),
-      sources_(sources), store_(store), stopDelegate_(stopDelegate), stage_(stage),
-      stream_(std::move(stream)) {}
+RecordingSession::RecordingSession(RecordingSessionParts parts, std::unique_ptr<RecordingStream> stream,
+                                   std::string_view& stage)
+    : parts_(std::move(parts)), stage_(stage), stream_(std::move(stream)) {}
 
 RecordingSession::~RecordingSession() {
   if (active_) {
@@ -43,7 +37,7 @@ RecordingSession::~RecordingSession() {
     active_->writer->cancel();
   }
   stopCaptureQuietly();
-  health_.stop();
+  parts_.health.stop();
 }
 
 void RecordingSession::start() {
@@ -59,6 +53,7 @@ void RecordingSession::start() {
   if (!epoch)
     throw serviceErrors::recordingFailed();
   epochHostTimeNs_ = *epoch;
+  startTracing(*epoch);
 
   writeState(RecordingPhase::recording, 0);
   startHealth();
@@ -72,12 +67,12 @@ void RecordingSession::serveControlLines(ControlInput& input) {
       stage_ = RecordingStage::unexpectedStreamStop;
       throw serviceErrors::recordingFailed();
     }
-    const auto command = RecordingControlCommand::decodeLine(*line, request_.sessionID).command;
+    const auto command = RecordingControlCommand::decodeLine(*line, parts_.request.sessionID).command;
     if (command == RecordingControlAction::resume && active_) {
       writeState(RecordingPhase::recording, accumulatedDurationMs_);
       continue;
     }
-    health_.stop();
+    parts_.health.stop();
     switch (command) {
     case RecordingControlAction::pause:
       pause();
@@ -95,35 +90,49 @@ void RecordingSession::serveControlLines(ControlInput& input) {
 
 ActiveRecordingSegment RecordingSession::makeSegment() {
   ActiveRecordingSegment segment;
-  segment.pending = store_.allocateNextSegment();
-  segment.expectedVideoTrackCount = sources_.camera() != nullptr ? 2 : 1;
-  segment.expectedAudioTrackCount = RecordingAudioTracks(request_.settings).all.size();
-  segment.frameRate = request_.settings.frameRate;
+  segment.pending = parts_.store.allocateNextSegment();
+  segment.expectedVideoTrackCount = parts_.sources.camera() != nullptr ? 2 : 1;
+  segment.expectedAudioTrackCount = RecordingAudioTracks(parts_.request.settings).all.size();
+  segment.frameRate = parts_.request.settings.frameRate;
   segment.writer = std::make_unique<CameraCompositeRecorder>(
-      CameraCompositeSetup{
-          .outputPath = segment.pending.path,
-          .plan = plan_,
-          .settings = request_.settings,
-          .camera = sources_.camera(),
-          .cameraPixelSize = sources_.cameraPixelSize(),
-          .microphone = sources_.microphone(),
-          .media = environment_.media,
-          .clock = environment_.clock,
-          .diagnostics = environment_.diagnostics,
-          .wroteScreenFrame = [&health = health_] { health.wroteScreenFrame(); },
-          .receivedAudio = [&health = health_](RecordingHealthMonitor::Lane lane,
-                                               const PcmView& audio) { health.receivedAudio(lane, audio); },
-          .failureHandler = [stop = stopDelegate_] { stop->stopReading(); }},
-      environment_.makeQueue);
+      CameraCompositeSetup{.outputPath = segment.pending.path,
+                           .plan = parts_.plan,
+                           .settings = parts_.request.settings,
+                           .camera = parts_.sources.camera(),
+                           .cameraPixelSize = parts_.sources.cameraPixelSize(),
+                           .microphone = parts_.sources.microphone(),
+                           .media = parts_.environment.media,
+                           .clock = parts_.environment.clock,
+                           .diagnostics = parts_.environment.diagnostics,
+                           .wroteScreenFrame = [&health = parts_.health] { health.wroteScreenFrame(); },
+                           .receivedAudio = [&health = parts_.health](
+                                                RecordingHealthMonitor::Lane lane,
+                                                const PcmView& audio) { health.receivedAudio(lane, audio); },
+                           .failureHandler = [stop = parts_.stopDelegate] { stop->stopReading(); }},
+      parts_.environment.makeQueue);
   return segment;
+}
+
+void RecordingSession::startTracing(std::uint64_t epochHostTimeNs) {
+  parts_.overlays.startSegment(accumulatedDurationMs_, epochHostTimeNs);
+  if (parts_.interactions)
+    parts_.interactions->startSegment(accumulatedDurationMs_, epochHostTimeNs);
+}
+
+void RecordingSession::pauseTracing() {
+  if (parts_.interactions)
+    parts_.interactions->pauseSegment();
+  parts_.overlays.pauseCamera();
 }
 
 // The stream goes on while paused; nobody takes its pictures.
 void RecordingSession::pause() {
   stage_ = RecordingStage::pauseFinalize;
+  pauseTracing();
   if (active_) {
     writeState(RecordingPhase::pausing, accumulatedDurationMs_);
     finalize(false);
+    parts_.overlays.finishCamera(accumulatedDurationMs_);
   }
   writeState(RecordingPhase::paused, accumulatedDurationMs_);
 }
@@ -135,11 +144,16 @@ void RecordingSession::resume() {
   active_->writer->attach(*stream_);
   active_->writer->waitUntilStarted(startTimeout);
   startHealth();
+  if (const std::optional<std::uint64_t> epoch = active_->writer->epochHostTimeNanoseconds())
+    startTracing(*epoch);
   writeState(RecordingPhase::recording, accumulatedDurationMs_);
 }
 
 void RecordingSession::cancel() {
   stage_ = RecordingStage::cancel;
+  if (parts_.interactions)
+    parts_.interactions->pauseSegment();
+  parts_.overlays.clearShortcuts();
   std::optional<PendingRecordingSegment> cancelled;
   if (active_) {
     active_->writer->detach(*stream_);
@@ -149,8 +163,8 @@ void RecordingSession::cancel() {
   }
   stopCapture();
   if (cancelled)
-    removeQuietly(environment_.files, cancelled->path);
-  store_.discardAll();
+    removeQuietly(parts_.environment.files, cancelled->path);
+  parts_.store.discardAll();
   write(RecordingEvent::Cancelled{});
 }
 
@@ -166,13 +180,13 @@ FinalizedRecordingSegment RecordingSession::finalize(bool outputAlreadyDetached)
   const std::uint64_t finishedAt = now();
 
   const ValidatedMedia media = RecordingMediaValidator::validateRecording(
-      environment_.files, segment.pending.path, segment.writer->recordedDuration(),
+      parts_.environment.files, segment.pending.path, segment.writer->recordedDuration(),
       segment.expectedVideoTrackCount, segment.expectedAudioTrackCount, segment.frameRate);
   const std::int64_t recordedMs = segment.recordedMilliseconds();
   if (media.durationMs < 1 || recordedMs < 1 || std::abs(media.durationMs - recordedMs) > segmentToleranceMs)
     throw serviceErrors::recordingFailed();
 
-  store_.finalize(segment.pending, media.durationMs, media.sizeBytes);
+  parts_.store.finalize(segment.pending, media.durationMs, media.sizeBytes);
   const std::int64_t accumulated = checkedSum(accumulatedDurationMs_, media.durationMs);
   write(RecordingEvent::SegmentFinalized{.index = segment.pending.index,
                                          .path = segment.pending.path,
@@ -186,14 +200,18 @@ FinalizedRecordingSegment RecordingSession::finalize(bool outputAlreadyDetached)
 }
 
 void RecordingSession::salvage() noexcept {
-  health_.stop();
-  if (active_) {
+  parts_.health.stop();
+  // The failure on its way out is the one to report; earlier segments are in the manifest.
+  const auto quietly = [](const auto& step) {
     try {
-      finalize(false);
+      step();
     } catch (...) {
-      // The failure on its way out is the one to report; earlier segments are in the manifest.
     }
-  }
+  };
+  quietly([&] { pauseTracing(); });
+  quietly([&] { parts_.overlays.clearShortcuts(); });
+  if (active_)
+    quietly([&] { finalize(false); });
   stopCaptureQuietly();
 }
 
@@ -215,10 +233,11 @@ void RecordingSession::stopCaptureQuietly() noexcept {
 
 void RecordingSession::startHealth() {
   RecordingHealthMonitor::LatestCameraFrame latestCameraFrame;
-  if (const CameraOverlaySource* const camera = sources_.camera())
+  if (const CameraOverlaySource* const camera = parts_.sources.camera())
     latestCameraFrame = [camera] { return camera->latestFrameReceivedAt(); };
-  health_.start(request_.settings, std::move(latestCameraFrame), request_.outputDirectory, request_.sessionID,
-                events_, [stop = stopDelegate_] { stop->stopReading(); });
+  parts_.health.start(parts_.request.settings, std::move(latestCameraFrame), parts_.request.outputDirectory,
+                      parts_.request.sessionID, parts_.events,
+                      [stop = parts_.stopDelegate] { stop->stopReading(); });
 }
 
 void RecordingSession::writeState(RecordingPhase phase, std::int64_t activeDurationMs) {
@@ -226,11 +245,11 @@ void RecordingSession::writeState(RecordingPhase phase, std::int64_t activeDurat
 }
 
 void RecordingSession::write(decltype(RecordingEvent::what) what) {
-  events_.write({request_.sessionID, std::move(what)});
+  parts_.events.write({parts_.request.sessionID, std::move(what)});
 }
 
 std::uint64_t RecordingSession::now() const {
-  return hostNanoseconds(environment_.clock.now()).value_or(0);
+  return hostNanoseconds(parts_.environment.clock.now()).value_or(0);
 }
 
 } // namespace tessarin

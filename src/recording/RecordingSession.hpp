@@ -8,12 +8,14 @@
 #include "recording/RecordingEventWriter.hpp"
 #include "recording/RecordingHealthMonitor.hpp"
 #include "recording/RecordingModels.hpp"
+#include "recording/RecordingOverlays.hpp"
 #include "recording/RecordingProtocol.hpp"
 #include "recording/RecordingSegmentStore.hpp"
 #include "recording/RecordingService.hpp"
 #include "recording/RecordingSources.hpp"
 #include "recording/RecordingStream.hpp"
 #include "recording/RecordingStreamStopDelegate.hpp"
+#include "trace/InteractionEventRecorder.hpp"
 
 #include <chrono>
 #include <cstdint>
@@ -42,6 +44,20 @@ struct FinalizedRecordingSegment {
   std::uint64_t segmentValidationMs = 0;
 };
 
+// What a session works with. Everything referred to outlives it.
+struct RecordingSessionParts {
+  const RecordingEnvironment& environment;
+  const RecordingRequestDTO& request;
+  const RecordingConfigurationPlan& plan;
+  RecordingEventWriter& events;
+  RecordingHealthMonitor& health;
+  const RecordingSources& sources;
+  RecordingOverlays& overlays;
+  InteractionEventRecorder* interactions; // null without a trace
+  RecordingSegmentStore& store;
+  std::shared_ptr<RecordingStreamStopDelegate> stopDelegate;
+};
+
 // One running recording, from its stream on: what it holds, and the steps that control lines ask for.
 // Confined to the thread that runs the recording. Every step throws what goes wrong in it and leaves its
 // name in the stage.
@@ -54,13 +70,9 @@ class RecordingSession {
  public:
   static constexpr std::chrono::seconds startTimeout{5};
 
-  // Everything is referred to and outlives the session.
-  RecordingSession(const RecordingEnvironment& environment, const RecordingRequestDTO& request,
-                   const RecordingConfigurationPlan& plan, RecordingEventWriter& events,
-                   RecordingHealthMonitor& health, const RecordingSources& sources,
-                   RecordingSegmentStore& store,
-                   const std::shared_ptr<RecordingStreamStopDelegate>& stopDelegate,
-                   std::unique_ptr<RecordingStream> stream, std::string_view& stage);
+  // Keeps the name of its present step in the stage.
+  RecordingSession(RecordingSessionParts parts, std::unique_ptr<RecordingStream> stream,
+                   std::string_view& stage);
   // Drops a segment that is still being written, and ends the stream and the watch.
   ~RecordingSession();
   RecordingSession(const RecordingSession&) = delete;
@@ -80,6 +92,10 @@ class RecordingSession {
   void stop();
   void cancel();
 
+  // From the epoch of a segment on, events and the camera's places are written down.
+  void startTracing(std::uint64_t epochHostTimeNs);
+  void pauseTracing();
+
   FinalizedRecordingSegment finalize(bool outputAlreadyDetached);
   void stopCapture();
   void stopCaptureQuietly() noexcept;
@@ -91,7 +107,7 @@ class RecordingSession {
   void finishLastSegment(RecordingStopDiagnostics& diagnostics);
   void stopStreamOfPausedSession();
   void stopCaptureInBackground();
-  std::optional<CaptureTrackPayload> interactionTrack(std::int64_t programDurationMs) const;
+  std::optional<CaptureTrackPayload> finishTrace(std::int64_t programDurationMs);
   RecordingEvent::Completed completedEvent(const RecordingDeliverables& deliverables,
                                            const std::optional<CaptureTrackPayload>& trace,
                                            std::uint64_t stopHostTimeNs) const;
@@ -99,14 +115,7 @@ class RecordingSession {
 
   std::uint64_t now() const;
 
-  const RecordingEnvironment& environment_;
-  const RecordingRequestDTO& request_;
-  const RecordingConfigurationPlan& plan_;
-  RecordingEventWriter& events_;
-  RecordingHealthMonitor& health_;
-  const RecordingSources& sources_;
-  RecordingSegmentStore& store_;
-  const std::shared_ptr<RecordingStreamStopDelegate> stopDelegate_;
+  const RecordingSessionParts parts_;
   std::string_view& stage_;
 
   const std::unique_ptr<RecordingStream> stream_;

@@ -14,7 +14,10 @@ namespace tessarin {
 void RecordingSession::stop() {
   RecordingStopDiagnostics diagnostics;
   diagnostics.startedAt = now();
-  const std::optional<std::uint64_t> stopHostTimeNs = hostNanoseconds(environment_.clock.now());
+  pauseTracing();
+  parts_.overlays.closeCamera();
+  parts_.overlays.clearShortcuts();
+  const std::optional<std::uint64_t> stopHostTimeNs = hostNanoseconds(parts_.environment.clock.now());
   if (!stopHostTimeNs || *stopHostTimeNs < epochHostTimeNs_)
     throw serviceErrors::recordingFailed();
   writeState(RecordingPhase::stopping,
@@ -25,8 +28,9 @@ void RecordingSession::stop() {
     finishLastSegment(diagnostics);
   else
     stopStreamOfPausedSession();
+  parts_.overlays.finishCamera(accumulatedDurationMs_);
 
-  RecordingDeliverables deliverables(environment_, request_.settings, store_);
+  RecordingDeliverables deliverables(parts_.environment, parts_.request.settings, parts_.store);
   diagnostics.mergeStartedAt = now();
   stage_ = RecordingStage::stopParallelMerge;
   deliverables.merge();
@@ -41,11 +45,11 @@ void RecordingSession::stop() {
   deliverables.requireMatchingLengths();
 
   stage_ = RecordingStage::stopInteractions;
-  const std::optional<CaptureTrackPayload> trace = interactionTrack(deliverables.programDurationMs());
+  const std::optional<CaptureTrackPayload> trace = finishTrace(deliverables.programDurationMs());
 
   stage_ = RecordingStage::stopCompleteEvent;
   write(completedEvent(deliverables, trace, *stopHostTimeNs));
-  environment_.diagnostics(diagnostics.summaryLine(now()));
+  parts_.environment.diagnostics(diagnostics.summaryLine(now()));
   if (isStreamStopDeferred)
     reportDeferredStreamStop();
 }
@@ -71,7 +75,7 @@ void RecordingSession::stopStreamOfPausedSession() {
 
 void RecordingSession::stopCaptureInBackground() {
   isCapturing_ = false;
-  streamStop_.emplace(environment_.makeQueue, "com.tessarin.recording.stream-stop", [this] {
+  streamStop_.emplace(parts_.environment.makeQueue, "com.tessarin.recording.stream-stop", [this] {
     const std::uint64_t startedAt = now();
     stream_->stopCapture();
     return elapsedMilliseconds(startedAt, now());
@@ -79,9 +83,11 @@ void RecordingSession::stopCaptureInBackground() {
 }
 
 // Only a trace that holds something is a track.
-std::optional<CaptureTrackPayload> RecordingSession::interactionTrack(std::int64_t programDurationMs) const {
-  const std::string& path = store_.paths().interactionEvents;
-  const std::optional<std::int64_t> size = regularFileSize(environment_.files, path);
+std::optional<CaptureTrackPayload> RecordingSession::finishTrace(std::int64_t programDurationMs) {
+  if (parts_.interactions)
+    parts_.interactions->finish();
+  const std::string& path = parts_.store.paths().interactionEvents;
+  const std::optional<std::int64_t> size = regularFileSize(parts_.environment.files, path);
   if (size.value_or(0) < 1)
     return std::nullopt;
   return CaptureTrackPayload::interactionEvents({path, programDurationMs, *size});
@@ -90,7 +96,7 @@ std::optional<CaptureTrackPayload> RecordingSession::interactionTrack(std::int64
 RecordingEvent::Completed RecordingSession::completedEvent(const RecordingDeliverables& deliverables,
                                                            const std::optional<CaptureTrackPayload>& trace,
                                                            std::uint64_t stopHostTimeNs) const {
-  const SizeDTO screenPixelSize{plan_.outputWidth, plan_.outputHeight};
+  const SizeDTO screenPixelSize{parts_.plan.outputWidth, parts_.plan.outputHeight};
   const std::int64_t programDurationMs = deliverables.programDurationMs();
   const auto captureDurationMs =
       static_cast<std::int64_t>(elapsedMilliseconds(epochHostTimeNs_, stopHostTimeNs));
@@ -99,7 +105,7 @@ RecordingEvent::Completed RecordingSession::completedEvent(const RecordingDelive
   completed.clock = {.epochHostTimeNs = epochHostTimeNs_,
                      .captureDurationMs = std::max(captureDurationMs, programDurationMs),
                      .programDurationMs = programDurationMs};
-  completed.tracks = deliverables.tracks(screenPixelSize, sources_.cameraPixelSize());
+  completed.tracks = deliverables.tracks(screenPixelSize, parts_.sources.cameraPixelSize());
   if (trace)
     completed.tracks.push_back(*trace);
   completed.deliverables.push_back(deliverables.shareVideo(screenPixelSize));
@@ -115,7 +121,7 @@ void RecordingSession::reportDeferredStreamStop() {
   } catch (...) {
     failed = true;
   }
-  environment_.diagnostics(recordingStreamStopSummaryLine(streamStopMs, failed));
+  parts_.environment.diagnostics(recordingStreamStopSummaryLine(streamStopMs, failed));
 }
 
 } // namespace tessarin

@@ -9,8 +9,11 @@
 #include "support/ManualQueue.hpp"
 #include "support/RecordingRequests.hpp"
 #include "support/ScriptedDevices.hpp"
+#include "support/ScriptedInteractions.hpp"
 #include "support/ScriptedMediaWriter.hpp"
+#include "support/ScriptedPanels.hpp"
 #include "support/ScriptedScreenStream.hpp"
+#include "support/ScriptedTypesetter.hpp"
 #include "support/TemporaryDirectory.hpp"
 
 #include <unistd.h>
@@ -29,12 +32,16 @@
 
 namespace tessarin::testing {
 
-// A desktop of one display and one window on it.
+// A desktop of one display, one window on it, and the panels of the session.
 class SampleDesktop final : public DesktopContent {
  public:
+  explicit SampleDesktop(const ScriptedPanelFactory& panels) : panels_(panels) {}
+
   bool hasAccess = true;
   bool isUnreadable = false;
   std::int32_t ownerPID = sampleWindow().ownerPID;
+  RunningApplication self{"recorder", 777, "Recorder"}; // owns the panels
+  bool hidesPanels = false;
 
   bool hasScreenCaptureAccess() override { return hasAccess; }
   ShareableContent content() override {
@@ -45,8 +52,14 @@ class SampleDesktop final : public DesktopContent {
     content.displays = {{77, sampleDisplay().framePoints, 1, true}};
     content.windows = {{4194310, sampleWindow().framePoints, sampleWindow().title, 0, true, editor}};
     content.applications = {editor};
+    if (!hidesPanels)
+      for (const ShareableWindow& panel : panels_.windows(self))
+        content.windows.push_back(panel);
     return content;
   }
+
+ private:
+  const ScriptedPanelFactory& panels_;
 };
 
 // A queue that is early: what it is to do later it does at once.
@@ -85,6 +98,7 @@ class RecordingRig {
 
   RecordingRig() {
     request.outputDirectory = directory / sampleSessionID;
+    request.settings.showsCursor = false; // a trace only where a test asks for one
     files.makeDirectory(request.outputDirectory);
     streams.prepare = [](ScriptedScreenStream& stream) { stream.presentPicture = 1; };
     media.prepare = [this](ScriptedMediaFile& file, std::size_t) { produceMovie(file); };
@@ -104,15 +118,21 @@ class RecordingRig {
   std::int32_t run() {
     ControlInput input(pipe_[0]);
     RecordingEventWriter events([this](std::string_view line) { tookEvent(line); });
+    const auto mainQueue = makeQueue("main");
     return RecordingService({.contentService = *contentService,
+                             .desktop = desktop,
                              .streams = streams,
                              .devices = devices,
                              .authorization = authorization,
                              .media = media,
                              .reencoder = reencoder,
+                             .interactions = interactions,
+                             .panels = panels,
+                             .typesetter = typesetter,
                              .files = files,
                              .clock = clock,
                              .makeQueue = makeQueue,
+                             .mainQueue = *mainQueue,
                              .sleep = sleep,
                              .diagnostics = [this](const std::string& line) { addDiagnostics(line); },
                              .hasListenEventAccess = [this] { return hasListenEventAccess; }})
@@ -203,7 +223,10 @@ class RecordingRig {
   ManualClock clock{std::chrono::seconds(10)};
   ManualScheduler scheduler{clock};
   QueueFactory makeQueue = scheduler.queueFactory();
-  SampleDesktop desktop;
+  ScriptedPanelFactory panels;
+  SampleDesktop desktop{panels};
+  ScriptedInteractions interactions{clock};
+  ScriptedTypesetter typesetter;
   std::optional<ContentService> contentService{desktop};
   FaultyFileSystem files{machineFileSystem()};
   ScriptedScreenStreamFactory streams{clock};
