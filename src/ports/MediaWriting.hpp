@@ -26,6 +26,8 @@ struct VideoSettings {
   // Pictures come as they happen: a coder that is behind may show one again in place of the next, rather
   // than refuse pictures and fall behind in time. Otherwise every picture is coded.
   bool expectsMediaDataInRealTime = true;
+  // What is rendered is turned over first, so that its left is shown at the right.
+  bool isMirrored = false;
   // Colour is ITU-R BT.709 for primaries, transfer and matrix, video range.
 
   bool operator==(const VideoSettings&) const = default;

@@ -67,7 +67,9 @@ void CameraCompositeSegment::addCameraTrack(const CameraCompositeSetup& setup) {
     const std::int64_t bitRate = RecordingConfigurationBuilder::averageBitRate(
         setup.settings.effectiveCodec(), setup.settings.quality, size->width * size->height,
         std::max<std::int64_t>(setup.settings.frameRate, 1));
-    input = writer_->addVideoInput(videoSettings(setup.settings, size->width, size->height, bitRate));
+    VideoSettings video = videoSettings(setup.settings, size->width, size->height, bitRate);
+    video.isMirrored = setup.settings.cameraOutputMirrored.value_or(false);
+    input = writer_->addVideoInput(video);
     if (input == nullptr)
       throw NativeServiceError(failureError_);
   }

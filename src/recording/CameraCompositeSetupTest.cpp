@@ -77,6 +77,18 @@ TEST_F(CameraCompositeSetupTest, AddsTheTracksInTheOrderOfTheFile) {
   EXPECT_THAT(file().calls, IsEmpty());
 }
 
+TEST_F(CameraCompositeSetupTest, MirrorsTheCamerasTrackAloneWhenAsked) {
+  useCamera(640, 480);
+  for (const auto& [wish, isMirrored] : {std::pair{std::optional<bool>(), false},
+                                         {std::optional(false), false},
+                                         {std::optional(true), true}}) {
+    settings.cameraOutputMirrored = wish;
+    make();
+    EXPECT_EQ(file().track(1).video->isMirrored, isMirrored);
+    EXPECT_FALSE(file().video->isMirrored);
+  }
+}
+
 TEST_F(CameraCompositeSetupTest, AMicrophoneAloneComesBehindTheScreen) {
   useMicrophone();
   make();

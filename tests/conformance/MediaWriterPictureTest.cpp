@@ -171,6 +171,24 @@ TEST_P(MediaWriterPicture, scalesAndCropsWhatIsRendered) {
   }
 }
 
+TEST_P(MediaWriterPicture, turnsOverWhatIsToBeMirrored) {
+  VideoSettings settings = smallVideo();
+  settings.isMirrored = true;
+  begin(settings);
+  Painting painting(static_cast<int>(settings.width), static_cast<int>(settings.height));
+  painting.fill({0, 0, 255});
+  painting.fill(0, 0, static_cast<int>(settings.width) / 4, static_cast<int>(settings.height), {255, 255, 0});
+  append(input->render(painting.view()));
+  finishFile();
+  const Decoded decoded = decode();
+  ASSERT_EQ(decoded.count(), 1U);
+  const int right = decoded.width - 8;
+  EXPECT_NEAR(decoded.value(0, right, 40, 0), 255, 8);
+  EXPECT_NEAR(decoded.value(0, right, 40, 2), 0, 8);
+  EXPECT_NEAR(decoded.value(0, 8, 40, 0), 0, 8);
+  EXPECT_NEAR(decoded.value(0, 8, 40, 2), 255, 8);
+}
+
 INSTANTIATE_TEST_SUITE_P(Codecs, MediaWriterPicture,
                          testing::Values(RecordingCodec::h264, RecordingCodec::hevc),
                          [](const auto& each) { return std::string(json::nameOf(each.param)); });

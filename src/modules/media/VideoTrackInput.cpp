@@ -78,9 +78,16 @@ std::shared_ptr<const CodablePicture> VideoTrackInput::render(const PictureView&
   if (!picture)
     return nullptr;
   if (!scaler_ || !scaler_->takes(source))
-    scaler_.emplace(source.width, source.height, picture->width(), picture->height());
+    scaler_.emplace(source.width, source.height, area());
   scaler_->scaleToI420(source, picture->planes());
   return picture;
+}
+
+pixels::FittedArea VideoTrackInput::area() const {
+  auto whole = pixels::FittedArea::whole(static_cast<std::int32_t>(settings_.width),
+                                         static_cast<std::int32_t>(settings_.height));
+  whole.isMirrored = settings_.isMirrored;
+  return whole;
 }
 
 // The time in the track, at least one unit after the one before; nothing when it does not come after it.

@@ -56,6 +56,7 @@ class VideoTrackInput final : public VideoInput {
   void notifyReadiness() { observers_.notify(); }
 
  private:
+  pixels::FittedArea area() const;
   bool hasRoom() const;
   void watchLoad(std::int64_t time, bool gaveWay);
   void codeNext();
