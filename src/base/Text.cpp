@@ -192,6 +192,11 @@ std::string_view lastPathComponent(std::string_view path) {
   return path.substr(path.rfind('/') + 1); // npos + 1 is 0
 }
 
+bool hasParentComponent(std::string_view path) {
+  const std::vector<std::string_view> components = pathComponents(path);
+  return std::find(components.begin(), components.end(), "..") != components.end();
+}
+
 std::string lowercasePathExtension(std::string_view path) {
   const std::string_view name = lastPathComponent(path);
   const std::size_t dot = name.rfind('.');

@@ -34,6 +34,7 @@ bool isAbsolutePath(std::string_view path);
 // The components between slashes, without empty ones; the leading slash is no component.
 std::vector<std::string_view> pathComponents(std::string_view path);
 std::string_view lastPathComponent(std::string_view path);
+bool hasParentComponent(std::string_view path); // ".."
 
 // The text behind the last dot of the last component, lower-cased as ASCII; empty when there is none or
 // the name only begins with the dot.

@@ -26,15 +26,6 @@ bool isValid(const RecordingPresentationDTO& presentation) {
          (onGrid(presentation.cameraPlacement->x) && onGrid(presentation.cameraPlacement->y));
 }
 
-bool isSessionDirectory(const std::string& path, const std::string& sessionID) {
-  // A path with a NUL byte would mean another, shorter one to the system.
-  if (!isAbsolutePath(path) || path.find('\0') != std::string::npos)
-    return false;
-  const std::vector<std::string_view> components = pathComponents(path);
-  return std::find(components.begin(), components.end(), "..") == components.end() &&
-         lastPathComponent(path) == sessionID;
-}
-
 bool isWithin(const RectDTO& region, const RectDTO& display) {
   return display.x - regionTolerance <= region.x && display.y - regionTolerance <= region.y &&
          region.x + region.width <= display.x + display.width + regionTolerance &&
@@ -77,6 +68,13 @@ void checkByItself(const RecordingRequestDTO& request) {
 }
 
 } // namespace
+
+bool isSessionDirectory(const std::string& path, const std::string& sessionID) {
+  // A path with a NUL byte would mean another, shorter one to the system.
+  if (!isAbsolutePath(path) || path.find('\0') != std::string::npos)
+    return false;
+  return !hasParentComponent(path) && lastPathComponent(path) == sessionID;
+}
 
 ValidatedRecordingRequest RecordingRequestDTO::validated(const std::vector<DisplayInfoDTO>& displays,
                                                          const std::vector<WindowInfoDTO>& windows) const {

@@ -143,6 +143,10 @@ struct RecordingSettingsDTO {
   bool operator==(const RecordingSettingsDTO&) const = default;
 };
 
+// Whether the path can name the directory of that session: absolute, without "..", and the session its last
+// component to the letter. Touches nothing.
+bool isSessionDirectory(const std::string& path, const std::string& sessionID);
+
 struct ValidatedRecordingRequest;
 
 struct RecordingRequestDTO {
