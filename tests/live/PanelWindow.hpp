@@ -113,6 +113,13 @@ class PanelWindow {
     connection_.sync();
   }
 
+  // Mapped, and yet nowhere to be seen.
+  void makeEmpty() {
+    xcb_shape_rectangles(connection_.get(), XCB_SHAPE_SO_SET, XCB_SHAPE_SK_BOUNDING,
+                         XCB_CLIP_ORDERING_UNSORTED, window_, 0, 0, 0, nullptr);
+    connection_.sync();
+  }
+
   void makeRectangular() {
     xcb_shape_mask(connection_.get(), XCB_SHAPE_SO_SET, XCB_SHAPE_SK_BOUNDING, window_, 0, 0, XCB_NONE);
     connection_.sync();

@@ -61,6 +61,14 @@ class StreamExclusion : public Stream {
     }
   }
 
+  // Also while a panel moves, pictures keep coming; the machine may be busy with other work.
+  void expectNoLongGap() const {
+    const auto deliveries = receiver->deliveries();
+    for (std::size_t i = 1; i < deliveries.size(); ++i) {
+      EXPECT_LT((deliveries[i].time - deliveries[i - 1].time).wholeMilliseconds(), 400) << "picture " << i;
+    }
+  }
+
   // The pictures of a still desktop are all the same one.
   void expectOnly(const Pixels& plain) const {
     std::size_t index = 0;
@@ -134,6 +142,7 @@ TEST_F(StreamExclusion, NeverShowsAPanelThatIsDraggedOverAnAnimation) {
   stream->stopCapture();
   const auto deliveries = receiver->deliveries();
   EXPECT_GT(deliveries.size(), steps / 2U);
+  expectNoLongGap();
   expectNoPanelAnywhere();
   int torn = 0;
   for (const auto& delivery : deliveries) {
@@ -146,7 +155,151 @@ TEST_F(StreamExclusion, NeverShowsAPanelThatIsDraggedOverAnAnimation) {
     }
     torn += wrong > 0 ? 1 : 0;
   }
-  std::printf("torn %d of %zu, unchanged %zu\n", torn, deliveries.size(), receiver->unchanged().size());
+  // The client paints a picture in three strokes, between which others are served on a busy machine.
+  EXPECT_LE(torn, static_cast<int>(deliveries.size() / 20));
+}
+
+TEST_F(StreamExclusion, NeverShowsABadgeThatComesAndGoesInAllShapes) {
+  start();
+  open(photo);
+  const auto plain = screen();
+  PanelWindow badge(desktop->display(), {150, 380, 300, 60});
+  badge.makeEmpty();
+  badge.show(); // nothing of it is to be seen when the stream begins
+  exclude();
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(1));
+  for (int round = 0; round < 6; ++round) {
+    badge.makeRound();
+    std::this_thread::sleep_for(40ms);
+    badge.resize(200 + round * 20, 60 - round);
+    badge.makeRectangular();
+    std::this_thread::sleep_for(40ms);
+    badge.move(150 - round * 30, 380 + round * 20);
+    badge.hide();
+    std::this_thread::sleep_for(40ms);
+    badge.show();
+    badge.repaint();
+    std::this_thread::sleep_for(40ms);
+    badge.makeEmpty();
+    std::this_thread::sleep_for(40ms);
+    badge.raise();
+  }
+  EXPECT_EQ(receiver->count(), 1U);
+  expectOnly(plain);
+}
+
+TEST_F(StreamExclusion, ShowsWhatWindowsPaintThatComeAndMoveBeneathAndAboveAPanel) {
+  start();
+  open(photo);
+  auto& host = open({"--style", "override", "--colour", "ffff0000", "--size", "300x200", "--at", "250,150"});
+  PanelWindow panel(desktop->display(), {200, 100, 192, 144});
+  panel.show();
+  exclude(host.pid());
+  exclude();
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(1));
+  // Painted late by its client, and then wandering from beneath the panel to its front and away.
+  auto& window = open({"--style", "override", "--paint", "text", "--size", "180x120", "--at", "220,110",
+                       "--repaint-delay", "40"});
+  panel.raise();
+  std::this_thread::sleep_for(50ms);
+  const auto appears = [&](const Pixels& content, int x, int y) {
+    return receiver->becomes([&](const Pixels& pixels) {
+      return bool(areSame(cut(pixels, x, y, content.width, content.height), content));
+    });
+  };
+  panel.hide();
+  host.command("unmap");
+  std::this_thread::sleep_for(100ms);
+  const auto content = cut(screen(), 220, 110, 180, 120);
+  host.command("map");
+  panel.show();
+  EXPECT_TRUE(appears(content, 220, 110));
+  window.command("move 260 140");
+  EXPECT_TRUE(appears(content, 260, 140));
+  window.command("raise");
+  EXPECT_TRUE(appears(content, 260, 140));
+  window.command("move 420 300");
+  EXPECT_TRUE(appears(content, 420, 300));
+  panel.raise();
+  panel.move(430, 310);
+  EXPECT_TRUE(appears(content, 420, 300));
+  window.command("unmap");
+  panel.hide();
+  host.command("unmap");
+  EXPECT_TRUE(becomesScreen());
+  expectNoPanelAnywhere();
+  for (const auto& delivery : receiver->deliveries()) {
+    const auto& values = delivery.pixels.values;
+    ASSERT_TRUE(std::none_of(values.begin(), values.end(), [](auto value) { return value == 0xFF0000; }));
+  }
+}
+
+// Such windows show what was there before until their clients have painted them.
+TEST_F(StreamExclusion, WaitsForWindowsWithoutABackgroundThatComeUpInFrontOfAPanel) {
+  start();
+  open(photo);
+  PanelWindow panel(desktop->display(), {200, 100, 192, 144});
+  panel.show();
+  exclude();
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(1));
+  auto& window = open({"--style", "override", "--paint", "text", "--size", "180x120", "--at", "220,110",
+                       "--repaint-delay", "60"});
+  const auto isShown = [&](const Pixels& pixels) { return pixels.at(290, 112) == 0xFCFCFC; };
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_TRUE(receiver->becomes(isShown));
+    window.command("unmap");
+    EXPECT_TRUE(receiver->becomes([&](const Pixels& pixels) { return !isShown(pixels); }));
+    window.command("map");
+  }
+  expectNoPanelAnywhere();
+}
+
+TEST_F(StreamExclusion, LeavesAPanelOutAlsoWhenTheScreenIsRearranged) {
+  start();
+  open(photo);
+  const auto plain = screen();
+  PanelWindow panel(desktop->display(), {200, 100, 192, 144});
+  panel.show();
+  exclude();
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(1));
+  desktop->run(
+      {"xrandr", "--newmode", "small", "10", "320", "330", "340", "350", "240", "250", "260", "270"});
+  desktop->run({"xrandr", "--addmode", "screen", "small"});
+  desktop->run({"xrandr", "--output", "screen", "--mode", "small"});
+  ASSERT_TRUE(receiver->becomes([](const Pixels& pixels) { return pixels.at(400, 100) == 0; }));
+  panel.move(230, 120);
+  panel.repaint();
+  desktop->run({"xrandr", "--output", "screen", "--mode", "640x481"});
+  panel.move(400, 200);
+  EXPECT_TRUE(receiver->becomes([&](const Pixels& pixels) { return bool(areSame(pixels, plain)); }));
+  expectNoPanelAnywhere();
+  for (const auto& delivery : receiver->deliveries()) {
+    EXPECT_TRUE(areSame(cut(delivery.pixels, 0, 0, 320, 240), cut(plain, 0, 0, 320, 240)));
+  }
+}
+
+TEST_F(StreamExclusion, ShowsNoPanelInAWindowsRecording) {
+  start();
+  auto& window = open({"--style", "override", "--paint", "photo", "--size", "300x200", "--at", "100,80"});
+  const auto plain = cut(screen(), 100, 80, 300, 200);
+  PanelWindow panel(desktop->display(), {200, 100, 192, 144});
+  panel.show();
+  watch(window);
+  configuration.sourceRect = {0, 0, 300, 200};
+  configuration.width = 300;
+  configuration.height = 200;
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(1));
+  during([&](int i) {
+    wander(panel, i);
+    panel.repaint();
+  });
+  EXPECT_EQ(receiver->count(), 1U);
+  expectOnly(plain);
 }
 
 // Under a compositing manager that throws shadows, and lets windows fade.
@@ -155,6 +308,7 @@ class StreamExclusionComposited : public StreamExclusion, public ::testing::With
   void compose() {
     manager = desktop->start(GetParam());
     desktop->waitFor("compositing-manager");
+    std::this_thread::sleep_for(300ms); // some take the windows over only after they have said so
   }
 
   // What the screen shows once it has stopped changing.
@@ -224,8 +378,8 @@ TEST_P(StreamExclusionComposited, NeverShowsAPanelThatIsDraggedOverAnAnimation) 
   });
   stream->stopCapture();
   EXPECT_GT(receiver->count(), steps / 3U);
+  expectNoLongGap();
   expectNoPanelAnywhere();
-  std::printf("%zu deliveries\n", receiver->count());
 }
 
 TEST_P(StreamExclusionComposited, OutlastsTheCompositingManagersBeginningAndEnd) {
@@ -253,7 +407,6 @@ TEST_P(StreamExclusionComposited, OutlastsTheCompositingManagersBeginningAndEnd)
   }
   expectNoPanelAnywhere();
   EXPECT_TRUE(receiver->becomes([&](const Pixels& pixels) { return bool(areSame(pixels, plain)); }));
-  std::printf("%zu deliveries\n", receiver->count());
 }
 
 INSTANTIATE_TEST_SUITE_P(Managers, StreamExclusionComposited,

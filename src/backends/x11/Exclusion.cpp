@@ -1,6 +1,5 @@
 #include "backends/x11/Exclusion.hpp"
 
-#include "backends/x11/ExclusionFollow.hpp"
 #include "pixels/Compose.hpp"
 #include "ports/Capture.hpp"
 
@@ -66,116 +65,15 @@ Exclusion::Exclusion(Connection& connection, PixelReader& reader, const HostCloc
                                           XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_WINDOW_DESTROY |
                                           XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_CLIENT_CLOSE);
   }
+  for (const auto window : childrenOfRoot(connection)) {
+    watchShape(window);
+  }
 }
 
 Exclusion::~Exclusion() {
   for (const auto& [window, kept] : kept_) {
     xcb_damage_destroy(connection_.get(), kept.damage);
   }
-}
-
-bool Exclusion::isOurOwn(xcb_window_t window) const {
-  return connection_.clientBase(window) == connection_.setup().resource_id_base;
-}
-
-std::optional<PixelRect> Exclusion::becomeStale() {
-  isStale_ = true;
-  return area_;
-}
-
-std::optional<PixelRect> Exclusion::handle(const xcb_generic_event_t& event) {
-  const auto type = event.response_type; // those that clients send have another one
-  const auto& damage = connection_.extension(Extension::damage);
-  const auto& shape = connection_.extension(Extension::shape);
-  const auto& xfixes = connection_.extension(Extension::xfixes);
-  if (damage.isPresent && type == damage.firstEvent + XCB_DAMAGE_NOTIFY) {
-    return handleDamage(reinterpret_cast<const xcb_damage_notify_event_t&>(event));
-  }
-  if (shape.isPresent && type == shape.firstEvent + XCB_SHAPE_NOTIFY) {
-    const auto kind = reinterpret_cast<const xcb_shape_notify_event_t&>(event).shape_kind;
-    return kind == XCB_SHAPE_SK_BOUNDING ? becomeStale() : std::nullopt;
-  }
-  if (xfixes.isPresent && type == xfixes.firstEvent + XCB_XFIXES_SELECTION_NOTIFY) {
-    return becomeStale();
-  }
-  if (type == XCB_PROPERTY_NOTIFY) {
-    const auto& property = reinterpret_cast<const xcb_property_notify_event_t&>(event);
-    return property.atom == connection_.atom(Atom::rootPixmap) ? becomeStale() : std::nullopt;
-  }
-  // All of the following name the window in the same place.
-  const auto window = reinterpret_cast<const xcb_map_notify_event_t&>(event).window;
-  switch (type) {
-  case XCB_CREATE_NOTIFY:
-  case XCB_CONFIGURE_NOTIFY:
-  case XCB_DESTROY_NOTIFY:
-  case XCB_MAP_NOTIFY:
-  case XCB_UNMAP_NOTIFY:
-  case XCB_REPARENT_NOTIFY:
-  case XCB_CIRCULATE_NOTIFY:
-    break;
-  default:
-    return std::nullopt;
-  }
-  if (isOurOwn(window)) {
-    return std::nullopt;
-  }
-  switch (type) {
-  case XCB_CREATE_NOTIFY:
-    followCreation(stack_, window);
-    return std::nullopt;
-  case XCB_CONFIGURE_NOTIFY:
-    return handleConfigure(reinterpret_cast<const xcb_configure_notify_event_t&>(event));
-  case XCB_DESTROY_NOTIFY:
-    return followDestruction(stack_, window) == StackChange::none ? std::nullopt : becomeStale();
-  default:
-    return becomeStale();
-  }
-}
-
-std::optional<PixelRect> Exclusion::handleDamage(const xcb_damage_notify_event_t& event) {
-  const auto found = std::find_if(kept_.begin(), kept_.end(),
-                                  [&](const auto& each) { return each.second.damage == event.damage; });
-  if (found == kept_.end()) {
-    return std::nullopt;
-  }
-  found->second.isDamaged = true;
-  for (const auto& layer : plan_.layers) {
-    if (stack_.windows[layer.window].window.top == found->first) {
-      return layer.region.extents();
-    }
-  }
-  return std::nullopt; // the screen tells of what is in sight
-}
-
-std::optional<PixelRect> Exclusion::handleConfigure(const xcb_configure_notify_event_t& event) {
-  const WindowConfiguration configuration{
-      event.window,
-      event.above_sibling,
-      {event.x, event.y, event.width + 2 * event.border_width, event.height + 2 * event.border_width},
-      event.border_width};
-  switch (follow(stack_, configuration)) {
-  case StackChange::none:
-    return std::nullopt;
-  case StackChange::moved:
-    break;
-  case StackChange::resized:
-    if (!kept_.contains(event.window)) {
-      break;
-    }
-    return becomeStale();
-  case StackChange::unknown:
-    return becomeStale();
-  }
-  isPlanStale_ = true;
-  return plan_.patch.extents();
-}
-
-std::optional<PixelRect> Exclusion::handleTime() {
-  if (!past_.forget(nanoseconds(clock_))) {
-    return std::nullopt;
-  }
-  isPlanStale_ = true;
-  return plan_.patch.extents();
 }
 
 PixelRect Exclusion::refresh(const PixelRect& screen, const EventHandler& others) {
@@ -194,15 +92,29 @@ PixelRect Exclusion::refresh(const PixelRect& screen, const EventHandler& others
   }
   requireKnownPixels();
   keepPixmaps(others);
+  new_.clear();
   background_.provide(plan_.background.extents(), stack_.screen, stack_.isComposited);
   return isNew ? area_ : enclosing(before.patch.extents(), plan_.patch.extents());
 }
 
 void Exclusion::readStack(const PixelRect& screen) {
-  stack_ = readWindowStack(connection_, screen);
-  if (connection_.extension(Extension::shape).isPresent) {
-    for (const auto& stacked : stack_.windows) {
-      xcb_shape_select_input(connection_.get(), stacked.window.top, 1);
+  std::set<xcb_window_t> before;
+  for (const auto& stacked : stack_.windows) {
+    before.insert(stacked.window.top);
+  }
+  constexpr int readings = 3;
+  bool hasNew = true; // windows whose shape may have changed before it was watched
+  for (int reading = 0; hasNew && reading < readings; ++reading) {
+    stack_ = readWindowStack(connection_, screen);
+    hasNew = false;
+    for (const auto window : stack_.order) {
+      hasNew = watchShape(window) || hasNew;
+    }
+  }
+  new_.clear();
+  for (std::size_t i = 0; i < stack_.windows.size() && !before.empty(); ++i) {
+    if (!before.contains(stack_.windows[i].window.top)) {
+      new_.push_back(i);
     }
   }
   dropUnused();
@@ -210,6 +122,15 @@ void Exclusion::readStack(const PixelRect& screen) {
     kept.pixmap.rename();
   }
   background_.forget();
+}
+
+// Also of windows that are not to be seen: an empty shape hides one that is mapped. Whether it is news.
+bool Exclusion::watchShape(xcb_window_t window) {
+  if (!connection_.extension(Extension::shape).isPresent || !watched_.insert(window).second) {
+    return false;
+  }
+  xcb_shape_select_input(connection_.get(), window, 1);
+  return true;
 }
 
 void Exclusion::rememberPlaces(const ExclusionPlan& before, std::int64_t showsOn) {
@@ -254,16 +175,12 @@ void Exclusion::keepPixmaps(const EventHandler& others) {
       continue;
     }
     if (!stack_.isComposited) { // a compositing manager keeps all of them
-      auto hidden = layer.region.intersection(stack_.hiddenPart(layer.window));
-      hidden.moveBy(-stacked.window.outer.x - stacked.borderWidth,
-                    -stacked.window.outer.y - stacked.borderWidth);
-      if (!hidden.isEmpty()) {
-        watch.watch(stacked.window.top, std::move(hidden));
-      }
+      watchHidden(watch, layer);
     }
     keep(stacked.window.top);
   }
   if (!stack_.isComposited) {
+    watchNew(watch);
     for (const auto index : windowsAround(stack_, excluded_, plan_, keepingDistance)) {
       const auto& window = stack_.windows[index].window;
       if (!kept_.contains(window.top) && reader_.understands(window.depth, window.visual)) {
@@ -275,6 +192,38 @@ void Exclusion::keepPixmaps(const EventHandler& others) {
     handle(event);
     others(event);
   });
+}
+
+void Exclusion::watchHidden(RepaintWatch& watch, const ExclusionPlan::Layer& layer) const {
+  const auto& stacked = stack_.windows[layer.window];
+  auto hidden = layer.region.intersection(stack_.hiddenPart(layer.window));
+  hidden.moveBy(-stacked.window.outer.x - stacked.borderWidth, -stacked.window.outer.y - stacked.borderWidth);
+  if (!hidden.isEmpty()) {
+    watch.watch(stacked.window.top, std::move(hidden));
+  }
+}
+
+// A window that has come up in front of an excluded one shows that one's pixels until its client has painted
+// it, unless it has a background.
+void Exclusion::watchNew(RepaintWatch& watch) const {
+  for (const auto index : new_) {
+    const auto& stacked = stack_.windows[index];
+    if (isExcluded(stacked, excluded_)) {
+      continue;
+    }
+    Region unpainted;
+    for (std::size_t below = 0; below < index; ++below) {
+      if (isExcluded(stack_.windows[below], excluded_)) {
+        unpainted.add(stack_.windows[below].shape.extents().intersection(area_));
+      }
+    }
+    unpainted = unpainted.intersection(stacked.shape);
+    unpainted.moveBy(-stacked.window.outer.x - stacked.borderWidth,
+                     -stacked.window.outer.y - stacked.borderWidth);
+    if (!unpainted.isEmpty()) {
+      watch.watch(stacked.window.top, std::move(unpainted));
+    }
+  }
 }
 
 void Exclusion::keep(xcb_window_t window) {

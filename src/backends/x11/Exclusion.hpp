@@ -9,9 +9,13 @@
 #include "pixels/Canvas.hpp"
 #include "ports/Desktop.hpp"
 
+#include <xcb/damage.h>
+#include <xcb/shape.h>
+
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <vector>
 
 namespace tessarin::x11 {
@@ -71,12 +75,17 @@ class Exclusion {
   };
 
   std::optional<PixelRect> handleDamage(const xcb_damage_notify_event_t& event);
+  std::optional<PixelRect> handleShape(const xcb_shape_notify_event_t& event);
   std::optional<PixelRect> handleConfigure(const xcb_configure_notify_event_t& event);
   std::optional<PixelRect> becomeStale();
+  std::optional<PixelRect> takeMove();
   void readStack(const PixelRect& screen);
+  bool watchShape(xcb_window_t window);
   void rememberPlaces(const ExclusionPlan& before, std::int64_t showsOn);
   void requireKnownPixels() const;
   void keepPixmaps(const EventHandler& others);
+  void watchHidden(RepaintWatch& watch, const ExclusionPlan::Layer& layer) const;
+  void watchNew(RepaintWatch& watch) const;
   void keep(xcb_window_t window);
   void dropUnused();
   bool isOurOwn(xcb_window_t window) const;
@@ -86,9 +95,11 @@ class Exclusion {
   const HostClock& clock_;
   std::vector<std::int32_t> excluded_;
   PixelRect area_;
-  bool isStale_ = true;     // the stack
-  bool isPlanStale_ = true; // where nothing but the plan has to be made anew
+  bool isStale_ = true;            // the stack
+  bool isPlanStale_ = true;        // where nothing but the plan has to be made anew
+  std::set<xcb_window_t> watched_; // tell of changes of their shape
   WindowStack stack_;
+  std::vector<std::size_t> new_; // windows of the stack that were not in it before
   ExclusionPlan plan_;
   std::map<xcb_window_t, Kept> kept_;
   PixelBuffer pieces_;        // of the layers, one behind the other

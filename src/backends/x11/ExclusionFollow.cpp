@@ -66,6 +66,19 @@ StackChange follow(WindowStack& stack, const WindowConfiguration& configuration)
   return StackChange::moved;
 }
 
+StackChange followShape(WindowStack& stack, xcb_window_t window, bool isShaped, const PixelRect& extents) {
+  auto* stacked = shown(stack, window);
+  if (!stacked) {
+    return StackChange::unknown; // it may come to be seen
+  }
+  const auto& outer = stacked->window.outer;
+  auto covered = extents;
+  moveBy(covered, outer.x + stacked->borderWidth, outer.y + stacked->borderWidth);
+  stacked->isShaped = isShaped;
+  stacked->shape = Region(isShaped ? covered.intersection(outer) : outer);
+  return StackChange::moved;
+}
+
 void followCreation(WindowStack& stack, xcb_window_t window) {
   stack.order.push_back(window);
 }

@@ -24,6 +24,9 @@ enum class StackChange : std::uint8_t {
 
 // A child of the root was moved, resized or restacked.
 StackChange follow(WindowStack& stack, const WindowConfiguration& configuration);
+// A child of the root has got another shape, or none. `extents` are those of its inside. Of the shape no more
+// is known than these, which are enough for a window that is left out of a picture.
+StackChange followShape(WindowStack& stack, xcb_window_t window, bool isShaped, const PixelRect& extents);
 // There is a new child of the root, at the top and not to be seen yet.
 void followCreation(WindowStack& stack, xcb_window_t window);
 // A child of the root is gone.

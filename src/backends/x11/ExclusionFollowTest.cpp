@@ -71,5 +71,18 @@ TEST(ExclusionFollow, DoesNotKnowWhatLiesBeneathADestroyedWindow) {
   EXPECT_EQ(stack.order, (std::vector<xcb_window_t>{20, 30}));
 }
 
+TEST(ExclusionFollow, TakesTheExtentsOfAShape) {
+  auto stack = desk();
+  EXPECT_EQ(followShape(stack, 10, true, {-2, 10, 300, 20}), StackChange::moved);
+  EXPECT_TRUE(stack.windows[0].isShaped);
+  EXPECT_EQ(stack.windows[0].shape.rectangles(), (std::vector<PixelRect>{{100, 112, 204, 20}}));
+  EXPECT_EQ(followShape(stack, 10, true, {}), StackChange::moved);
+  EXPECT_TRUE(stack.windows[0].shape.isEmpty());
+  EXPECT_EQ(followShape(stack, 10, false, {-2, -2, 204, 104}), StackChange::moved);
+  EXPECT_FALSE(stack.windows[0].isShaped);
+  EXPECT_EQ(stack.windows[0].shape.rectangles(), (std::vector<PixelRect>{{100, 100, 204, 104}}));
+  EXPECT_EQ(followShape(stack, 20, true, {0, 0, 5, 5}), StackChange::unknown);
+}
+
 } // namespace
 } // namespace tessarin::x11

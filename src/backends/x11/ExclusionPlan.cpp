@@ -103,6 +103,10 @@ layersOf(const WindowStack& stack, const std::vector<std::int32_t>& excludedProc
 
 } // namespace
 
+std::vector<xcb_window_t> childrenOfRoot(Connection& connection) {
+  return othersOf(connection, xcb_query_tree(connection.get(), connection.root()));
+}
+
 xcb_atom_t compositingManagerSelection(Connection& connection) {
   const auto name = "_NET_WM_CM_S" + std::to_string(connection.screenNumber());
   return connection

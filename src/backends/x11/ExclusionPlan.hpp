@@ -20,7 +20,7 @@ struct WindowStack {
   PixelRect screen;
   bool isComposited = false;          // a compositing manager shows the windows
   std::vector<StackedWindow> windows; // back to front
-  // All children of the root, back to front, also those that are not to be seen; without this connection's.
+  // All children of the root, back to front, also those that are not to be seen.
   std::vector<xcb_window_t> order = {};
 
   // Whether nothing beneath the window shines through.
@@ -31,6 +31,9 @@ struct WindowStack {
 
 // The selection that a compositing manager owns while it shows the windows. Throws DesktopFailure.
 xcb_atom_t compositingManagerSelection(Connection& connection);
+
+// All children of the root, back to front, without this connection's own. Throws DesktopFailure.
+std::vector<xcb_window_t> childrenOfRoot(Connection& connection);
 
 // Reads the windows with their shapes. Throws DesktopFailure.
 WindowStack readWindowStack(Connection& connection, const PixelRect& screen);
