@@ -7,7 +7,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Far less than hands need, and more than nothing: a flood is not what a server's record is made for.
+// Far less than hands need, and more than nothing: of thousands at once that nobody has read yet a server's
+// record may lose some.
 constexpr auto handsPause = 500us;
 
 class InteractionMonitoring : public InteractionFixture {
