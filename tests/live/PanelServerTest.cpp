@@ -1,7 +1,14 @@
 #include "PanelFixture.hpp"
 
+#include "backends/x11/Discovery.hpp"
+
+#include <sched.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <ctime>
 #include <filesystem>
+#include <optional>
 
 namespace tessarin {
 namespace {
@@ -84,6 +91,52 @@ TEST_F(PanelFixture, LeavesNothingBehindWithTheLastPanel) {
   x11::Connection viewer(desktop->display());
   const auto tree = viewer.required(xcb_query_tree_reply, xcb_query_tree(viewer.get(), viewer.root()));
   EXPECT_EQ(xcb_query_tree_children_length(tree.get()), 0);
+}
+
+constexpr int notAllowed = 77;
+
+// Runs it as a process whose number others know as another one, as a container's are. Yields its exit status.
+int statusInAContainer(const std::function<bool()>& action) {
+  const auto run = [](const std::function<int()>& process) {
+    const pid_t child = fork();
+    if (child == 0)
+      _exit(process());
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  };
+  return run([&] {
+    if (unshare(CLONE_NEWPID) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWPID) != 0)
+      return notAllowed;
+    return run([&] { return action() ? 0 : 1; });
+  });
+}
+
+// The stream knows windows by the number that the server has, and so would not leave out another one.
+TEST(PanelOfAContainer, BelongsToTheSameProcessWhetherAnythingIsSeenOfItOrNot) {
+  ignoreBrokenPipes();
+  const PrivateDesktop desktop({.width = 640, .height = 480});
+  const int status = statusInAContainer([&] {
+    MainThread mainThread;
+    const auto server = std::make_shared<x11::DisplayServer>(desktop.display());
+    const auto factory = x11::makePanelFactory(server, mainThread);
+    const auto discovery = x11::makeDesktopContent(server);
+    TestedPanel tested(mainThread, *factory,
+                       {.frame = {20, 30, 40, 50}, .accessibilityLabel = "Panel", .handlers = {}});
+    const auto owner = [&](bool isOnScreen) -> std::optional<RunningApplication> {
+      for (const auto& window : discovery->content().windows)
+        if (window.windowID == tested.id() && window.isOnScreen == isOnScreen)
+          return window.owningApplication;
+      return std::nullopt;
+    };
+    const auto hidden = owner(false);
+    tested.setPicture(plainPicture(40, 50, 0xFF00FF00));
+    const bool isSeen = eventually([&] { return owner(true).has_value(); });
+    return isSeen && hidden && hidden == owner(true) && hidden->processID != getpid();
+  });
+  if (status == notAllowed)
+    GTEST_SKIP() << "this machine allows no such processes";
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(PanelFixture, ClosesOneOfSeveralPanels) {

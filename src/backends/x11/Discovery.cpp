@@ -3,6 +3,7 @@
 #include "backends/x11/DiscoveryApplications.hpp"
 #include "backends/x11/Displays.hpp"
 #include "backends/x11/Windows.hpp"
+#include "backends/x11/WindowsProperties.hpp"
 
 #include <unistd.h>
 
@@ -42,21 +43,30 @@ void appendEntries(const TopLevelWindow& window, const std::function<RectDTO(con
                   .name = window.title.value_or("")});
 }
 
-// Those of our own windows of which nothing is to be seen at the moment lie in front.
-void appendHidden(const std::vector<OwnWindow>& own, std::vector<TopLevelWindow>& windows) {
+// Those of our own windows of which nothing is to be seen at the moment lie in front. Their process has the
+// number by which the server knows it, as for windows that are seen: in a container it has another one
+// itself.
+void appendHidden(Connection& connection, std::vector<OwnWindow> own, std::vector<TopLevelWindow>& windows) {
+  std::vector<xcb_window_t> hidden;
+  std::erase_if(own, [&](const OwnWindow& each) {
+    return std::any_of(windows.begin(), windows.end(),
+                       [&](const auto& window) { return window.client == each.window; });
+  });
   for (const auto& each : own) {
-    const bool isListed = std::any_of(windows.begin(), windows.end(),
-                                      [&](const auto& window) { return window.client == each.window; });
-    if (!isListed) {
-      TopLevelWindow window;
-      window.client = each.window;
-      window.top = each.window;
-      window.isOverrideRedirect = true;
-      window.layer = WindowLayer::raised;
-      window.title = each.title;
-      window.owner = {getpid(), std::string(ownWindowClass), std::string(ownWindowClass)};
-      windows.push_back(std::move(window));
-    }
+    hidden.push_back(each.window);
+  }
+  const auto processes = ProcessQuery(connection, hidden).result();
+  for (const auto& each : own) {
+    const auto process = processes.find(connection.clientBase(each.window));
+    TopLevelWindow window;
+    window.client = each.window;
+    window.top = each.window;
+    window.isOverrideRedirect = true;
+    window.layer = WindowLayer::raised;
+    window.title = each.title;
+    window.owner = {process != processes.end() ? process->second : getpid(), std::string(ownWindowClass),
+                    std::string(ownWindowClass)};
+    windows.push_back(std::move(window));
   }
 }
 
@@ -77,7 +87,7 @@ class Discovery final : public DesktopContent {
     auto& connection = server_->connection();
     const auto layout = DisplayQuery(connection).result();
     auto windows = readWindows(connection, layout.root);
-    appendHidden(server_->ownWindows(), windows);
+    appendHidden(connection, server_->ownWindows(), windows);
     const DiscoveryApplications applications(windows);
 
     ShareableContent content;

@@ -152,7 +152,8 @@ std::map<std::uint32_t, std::int32_t> ProcessQuery::result() {
   if (!sequence_) {
     return processes;
   }
-  // Clients that are gone, or not on this machine, are left out.
+  // Clients that are gone, or not on this machine, are left out, and so are those that the server cannot see
+  // from where it runs: the number of all of these is 0.
   const auto reply =
       connection_->reply(xcb_res_query_client_ids_reply, xcb_res_query_client_ids_cookie_t{*sequence_});
   if (!reply) {
@@ -160,9 +161,12 @@ std::map<std::uint32_t, std::int32_t> ProcessQuery::result() {
   }
   for (auto each = xcb_res_query_client_ids_ids_iterator(reply.get()); each.rem > 0;
        xcb_res_client_id_value_next(&each)) {
-    if ((each.data->spec.mask & XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID) != 0 && each.data->length >= 4) {
-      processes[connection_->clientBase(each.data->spec.client)] =
-          static_cast<std::int32_t>(*xcb_res_client_id_value_value(each.data));
+    if ((each.data->spec.mask & XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID) == 0 || each.data->length < 4) {
+      continue;
+    }
+    if (const auto process = static_cast<std::int32_t>(*xcb_res_client_id_value_value(each.data));
+        process > 0) {
+      processes[connection_->clientBase(each.data->spec.client)] = process;
     }
   }
   return processes;
