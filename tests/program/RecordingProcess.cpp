@@ -6,16 +6,24 @@
 
 namespace tessarin {
 
+namespace {
+
+// A shell that leads standard error into the file named first, and becomes the program.
+constexpr const char* intoProgram = R"(exec 2>>"$0"; exec "$@")";
+
+} // namespace
+
 RecordingProcess::RecordingProcess(const std::string& sessionID, const std::string& requestJSON,
-                                   const Environment& environment)
-    : sessionID_(sessionID),
-      process_({TESSARIN_PROGRAM, "record", "--request-json", encodedBase64(requestJSON)},
-               {.environment = environment, .hasInput = true}) {}
+                                   const Environment& environment, const std::string& diagnosticsPath)
+    : sessionID_(sessionID), process_({"/bin/sh", "-c", intoProgram, diagnosticsPath, TESSARIN_PROGRAM,
+                                       "record", "--request-json", encodedBase64(requestJSON)},
+                                      {.environment = environment, .hasInput = true}) {}
 
 json::Document RecordingProcess::nextEvent(std::chrono::milliseconds limit) {
   const std::optional<std::string> line = process_.readLine(limit);
   if (!line)
     throw std::runtime_error("the recording says nothing more");
+  output_ += *line + '\n';
   return json::Document(*line);
 }
 

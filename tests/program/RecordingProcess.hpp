@@ -16,9 +16,10 @@ class RecordingProcess {
  public:
   using Environment = std::vector<std::pair<std::string, std::string>>;
 
-  // The request as JSON; its session identifier goes into every control line.
+  // The request as JSON; its session identifier goes into every control line. What the program says on
+  // standard error is written to the file.
   RecordingProcess(const std::string& sessionID, const std::string& requestJSON,
-                   const Environment& environment);
+                   const Environment& environment, const std::string& diagnosticsPath = "/dev/null");
 
   // The next event; throws std::runtime_error when there is none within the time.
   json::Document nextEvent(std::chrono::milliseconds limit = std::chrono::seconds(20));
@@ -28,10 +29,13 @@ class RecordingProcess {
   // Reads events until one of that name comes; throws when none does.
   json::Document waitForEvent(const std::string& name);
   void send(const std::string& command);
+  // All events so far that have been read, a line each.
+  const std::string& output() const { return output_; }
   ChildProcess& process() { return process_; }
 
  private:
   const std::string sessionID_;
+  std::string output_;
   ChildProcess process_;
 };
 
