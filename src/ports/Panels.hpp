@@ -13,8 +13,8 @@
 // (src/backends/x11). Everything here is confined to the main thread.
 namespace tessarin {
 
-// What a person does with a panel. Locations are the pointer's, global. Keys arrive while the panel has the
-// keyboard, which a press of the pointer on it gives it.
+// What a person does with a panel. Locations are the pointer's, global. The pointer goes through what is less
+// than half opaque. Keys arrive while the panel has the keyboard, which a press of the pointer on it gives it.
 struct PanelHandlers {
   std::function<void(const PointerLocation&)> onMouseDown;    // the first button
   std::function<void(const PointerLocation&)> onMouseDragged; // while that button is down

@@ -200,6 +200,36 @@ TEST_F(PanelInput, APanelThatIgnoresThePointerLetsItThrough) {
   EXPECT_EQ(beneath.told(), Told{"button 1"});
 }
 
+TEST_F(PanelInput, BesideItsPictureThePointerReachesWhatLiesBeneath) {
+  for (const bool hasCompositingManager : {false, true}) {
+    begin({.width = 640, .height = 480, .hasCompositingManager = hasCompositingManager});
+    Neighbour beneath(desktop->display(), {0, 0, 400, 400});
+    const auto tested = shownPanel({100, 100, 80, 60});
+    // Nothing, less than half, half and more.
+    tested->setPicture(pictureOf(80, 60, [](int x, int) {
+      return x < 20 ? 0U : x < 40 ? 0x7F007F00U : x < 60 ? 0x80008000U : 0xFF0000FFU;
+    }));
+    ASSERT_TRUE(becomes(170, 110, 0x0000FF));
+    const auto clickAt = [&](int x) {
+      hands->moveTo(x, 130);
+      hands->press();
+      hands->release();
+    };
+    clickAt(119);
+    clickAt(139);
+    EXPECT_TRUE(eventually([&] { return beneath.told() == Told{"button 1", "button 1"}; }));
+    EXPECT_TRUE(isTold(*tested, {}));
+    clickAt(140);
+    clickAt(160);
+    EXPECT_TRUE(isTold(*tested, {"down 140,130", "up", "down 160,130", "up"}));
+    tested->setFrame({100, 100, 50, 60}); // the picture goes on beyond it
+    clickAt(149);
+    clickAt(150);
+    EXPECT_TRUE(eventually([&] { return beneath.told() == Told{"button 1", "button 1", "button 1"}; }));
+    EXPECT_TRUE(isTold(*tested, {"down 140,130", "up", "down 160,130", "up", "down 149,130", "up"}));
+  }
+}
+
 TEST_F(PanelInput, APressBringsTheKeyboardAndThePointersLeaveGivesItBack) {
   begin();
   Neighbour other(desktop->display(), {300, 300, 100, 100});

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <span>
 
 namespace tessarin::x11 {
 
@@ -45,49 +44,64 @@ std::uint32_t shownOpaque(std::uint32_t pixel, std::uint32_t alpha) {
          straight(pixel >> 16 & 0xFF, alpha) << 16 | opaque << 24;
 }
 
-void copyPixelByPixel(std::span<std::uint32_t> block, std::int32_t first, std::vector<Run>& runs) {
-  for (std::size_t i = 0; i < block.size(); ++i) {
-    const auto alpha = block[i] >> 24;
-    if (alpha < 128) {
-      block[i] = 0;
-      continue;
+// Pixels of a row, looked at together. A shorter rest is filled up with its last pixel, so that all blocks
+// are of one length.
+struct Block {
+  Block(const std::uint8_t* source, std::int32_t size) : count(static_cast<std::size_t>(size)) {
+    if (size == blockSize) {
+      std::memcpy(values.data(), source, sizeof values);
+    } else {
+      std::memcpy(values.data(), source, count * 4);
+      std::fill(values.begin() + size, values.end(), values[count - 1]);
     }
-    block[i] = alpha == opaque ? block[i] : shownOpaque(block[i], alpha);
-    const auto x = first + static_cast<std::int32_t>(i);
-    append(runs, x, x + 1);
+    for (const auto value : values) {
+      all &= value;
+      any |= value;
+    }
   }
-}
+  bool isOpaque() const { return all >> 24 == opaque; }
+  // At least half an alpha is the alpha's highest bit.
+  bool isShown() const { return all >> 31 != 0; }
+  bool isEmpty() const { return any >> 31 == 0; }
 
-// Pixels of a whole block, looked at together.
-void copyBlock(const std::uint8_t* source, std::int32_t x, std::uint8_t* target, std::vector<Run>& runs) {
-  std::array<std::uint32_t, blockSize> block;
-  std::memcpy(block.data(), source, sizeof block);
+  std::array<std::uint32_t, blockSize> values;
+  std::size_t count;
   std::uint32_t all = ~std::uint32_t{0};
   std::uint32_t any = 0;
-  for (const auto pixel : block) {
-    all &= pixel;
-    any |= pixel;
+};
+
+// Calls the action with each block of the row, and where it begins.
+template<class Action> void forEachBlock(const std::uint8_t* row, std::int32_t width, const Action& action) {
+  for (std::int32_t x = 0; x < width; x += blockSize) {
+    action(Block(row + std::ptrdiff_t{x} * 4, std::min(blockSize, width - x)), x);
   }
-  if (all >> 24 == opaque) {
-    append(runs, x, x + blockSize);
-  } else if (any >> 31 == 0) {
-    block.fill(0);
-  } else {
-    copyPixelByPixel(block, x, runs);
-  }
-  std::memcpy(target, block.data(), sizeof block);
 }
 
-void copyRow(const std::uint8_t* source, std::int32_t width, std::uint8_t* target, std::vector<Run>& runs) {
-  std::int32_t x = 0;
-  for (; x + blockSize <= width; x += blockSize) {
-    copyBlock(source + std::ptrdiff_t{x} * 4, x, target + std::ptrdiff_t{x} * 4, runs);
+void appendShown(Block& block, std::int32_t first, std::vector<Run>& runs) {
+  const auto end = first + static_cast<std::int32_t>(block.count);
+  if (block.isShown()) {
+    append(runs, first, end);
+  } else if (!block.isEmpty()) {
+    for (auto x = first; x < end; ++x) {
+      if (block.values[static_cast<std::size_t>(x - first)] >> 31 != 0) {
+        append(runs, x, x + 1);
+      }
+    }
   }
-  std::array<std::uint32_t, blockSize> rest;
-  const auto count = static_cast<std::size_t>(width - x);
-  std::memcpy(rest.data(), source + std::ptrdiff_t{x} * 4, count * 4);
-  copyPixelByPixel(std::span(rest).first(count), x, runs);
-  std::memcpy(target + std::ptrdiff_t{x} * 4, rest.data(), count * 4);
+}
+
+void makeOpaque(Block& block) {
+  if (block.isOpaque()) {
+    return;
+  }
+  if (block.isEmpty()) {
+    block.values.fill(0);
+    return;
+  }
+  for (auto& pixel : block.values) {
+    const auto alpha = pixel >> 24;
+    pixel = alpha < 128 ? 0 : shownOpaque(pixel, alpha);
+  }
 }
 
 } // namespace
@@ -120,14 +134,29 @@ void copyPicture(const PictureView& picture, std::uint8_t* pixels) {
   }
 }
 
-std::vector<PixelRect> copyOpaquePicture(const PictureView& picture, std::uint8_t* pixels) {
+void copyOpaquePicture(const PictureView& picture, std::uint8_t* pixels) {
+  for (std::int32_t y = 0; y < picture.height; ++y) {
+    forEachBlock(picture.data + y * picture.stride, picture.width, [&](Block block, std::int32_t x) {
+      auto* target = pixels + std::ptrdiff_t{x} * 4;
+      makeOpaque(block);
+      if (block.count == blockSize) {
+        std::memcpy(target, block.values.data(), sizeof block.values);
+      } else {
+        std::memcpy(target, block.values.data(), block.count * 4);
+      }
+    });
+    pixels += std::ptrdiff_t{picture.width} * 4;
+  }
+}
+
+std::vector<PixelRect> opaqueShape(const PictureView& picture) {
   std::vector<PixelRect> shape;
   std::vector<Run> band; // of the rectangles that end at the row
   std::vector<Run> runs;
   for (std::int32_t y = 0; y < picture.height; ++y) {
     runs.clear();
-    copyRow(picture.data + y * picture.stride, picture.width, pixels, runs);
-    pixels += std::ptrdiff_t{picture.width} * 4;
+    forEachBlock(picture.data + y * picture.stride, picture.width,
+                 [&](Block block, std::int32_t x) { appendShown(block, x, runs); });
     if (runs == band) {
       for (auto each = shape.end() - static_cast<std::ptrdiff_t>(band.size()); each != shape.end(); ++each) {
         ++each->height;

@@ -17,9 +17,12 @@ PixelRect panelPixels(const RectDTO& frame, double scale);
 // The picture's rows, packed.
 void copyPicture(const PictureView& picture, std::uint8_t* pixels);
 
-// The picture's rows, packed, as they are shown where nothing mixes windows: pixels of at least half an alpha
-// with their own colour, opaque, and zeros elsewhere. Yields the former as rectangles, in bands from the top.
-std::vector<PixelRect> copyOpaquePicture(const PictureView& picture, std::uint8_t* pixels);
+// The same as they are shown where nothing mixes windows: pixels of at least half an alpha with their own
+// colour, opaque, and zeros elsewhere.
+void copyOpaquePicture(const PictureView& picture, std::uint8_t* pixels);
+
+// The pixels of at least half an alpha, as rectangles in bands from the top.
+std::vector<PixelRect> opaqueShape(const PictureView& picture);
 
 // The parts within the size.
 std::vector<PixelRect> clipped(const std::vector<PixelRect>& rectangles, std::int32_t width,

@@ -3,7 +3,6 @@
 #include "backends/x11/PanelShape.hpp"
 #include "ports/Capture.hpp"
 
-#include <xcb/shape.h>
 #include <xcb/shm.h>
 
 #include <algorithm>
@@ -37,11 +36,11 @@ std::vector<xcb_rectangle_t> protocolRectangles(const std::vector<PixelRect>& re
 } // namespace
 
 PanelSurface::PanelSurface(Connection& connection, PixelReader& reader, xcb_window_t window,
-                           std::uint8_t depth)
-    : connection_(connection), reader_(reader), window_(window), depth_(depth),
+                           std::uint8_t depth, bool takesPointer)
+    : connection_(connection), reader_(reader), window_(window), depth_(depth), takesPointer_(takesPointer),
       graphics_(xcb_generate_id(connection.get())) {
   xcb_create_gc(connection.get(), graphics_, window, 0, nullptr);
-  applyShape();
+  applyShapes();
 }
 
 PanelSurface::~PanelSurface() {
@@ -62,7 +61,7 @@ void PanelSurface::show(const Picture& picture, bool isMixed) {
 void PanelSurface::setSize(std::int32_t width, std::int32_t height) {
   width_ = width;
   height_ = height;
-  applyShape();
+  applyShapes();
 }
 
 bool PanelSurface::hasRead(const xcb_generic_event_t& event) const {
@@ -91,20 +90,23 @@ bool PanelSurface::handle(const xcb_generic_event_t& event) {
 
 void PanelSurface::take(const Kept& kept) {
   const auto view = limited(kept.picture.view);
-  pictureShape_.clear();
+  seen_.clear();
+  touched_.clear();
   if (view.width == 0 || view.height == 0) {
-    applyShape();
+    applyShapes();
     return;
   }
   reserve(view.width, view.height);
+  touched_ = opaqueShape(view);
   if (kept.isMixed) {
     copyPicture(view, buffer_.data());
-    pictureShape_.push_back({0, 0, view.width, view.height});
+    seen_.push_back({0, 0, view.width, view.height});
   } else {
-    pictureShape_ = copyOpaquePicture(view, buffer_.data());
+    copyOpaquePicture(view, buffer_.data());
+    seen_ = touched_;
   }
   put(view.width, view.height);
-  applyShape();
+  applyShapes();
   xcb_clear_area(connection_.get(), 0, window_, 0, 0, 0, 0);
 }
 
@@ -167,21 +169,27 @@ std::uint32_t PanelSurface::putThroughConnection(std::int32_t width, std::int32_
       .sequence;
 }
 
-void PanelSurface::applyShape() {
-  const auto wanted = clipped(pictureShape_, width_, height_);
-  if (shape_ == wanted) {
+void PanelSurface::applyShapes() {
+  applyShape(XCB_SHAPE_SK_BOUNDING, clipped(seen_, width_, height_), boundingShape_);
+  applyShape(XCB_SHAPE_SK_INPUT,
+             takesPointer_ ? clipped(touched_, width_, height_) : std::vector<PixelRect>(), inputShape_);
+}
+
+void PanelSurface::applyShape(xcb_shape_sk_t kind, const std::vector<PixelRect>& wanted,
+                              std::optional<std::vector<PixelRect>>& present) {
+  if (present == wanted) {
     return;
   }
   const auto rectangles = protocolRectangles(wanted);
   const auto send = [&](xcb_shape_op_t operation, std::size_t first, std::size_t count) {
-    xcb_shape_rectangles(connection_.get(), operation, XCB_SHAPE_SK_BOUNDING, XCB_CLIP_ORDERING_YX_BANDED,
-                         window_, 0, 0, static_cast<std::uint32_t>(count), rectangles.data() + first);
+    xcb_shape_rectangles(connection_.get(), operation, kind, XCB_CLIP_ORDERING_YX_BANDED, window_, 0, 0,
+                         static_cast<std::uint32_t>(count), rectangles.data() + first);
   };
   send(XCB_SHAPE_SO_SET, 0, std::min(rectanglesAtOnce, rectangles.size()));
   for (std::size_t first = rectanglesAtOnce; first < rectangles.size(); first += rectanglesAtOnce) {
     send(XCB_SHAPE_SO_UNION, first, std::min(rectanglesAtOnce, rectangles.size() - first));
   }
-  shape_ = wanted;
+  present = wanted;
 }
 
 } // namespace tessarin::x11

@@ -4,6 +4,8 @@
 #include "backends/x11/SharedMemory.hpp"
 #include "model/Picture.hpp"
 
+#include <xcb/shape.h>
+
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -15,8 +17,10 @@ namespace tessarin::x11 {
 // the server is lost.
 class PanelSurface {
  public:
-  // A new surface shows nothing. The reader makes its memory; both outlive the surface.
-  PanelSurface(Connection& connection, PixelReader& reader, xcb_window_t window, std::uint8_t depth);
+  // A new surface shows nothing. The reader makes its memory; both outlive the surface. Where it takes the
+  // pointer, it does so with the pixels of at least half an alpha; all others let it through.
+  PanelSurface(Connection& connection, PixelReader& reader, xcb_window_t window, std::uint8_t depth,
+               bool takesPointer);
   ~PanelSurface();
   PanelSurface(const PanelSurface&) = delete;
   PanelSurface& operator=(const PanelSurface&) = delete;
@@ -41,12 +45,15 @@ class PanelSurface {
   bool hasRead(const xcb_generic_event_t& event) const;
   void put(std::int32_t width, std::int32_t height);
   std::uint32_t putThroughConnection(std::int32_t width, std::int32_t height);
-  void applyShape();
+  void applyShapes();
+  void applyShape(xcb_shape_sk_t kind, const std::vector<PixelRect>& wanted,
+                  std::optional<std::vector<PixelRect>>& present);
 
   Connection& connection_;
   PixelReader& reader_;
   const xcb_window_t window_;
   const std::uint8_t depth_;
+  const bool takesPointer_;
   const xcb_gcontext_t graphics_;
   xcb_pixmap_t pixmap_ = XCB_NONE;
   std::int32_t pixmapWidth_ = 0;
@@ -54,10 +61,13 @@ class PanelSurface {
   PixelBuffer buffer_;
   std::optional<std::uint32_t> reading_; // the request by which the server has yet to read it
   std::optional<Kept> next_;             // to be shown when it has
-  std::vector<PixelRect> pictureShape_;
+  std::vector<PixelRect> seen_;          // of the picture
+  std::vector<PixelRect> touched_;       // likewise
   std::int32_t width_ = 0;
   std::int32_t height_ = 0;
-  std::optional<std::vector<PixelRect>> shape_; // as the server has it
+  // The window's shapes as the server has them.
+  std::optional<std::vector<PixelRect>> boundingShape_;
+  std::optional<std::vector<PixelRect>> inputShape_;
 };
 
 } // namespace tessarin::x11

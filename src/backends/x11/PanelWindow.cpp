@@ -4,8 +4,6 @@
 
 #include <unistd.h>
 
-#include <xcb/shape.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -38,12 +36,9 @@ PanelWindow::PanelWindow(PanelSurroundings& surroundings, PanelSetup setup)
       window_(xcb_generate_id(connection_.get())), pixels_(panelPixels(setup_.frame, surroundings.scale)) {
   create();
   setProperties();
-  surface_.emplace(connection_, surroundings.reader, window_, surroundings.visual.depth);
+  surface_.emplace(connection_, surroundings.reader, window_, surroundings.visual.depth,
+                   !setup_.ignoresMouseEvents);
   surface_->setSize(pixels_.width, pixels_.height);
-  if (setup_.ignoresMouseEvents) {
-    xcb_shape_rectangles(connection_.get(), XCB_SHAPE_SO_SET, XCB_SHAPE_SK_INPUT, XCB_CLIP_ORDERING_YX_BANDED,
-                         window_, 0, 0, 0, nullptr);
-  }
   xcb_map_window(connection_.get(), window_);
 }
 
