@@ -62,7 +62,7 @@ RecordingCameraOverlay::RecordingCameraOverlay(RecordingOverlayEnvironment envir
       filePath_(request.outputDirectory + '/' + RecordedCameraLayout::fileName),
       layout_(startingLayout(request, plan)), failureHandler_(std::move(failureHandler)),
       view_({.onMove = [this](const PointerLocation& delta) { move(delta); },
-             .onFinish = [this] { persistOrFail(); },
+             .onFinish = [this] { persistSoon(); },
              .panelOrigin =
                  [this] {
                    const RectDTO frame = panelFrame();
@@ -210,7 +210,15 @@ void RecordingCameraOverlay::finish(std::int64_t durationMs) {
     throw serviceErrors::outputFailed();
 }
 
+// Behind all that waits on the queue, and once for it: the presses of a key that is held come faster than a
+// busy disk takes a file, and the queue would serve nothing else.
+void RecordingCameraOverlay::persistSoon() {
+  if (!save_)
+    save_ = environment_.mainQueue.after(std::chrono::nanoseconds::zero(), [this] { persistOrFail(); });
+}
+
 void RecordingCameraOverlay::persistOrFail() {
+  save_.reset();
   try {
     write(encodedLayout());
   } catch (const NativeServiceError&) {
@@ -226,6 +234,7 @@ void RecordingCameraOverlay::failOnce() {
 
 void RecordingCameraOverlay::close() {
   timer_.reset();
+  save_.reset();
   panel_.reset();
   shownFrame_ = {};
 }

@@ -52,6 +52,7 @@ class RecordingCameraOverlay {
  private:
   std::optional<std::int64_t> activeTimeNow() const;
   void appendPosition(std::int64_t timeMs);
+  void persistSoon();
   void persistOrFail();
   void failOnce();
   void createFile();
@@ -83,6 +84,7 @@ class RecordingCameraOverlay {
   CameraOverlayView view_;
   std::unique_ptr<Panel> panel_;      // null once closed; calls the view
   std::unique_ptr<QueueTimer> timer_; // calls refresh()
+  std::unique_ptr<QueueTimer> save_;  // calls persistOrFail(); while a save is due
 };
 
 } // namespace tessarin

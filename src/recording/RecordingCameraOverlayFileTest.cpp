@@ -55,6 +55,9 @@ class RecordingCameraOverlayFileTest : public ::testing::Test {
     return all;
   }
 
+  // What is due at once runs, such as a save.
+  void settle() { rig.scheduler.advance(0ms); }
+
   RecordingOverlayRig rig;
   std::optional<RecordingCameraOverlay> overlay;
   int failures = 0;
@@ -145,6 +148,7 @@ TEST_F(RecordingCameraOverlayFileTest, BeforeTheFirstSegmentAMoveOnlyChangesWher
   show();
   overlay->move({10, 0});
   rig.panel().mouseUp();
+  settle();
   EXPECT_THAT(way(), ElementsAre(Pair(0, 24)));
   EXPECT_DOUBLE_EQ(written().camera.rect.x * 1920, 34);
   overlay->startSegment(0, epoch);
@@ -210,6 +214,7 @@ TEST_F(RecordingCameraOverlayFileTest, WhilePausedThePanelMovesAndTheNextSegment
   overlay->move({100, 0});
   EXPECT_EQ(rig.panel().frame().x, 225);
   rig.panel().mouseUp();
+  settle();
   EXPECT_THAT(way(), ElementsAre(Pair(0, 24), Pair(1000, 25)));
   rig.clock.set(70s);
   overlay->startSegment(1500, 70'000'000'000);
@@ -227,9 +232,11 @@ TEST_F(RecordingCameraOverlayFileTest, IsCurrentBehindEachDragAndEachArrow) {
   rig.panel().mouseDragged(207, 100);
   EXPECT_THAT(way(), ElementsAre(Pair(0, 24))) << "not while it is dragged";
   rig.panel().mouseUp();
+  settle();
   EXPECT_THAT(way(), ElementsAre(Pair(0, 24), Pair(1000, 31)));
   rig.clock.set(12s);
   rig.panel().keyDown(KEY_RIGHT);
+  settle();
   EXPECT_THAT(way(), ElementsAre(Pair(0, 24), Pair(1000, 31), Pair(2000, 32)));
   rig.clock.set(13s);
   rig.panel().mouseDown(200, 100);
@@ -237,8 +244,37 @@ TEST_F(RecordingCameraOverlayFileTest, IsCurrentBehindEachDragAndEachArrow) {
   rig.clock.set(14s);
   rig.panel().keyDown(KEY_ESC);
   rig.panel().mouseUp();
+  settle();
   EXPECT_THAT(way(),
               ElementsAre(Pair(0, 24), Pair(1000, 31), Pair(2000, 32), Pair(3000, 132), Pair(4000, 32)));
+}
+
+TEST_F(RecordingCameraOverlayFileTest, SavesOnceForAllKeysThatWaitTogether) {
+  show();
+  overlay->startSegment(0, epoch);
+  rig.files.clearLog();
+  for (int press = 0; press < 50; ++press) {
+    rig.clock.advance(1ms);
+    rig.panel().keyDown(KEY_RIGHT);
+  }
+  EXPECT_EQ(rig.files.count(FileOperation::rename), 0U);
+  settle();
+  EXPECT_EQ(rig.files.count(FileOperation::rename), 1U);
+  EXPECT_EQ(way().back(), TimeAndLeft(50, 74));
+  rig.panel().keyDown(KEY_RIGHT);
+  overlay->pauseSegment();
+  settle();
+  EXPECT_EQ(rig.files.count(FileOperation::rename), 2U) << "a pause has saved it already";
+}
+
+TEST_F(RecordingCameraOverlayFileTest, WritesNothingByItselfOnceItIsClosed) {
+  show();
+  rig.files.clearLog();
+  rig.panel().keyDown(KEY_RIGHT);
+  overlay->close();
+  EXPECT_EQ(rig.scheduler.timerCount(), 0U);
+  settle();
+  EXPECT_EQ(rig.files.count(FileOperation::rename), 0U);
 }
 
 TEST_F(RecordingCameraOverlayFileTest, FinishDropsWhatIsLaterThanTheEnd) {
@@ -326,12 +362,14 @@ TEST_F(RecordingCameraOverlayFileTest, AWriteThatFailsFailsItForGoodAndIsToldOnc
     const std::string before = own.layout();
     own.files.failNth(operation, 1, EIO);
     own.panel().keyDown(KEY_LEFT);
+    own.scheduler.advance(0ms);
     EXPECT_EQ(told, 1) << static_cast<int>(operation);
     EXPECT_EQ(own.layout(), before) << static_cast<int>(operation);
     EXPECT_THAT(own.entries(), ElementsAre("camera-layout.json")) << static_cast<int>(operation);
 
     const std::size_t placed = own.panel().frames.size();
     own.panel().keyDown(KEY_LEFT);
+    own.scheduler.advance(0ms);
     EXPECT_EQ(own.panel().frames.size(), placed) << "it moves no more";
     EXPECT_NE(own.layout(), before) << "what can be saved is saved";
     own.files.failNth(operation, 1, EIO);

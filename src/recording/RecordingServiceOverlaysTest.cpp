@@ -40,6 +40,7 @@ struct PanelRig : Rig {
     cameraPanel().mouseDown(1700, 900);
     cameraPanel().mouseDragged(1700 + x, 900 + y);
     cameraPanel().mouseUp();
+    scheduler.advance(0ms); // the file is saved behind what the panel does
   }
 };
 
@@ -248,6 +249,32 @@ TEST(RecordingServiceOverlays, ALayoutThatCannotBeFinishedFailsTheStep) {
     EXPECT_EQ(rig.positions().size(), 1u) << "what was written before is whole";
     expectQuiet(rig);
   }
+}
+
+TEST(RecordingServiceOverlays, AFailedSessionKeepsTheCamerasWayAndTakesTheBadgeDown) {
+  PanelRig rig;
+  bool wasFinalized = false;
+  rig.onEvent = [&](const std::string& event) {
+    if (event.find("segmentFinalized") == std::string::npos)
+      return;
+    wasFinalized = true;
+    EXPECT_FALSE(rig.badge().showsPicture());
+    EXPECT_THAT(timesOf(rig.positions()), ElementsAre(0, 1000)) << "though the button is still down";
+  };
+  rig.then([&] {
+    rig.record(1s);
+    rig.cameraPanel().mouseDown(1700, 900);
+    rig.cameraPanel().mouseDragged(1600, 900);
+    rig.interactions.key(keyC, control);
+    rig.scheduler.runPending();
+    EXPECT_TRUE(rig.badge().showsPicture());
+    rig.endInput();
+  });
+  EXPECT_EQ(rig.run(), 1);
+  EXPECT_TRUE(wasFinalized);
+  EXPECT_EQ(rig.lastDiagnostics(), failedLine("unexpected-stream-stop"));
+  EXPECT_THAT(timesOf(rig.positions()), ElementsAre(0, 1000));
+  EXPECT_EQ(rig.panels.openCount(), 0u);
 }
 
 TEST(RecordingServiceOverlays, ACancelledSessionHasNoPanels) {
