@@ -53,7 +53,8 @@ void RecordingSession::start() {
   if (!epoch)
     throw serviceErrors::recordingFailed();
   epochHostTimeNs_ = *epoch;
-  startTracing(*epoch);
+  startTrace(*epoch);
+  parts_.overlays.startSegment(accumulatedDurationMs_, *epoch);
 
   writeState(RecordingPhase::recording, 0);
   startHealth();
@@ -113,22 +114,21 @@ ActiveRecordingSegment RecordingSession::makeSegment() {
   return segment;
 }
 
-void RecordingSession::startTracing(std::uint64_t epochHostTimeNs) {
-  parts_.overlays.startSegment(accumulatedDurationMs_, epochHostTimeNs);
+void RecordingSession::startTrace(std::uint64_t epochHostTimeNs) {
   if (parts_.interactions)
     parts_.interactions->startSegment(accumulatedDurationMs_, epochHostTimeNs);
 }
 
-void RecordingSession::pauseTracing() {
+void RecordingSession::pauseTrace() {
   if (parts_.interactions)
     parts_.interactions->pauseSegment();
-  parts_.overlays.pauseCamera();
 }
 
 // The stream goes on while paused; nobody takes its pictures.
 void RecordingSession::pause() {
   stage_ = RecordingStage::pauseFinalize;
-  pauseTracing();
+  pauseTrace();
+  parts_.overlays.pauseCamera();
   if (active_) {
     writeState(RecordingPhase::pausing, accumulatedDurationMs_);
     finalize(false);
@@ -144,15 +144,16 @@ void RecordingSession::resume() {
   active_->writer->attach(*stream_);
   active_->writer->waitUntilStarted(startTimeout);
   startHealth();
-  if (const std::optional<std::uint64_t> epoch = active_->writer->epochHostTimeNanoseconds())
-    startTracing(*epoch);
+  if (const std::optional<std::uint64_t> epoch = active_->writer->epochHostTimeNanoseconds()) {
+    parts_.overlays.startSegment(accumulatedDurationMs_, *epoch);
+    startTrace(*epoch);
+  }
   writeState(RecordingPhase::recording, accumulatedDurationMs_);
 }
 
 void RecordingSession::cancel() {
   stage_ = RecordingStage::cancel;
-  if (parts_.interactions)
-    parts_.interactions->pauseSegment();
+  pauseTrace();
   parts_.overlays.clearShortcuts();
   std::optional<PendingRecordingSegment> cancelled;
   if (active_) {
@@ -208,8 +209,9 @@ void RecordingSession::salvage() noexcept {
     } catch (...) {
     }
   };
-  quietly([&] { pauseTracing(); });
+  quietly([&] { pauseTrace(); });
   quietly([&] { parts_.overlays.clearShortcuts(); });
+  quietly([&] { parts_.overlays.pauseCamera(); });
   if (active_)
     quietly([&] { finalize(false); });
   stopCaptureQuietly();

@@ -63,9 +63,10 @@ struct RecordingSessionParts {
 // name in the stage.
 //
 // What a step waits for is bounded by whoever is waited for: the first picture of a segment by startTimeout,
-// devices and the screen's stream by their ports, a host that reads no events by
-// RecordingEventWriter::hostPatience, which is also how long a stop of the health monitor can take. Only the
-// disk has no bound: a segment's file is closed, and files are joined and checked, however slow it is.
+// devices, the screen's stream, the watching of input and the main thread with its panels by their ports, a
+// host that reads no events by RecordingEventWriter::hostPatience, which is also how long a stop of the
+// health monitor can take. Only the disk has no bound: a segment's file is closed, the camera's way is saved,
+// and files are joined and checked, however slow it is.
 class RecordingSession {
  public:
   static constexpr std::chrono::seconds startTimeout{5};
@@ -92,9 +93,9 @@ class RecordingSession {
   void stop();
   void cancel();
 
-  // From the epoch of a segment on, events and the camera's places are written down.
-  void startTracing(std::uint64_t epochHostTimeNs);
-  void pauseTracing();
+  // From the epoch of a segment on, what the user does is written down.
+  void startTrace(std::uint64_t epochHostTimeNs);
+  void pauseTrace();
 
   FinalizedRecordingSegment finalize(bool outputAlreadyDetached);
   void stopCapture();

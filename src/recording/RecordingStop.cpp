@@ -14,7 +14,8 @@ namespace tessarin {
 void RecordingSession::stop() {
   RecordingStopDiagnostics diagnostics;
   diagnostics.startedAt = now();
-  pauseTracing();
+  pauseTrace();
+  parts_.overlays.pauseCamera();
   parts_.overlays.closeCamera();
   parts_.overlays.clearShortcuts();
   const std::optional<std::uint64_t> stopHostTimeNs = hostNanoseconds(parts_.environment.clock.now());
