@@ -39,6 +39,10 @@ struct GrowingTrack {
   throw ContainerFailure(ContainerError::unsupported);
 }
 
+void writeReservedBox(BoxWriter& writer) {
+  writer.box(fourCC("free"), [&] { writer.zeros(reservedBytes - 8); });
+}
+
 // All but what the samples decide.
 TrackToWrite describe(const GrowingTrack& track) {
   TrackToWrite written;
@@ -65,6 +69,7 @@ struct FragmentedMovieWriter::State {
   void writeAtEnd(std::span<const std::byte> bytes);
   void writeFragment();
   void writeHead();
+  void closeMediaBox();
   std::vector<std::byte> ordinaryMovieBox() const;
 
   OpenFile& file;
@@ -161,7 +166,7 @@ void FragmentedMovieWriter::State::writeHead() {
   BoxWriter head;
   writeFileType(head, brand);
   reservedOffset = head.size();
-  head.box(fourCC("free"), [&] { head.zeros(reservedBytes - 8); });
+  writeReservedBox(head);
   std::vector<TrackToWrite> described;
   for (const GrowingTrack& track : tracks) {
     described.push_back(describe(track));
@@ -170,6 +175,25 @@ void FragmentedMovieWriter::State::writeHead() {
   writeMovieBox(head, MovieForm::fragmented, described);
   writeAtEnd(head.bytes());
   fileEnd = head.size();
+}
+
+// Makes the fragments the content of one box of media. A head that was written in part would hide them all,
+// so that a failure puts back what stood there.
+void FragmentedMovieWriter::State::closeMediaBox() {
+  BoxWriter header;
+  writeWideMediaHeader(header, fileEnd - reservedOffset - reservedBytes);
+  try {
+    file.write(reservedOffset, header.bytes());
+  } catch (const FileFailure&) {
+    BoxWriter reserved;
+    writeReservedBox(reserved);
+    try {
+      file.write(reservedOffset, reserved.bytes());
+    } catch (const FileFailure&) {
+      // The first failure is the one to report.
+    }
+    throw;
+  }
 }
 
 // Writes what was gathered as one fragment, without making it durable.
@@ -288,10 +312,7 @@ void FragmentedMovieWriter::finish(std::span<const std::int64_t> endTimes) {
     state.writeFragment();
     state.writeAtEnd(state.ordinaryMovieBox());
     state.file.sync();
-    // From here on the fragments are the content of one box of media.
-    BoxWriter header;
-    writeWideMediaHeader(header, state.fileEnd - state.reservedOffset - reservedBytes);
-    state.file.write(state.reservedOffset, header.bytes());
+    state.closeMediaBox();
     state.file.sync();
   });
   state.isFinished = true;
