@@ -1,6 +1,7 @@
 #include "support/FaultyFileSystem.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <utility>
 
@@ -13,6 +14,7 @@ struct FaultyFileSystem::State {
   std::function<void(const Event&)> observer;
   std::optional<std::uint64_t> available;
   bool refusesClones = false;
+  std::atomic<bool> sparesSyncs = false;
 
   // Notes the operation; the fault that strikes it, if any.
   std::optional<Fault> strike(FileOperation operation, const std::string& path,
@@ -25,6 +27,15 @@ struct FaultyFileSystem::State {
     }
     if (observing)
       observing({operation, path, target});
+    std::optional<Fault> fault = matching(operation, path);
+    if (!fault || !fault->delayedBy)
+      return fault;
+    fault->delayedBy();
+    return std::nullopt;
+  }
+
+  // The first fault that is due for the operation, which counts as used.
+  std::optional<Fault> matching(FileOperation operation, const std::string& path) {
     const std::lock_guard lock(mutex);
     for (Fault& fault : faults) {
       if (fault.operation != operation || path.find(fault.pathPart) == std::string::npos || fault.times == 0)
@@ -82,7 +93,8 @@ class FaultyFileSystem::File final : public OpenFile {
 
   void sync() override {
     state_->check(FileOperation::sync, path_);
-    below_->sync();
+    if (!state_->sparesSyncs)
+      below_->sync();
   }
 
   void copyFrom(const OpenFile& source, std::uint64_t sourceOffset, std::uint64_t offset,
@@ -131,6 +143,10 @@ void FaultyFileSystem::failAlways(FileOperation operation, int errorNumber) {
 void FaultyFileSystem::refuseClones() {
   const std::lock_guard lock(state_->mutex);
   state_->refusesClones = true;
+}
+
+void FaultyFileSystem::spareSyncs() {
+  state_->sparesSyncs = true;
 }
 
 void FaultyFileSystem::clearFaults() {
@@ -199,7 +215,8 @@ void FaultyFileSystem::makeDirectory(const std::string& path) {
 
 void FaultyFileSystem::syncDirectory(const std::string& path) {
   state_->check(FileOperation::sync, path);
-  below_.syncDirectory(path);
+  if (!state_->sparesSyncs)
+    below_.syncDirectory(path);
 }
 
 std::optional<std::vector<std::string>> FaultyFileSystem::list(const std::string& path, std::size_t limit) {

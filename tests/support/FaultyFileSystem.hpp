@@ -37,6 +37,9 @@ class FaultyFileSystem final : public FileSystem {
     int errorNumber = EIO;
     // A read yields at most so many bytes and does not fail; a write stores so many and then fails.
     std::optional<std::size_t> shortenedTo = {};
+    // The operation waits until this returns, and then goes well: a slow disk, or one that hangs until a test
+    // lets it go. Called on the operation's thread, without a lock.
+    std::function<void()> delayedBy = {};
   };
 
   // The file layer below outlives this one.
@@ -49,6 +52,8 @@ class FaultyFileSystem final : public FileSystem {
   void failAlways(FileOperation operation, int errorNumber);
   // A volume without clones: cloneFrom() says false.
   void refuseClones();
+  // From now on data is not made durable, which takes a disk its time. Syncs are counted and fail as told.
+  void spareSyncs();
   void clearFaults();
 
   // Is called before every operation, on its thread and without a lock; for changes behind its back.

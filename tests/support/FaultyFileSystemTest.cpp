@@ -116,5 +116,31 @@ TEST_F(Faulty, SetsTheSpaceThatIsLeft) {
   EXPECT_NE(files.availableBytes(directory.path()), 123U);
 }
 
+TEST_F(Faulty, DelaysAnOperationThatThenGoesWell) {
+  const auto file = files.open(directory / "a", OpenMode::createExclusive);
+  int delays = 0;
+  files.inject({.operation = FileOperation::write, .skip = 1, .delayedBy = [&] {
+                  ++delays;
+                  EXPECT_EQ(directory.read("a"), "1") << "not done yet";
+                  EXPECT_TRUE(files.info(directory / "a")) << "others go on meanwhile";
+                }});
+  file->write(0, bytesOf("1"));
+  EXPECT_EQ(delays, 0);
+  file->write(1, bytesOf("2"));
+  file->write(2, bytesOf("3"));
+  EXPECT_EQ(delays, 1);
+  EXPECT_EQ(directory.read("a"), "123");
+}
+
+TEST_F(Faulty, CountsSyncsThatItSparesAndFailsThemAsTold) {
+  files.spareSyncs();
+  files.failNth(FileOperation::sync, 2, EIO);
+  const auto file = files.open(directory / "a", OpenMode::createExclusive);
+  file->sync();
+  EXPECT_EQ(errorOf([&] { files.syncDirectory(directory.path()); }), EIO);
+  files.syncDirectory(directory / "none"); // is not even looked at
+  EXPECT_EQ(files.count(FileOperation::sync), 3U);
+}
+
 } // namespace
 } // namespace tessarin

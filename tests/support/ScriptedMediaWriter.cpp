@@ -1,5 +1,7 @@
 #include "support/ScriptedMediaWriter.hpp"
 
+#include "base/FileSystem.hpp"
+
 #include <algorithm>
 #include <utility>
 
@@ -63,6 +65,15 @@ ScriptedMediaTrack& ScriptedMediaFile::track(std::size_t index) {
   return index == 0 ? *this : laterTracks_[index];
 }
 
+bool ScriptedMediaFile::succeeds(const std::function<void(ScriptedMediaFile&)>& step) {
+  try {
+    step(*this);
+    return true;
+  } catch (const FileFailure&) {
+    return false;
+  }
+}
+
 void ScriptedMediaFile::failMeanwhile() {
   status_ = MediaWriterStatus::failed;
   setReady(false);
@@ -72,8 +83,8 @@ void ScriptedMediaFile::failMeanwhile() {
 
 void ScriptedMediaFile::complete() {
   status_ = completes ? MediaWriterStatus::completed : MediaWriterStatus::failed;
-  if (onFinish)
-    onFinish(*this);
+  if (onFinish && !succeeds(onFinish))
+    status_ = MediaWriterStatus::failed;
   std::exchange(heldCompletion_, nullptr)();
 }
 
@@ -182,10 +193,9 @@ class ScriptedMediaFileWriter final : public MediaFileWriter {
 
   bool startWriting() override {
     file_->calls.emplace_back("startWriting");
-    file_->status_ = file_->startsWriting ? MediaWriterStatus::writing : MediaWriterStatus::failed;
-    if (file_->startsWriting && file_->onStart)
-      file_->onStart(*file_);
-    return file_->startsWriting;
+    const bool hasStarted = file_->startsWriting && (!file_->onStart || file_->succeeds(file_->onStart));
+    file_->status_ = hasStarted ? MediaWriterStatus::writing : MediaWriterStatus::failed;
+    return hasStarted;
   }
 
   void startSession(MediaTime sourceTime) override {

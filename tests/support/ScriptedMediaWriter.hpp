@@ -63,9 +63,10 @@ class ScriptedMediaFile : public ScriptedMediaTrack {
   // The script.
   bool appliesSettings = true;
   bool startsWriting = true;
-  bool completes = true;                            // else the finish ends in the status failed
-  bool holdsCompletion = false;                     // until complete() is called
-  std::optional<MediaWriterError> error;            // as the writer reports it
+  bool completes = true;                 // else the finish ends in the status failed
+  bool holdsCompletion = false;          // until complete() is called
+  std::optional<MediaWriterError> error; // as the writer reports it
+  // What is to be done with the file. A FileFailure of the first two makes the writer fail.
   std::function<void(ScriptedMediaFile&)> onStart;  // when the file is to be created
   std::function<void(ScriptedMediaFile&)> onFinish; // when the file is to be made whole
   std::function<void(ScriptedMediaFile&)> onCancel; // when what was written is to be removed
@@ -87,6 +88,9 @@ class ScriptedMediaFile : public ScriptedMediaTrack {
  private:
   friend class ScriptedMediaFileWriter;
   friend class ScriptedTrackState;
+
+  // Whether a step went without a FileFailure.
+  bool succeeds(const std::function<void(ScriptedMediaFile&)>& step);
 
   std::map<std::size_t, ScriptedMediaTrack> laterTracks_;
   MediaWriterStatus status_ = MediaWriterStatus::unknown;
