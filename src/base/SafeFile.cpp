@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <random>
+#include <vector>
 
 namespace tessarin {
 
@@ -10,6 +11,23 @@ namespace {
 
 // A file name may have 255 bytes; the marks around the name take 22 of them.
 constexpr std::size_t longestNamePart = 200;
+constexpr std::size_t randomDigits = 16;
+constexpr std::string_view digits = "0123456789abcdef";
+constexpr std::string_view temporaryExtension = ".tmp";
+// A session's directory holds about a dozen names.
+constexpr std::size_t mostEntries = 100'000;
+
+// What the hidden temporary names of a file begin with.
+std::string hiddenPrefix(std::string_view name) {
+  return '.' + std::string(name.substr(0, longestNamePart)) + '.';
+}
+
+bool isHiddenTemporaryName(std::string_view name, std::string_view prefix) {
+  if (name.size() != prefix.size() + randomDigits + temporaryExtension.size() || !name.starts_with(prefix) ||
+      !name.ends_with(temporaryExtension))
+    return false;
+  return name.substr(prefix.size(), randomDigits).find_first_not_of(digits) == std::string_view::npos;
+}
 
 // Everything from the file's beginning, but at most one byte more than the limit.
 std::string contents(const OpenFile& file, std::size_t limit) {
@@ -81,16 +99,34 @@ void writeFileAtomically(FileSystem& files, const std::string& path, std::string
 }
 
 std::string hiddenTemporaryName(const std::string& path) {
-  static constexpr char digits[] = "0123456789abcdef";
   std::random_device random;
   const std::size_t nameStart = path.rfind('/') + 1; // npos + 1 is 0
-  std::string name = path.substr(0, nameStart) + '.' + path.substr(nameStart, longestNamePart) + '.';
-  for (int group = 0; group < 2; ++group) {
+  std::string name = path.substr(0, nameStart) + hiddenPrefix(std::string_view(path).substr(nameStart));
+  constexpr std::size_t digitsADraw = 8;
+  for (std::size_t drawn = 0; drawn < randomDigits; drawn += digitsADraw) {
     std::uint32_t bits = random();
-    for (int digit = 0; digit < 8; ++digit, bits >>= 4)
+    for (std::size_t digit = 0; digit < digitsADraw; ++digit, bits >>= 4)
       name += digits[bits & 0xF];
   }
-  return name + ".tmp";
+  return name += temporaryExtension;
+}
+
+void removeStaleTemporaries(FileSystem& files, const std::string& directory,
+                            std::span<const std::string> paths) noexcept {
+  try {
+    const std::vector<std::string> names =
+        files.list(directory, mostEntries).value_or(std::vector<std::string>());
+    for (const std::string& name : names) {
+      const bool isStale = std::any_of(paths.begin(), paths.end(), [&](const std::string& path) {
+        return isHiddenTemporaryName(name, hiddenPrefix(std::string_view(path).substr(path.rfind('/') + 1)));
+      });
+      const std::string found = directory + '/' + name;
+      if (isStale && regularFileSize(files, found))
+        removeQuietly(files, found);
+    }
+  } catch (const std::exception&) {
+    // They stay, and only take space.
+  }
 }
 
 void removeQuietly(FileSystem& files, const std::string& path) noexcept {

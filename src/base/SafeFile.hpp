@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -38,6 +39,12 @@ void writeFileAtomically(FileSystem& files, const std::string& path, std::string
 // A hidden name beside the target that no other call yields: ".name.XXXXXXXXXXXXXXXX.tmp" with random
 // hexadecimal digits and at most 200 bytes of the name.
 std::string hiddenTemporaryName(const std::string& path);
+
+// Removes what processes that were killed have left of the files named, which all lie in the directory:
+// regular files under hidden temporary names of theirs. Failures are dropped, since nothing takes such a file
+// for a finished one. Nobody may be writing any of the files meanwhile.
+void removeStaleTemporaries(FileSystem& files, const std::string& directory,
+                            std::span<const std::string> paths) noexcept;
 
 // Removes a file, and drops a failure: for clean-up on paths that report another failure already.
 void removeQuietly(FileSystem& files, const std::string& path) noexcept;

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -203,6 +204,40 @@ TEST_F(SafeFiles, ATemporaryFileGoesUnlessItIsKept) {
     kept.keep();
   }
   EXPECT_THAT(files.list(directory.path(), 9), Optional(UnorderedElementsAre("kept")));
+}
+
+TEST_F(SafeFiles, OfProcessesThatWereKilledAreRemovedWhereTheyBearTheFilesName) {
+  const std::string longName = std::string(210, 'n');
+  const std::vector<std::string> paths = {directory / "a.mp4", directory / longName};
+  const std::vector<std::string> stale = {".a.mp4.0123456789abcdef.tmp", ".a.mp4.fedcba9876543210.tmp",
+                                          '.' + longName.substr(0, 200) + ".0123456789abcdef.tmp"};
+  const std::vector<std::string> others = {"a.mp4",
+                                           ".a.mp4.0123456789abcde.tmp",
+                                           ".a.mp4.0123456789abcdef0.tmp",
+                                           ".a.mp4.0123456789abcdeg.tmp",
+                                           ".a.mp4.0123456789ABCDEF.tmp",
+                                           ".a.mp4.0123456789abcdef.tm",
+                                           ".b.mp4.0123456789abcdef.tmp",
+                                           "a.mp4.0123456789abcdef.tmp"};
+  for (const std::string& name : stale)
+    directory.write(name, "");
+  for (const std::string& name : others)
+    directory.write(name, "");
+  std::filesystem::create_directory(directory / ".a.mp4.1111111111111111.tmp");
+  std::filesystem::create_symlink(directory / "a.mp4", directory / ".a.mp4.2222222222222222.tmp");
+  // One that cannot be removed holds up no other.
+  files.failNth(FileOperation::remove, 1, EACCES);
+  removeStaleTemporaries(files, directory.path(), paths);
+  EXPECT_EQ(files.count(FileOperation::remove), stale.size());
+  removeStaleTemporaries(files, directory.path(), paths);
+  for (const std::string& name : stale)
+    EXPECT_FALSE(exists(files, directory / name)) << name;
+  for (const std::string& name : others)
+    EXPECT_TRUE(exists(files, directory / name)) << name;
+  EXPECT_TRUE(exists(files, directory / ".a.mp4.1111111111111111.tmp"));
+  EXPECT_TRUE(exists(files, directory / ".a.mp4.2222222222222222.tmp"));
+  // What a directory that cannot be read holds stays.
+  removeStaleTemporaries(files, directory / "missing", paths);
 }
 
 } // namespace

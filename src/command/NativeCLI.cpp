@@ -13,6 +13,7 @@
 #include "model/Permission.hpp"
 #include "recording/RecordingDiskCapacityService.hpp"
 #include "recording/RecordingInputDeviceService.hpp"
+#include "recording/RecordingRecoveryService.hpp"
 #include "recording/RecordingSystemAudioSampleRequest.hpp"
 #include "recording/RecordingSystemAudioSampler.hpp"
 
@@ -93,6 +94,12 @@ NativeExecution record(const NativeServices& services, const std::string& reques
   return {std::string(), services.record(request)};
 }
 
+NativeExecution recover(const NativeServices& services, const std::string& requestJSONBase64) {
+  const auto request =
+      decoded<RecordingRecoveryRequestDTO>(requestJSONBase64, RecordingRecoveryError::invalidRequest);
+  return succeeded(RecordingRecoveryService(services.files, services.reencoder).recovery(request));
+}
+
 NativeExecution answered(PermissionStatus status) {
   return succeeded(PermissionPayload{status});
 }
@@ -147,7 +154,7 @@ struct Dispatch {
   }
   NativeExecution operator()(const c::Record& it) const { return record(services, it.requestJSONBase64); }
   NativeExecution operator()(const c::RecoverRecording& it) const {
-    return later(it.requestJSONBase64, RecordingRecoveryError::invalidRequest);
+    return recover(services, it.requestJSONBase64);
   }
   NativeExecution operator()(const c::InspectEditSource& it) const {
     return later(it.requestJSONBase64, VideoAssetInspectionRequestError::invalidEncoding);

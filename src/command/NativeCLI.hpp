@@ -7,6 +7,7 @@
 #include "ports/Capture.hpp"
 #include "ports/Desktop.hpp"
 #include "ports/Devices.hpp"
+#include "ports/MediaWriting.hpp"
 #include "ports/Permissions.hpp"
 #include "recording/RecordingModels.hpp"
 
@@ -34,6 +35,7 @@ struct NativeServices {
   // Asks for the recognition of speech; in a test, without asking anybody.
   std::function<PermissionStatus()> requestSpeechPermission;
   FileSystem& files;
+  AudioReencoder& reencoder;
   std::optional<std::string> cachesDirectory; // the user's, absolute
   std::string temporaryDirectory;             // absolute
   QueueFactory makeQueue;

@@ -130,7 +130,6 @@ TEST_F(NativeCLITest, RequestsOfServicesBuiltLaterAreRefusedAsTheyWillBe) {
        failure("invalidArguments", "The capture request is not valid base64 data.", 2)},
       {"prepare-capture", R"({"schemaVersion":1,"sessionId":"x"})",
        failure("invalidArguments", "The capture request is not valid base64 data.", 2)},
-      {"recover-recording", "1", failure("invalidRequest", "The recording recovery request is invalid.", 1)},
       {"inspect-edit-source", "1",
        failure("invalidRequest", "The video inspection request could not be decoded.", 2)},
       {"audio-waveform", "1",
@@ -160,9 +159,8 @@ TEST_F(NativeCLITest, CommandsWhoseServiceIsBuiltLaterFailAsUnexpected) {
            {"translate-text"},
        })
     EXPECT_EQ(run(arguments), unexpected) << arguments[0];
-  for (const char* const command :
-       {"recognize-text", "recognize-qr", "recover-recording", "inspect-edit-source", "audio-waveform",
-        "export-edit", "export-gif", "thumbnail"})
+  for (const char* const command : {"recognize-text", "recognize-qr", "inspect-edit-source", "audio-waveform",
+                                    "export-edit", "export-gif", "thumbnail"})
     EXPECT_EQ(runWith(command, "{}"), unexpected) << command;
   EXPECT_EQ(runWith("prepare-capture", R"({"schemaVersion":1,"sessionId":"x","directory":"/d"})"),
             unexpected);

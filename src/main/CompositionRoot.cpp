@@ -119,6 +119,7 @@ NativeServices CompositionRoot::services() {
           .requestSpeechPermission =
               [this] { return SpeechPermissionService::request(backends_->speechAuthorization); },
           .files = machineFileSystem(),
+          .reencoder = backends_->reencoder,
           .cachesDirectory = userCachesDirectory(),
           .temporaryDirectory = temporaryFilesDirectory(),
           .makeQueue = makeThreadQueue,

@@ -6,6 +6,7 @@
 #include "model/MediaErrors.hpp"
 #include "recording/RecordingMediaValidator.hpp"
 #include "recording/RecordingMerger.hpp"
+#include "recording/RecordingSegmentStore.hpp"
 
 #include <cmath>
 #include <cstdlib>
@@ -63,6 +64,20 @@ template<class Merge> std::int64_t merged(const Merge& merge) {
     return merge();
   } catch (const std::exception&) {
     fail(RecordingRecoveryError::mergeFailed);
+  }
+}
+
+// Whether an output is there. One that cannot be looked at can be neither checked nor made.
+bool isThere(FileSystem& files, const std::string& path) {
+  return inspected([&] { return exists(files, path); });
+}
+
+// A segment that cannot be looked at counts as missing.
+bool canBeSeen(FileSystem& files, const std::string& path) {
+  try {
+    return exists(files, path);
+  } catch (const FileFailure&) {
+    return false;
   }
 }
 
@@ -134,8 +149,10 @@ class Recovery {
   RecordingRecoveryPayload run() {
     requireFiles();
     std::optional<InspectedVideo> share;
-    if (exists(files_, request_.outputPath))
+    if (isThere(files_, request_.outputPath))
       share = inspectVideo(files_, request_.outputPath);
+    removeStaleTemporaries(files_, request_.sessionPath,
+                           RecordingSessionPaths(request_.sessionPath).mergedOutputs());
     mergePictures();
     addScreen();
     if (request_.cameraOutputPath)
@@ -152,16 +169,16 @@ class Recovery {
     if (!isRealDirectory(files_, request_.sessionPath))
       fail(RecordingRecoveryError::invalidRequest);
     for (const std::string& segment : request_.segmentPaths)
-      if (!exists(files_, segment))
+      if (!canBeSeen(files_, segment))
         fail(RecordingRecoveryError::invalidRequest);
   }
 
   void mergePictures() {
-    if (exists(files_, request_.screenOutputPath))
+    if (isThere(files_, request_.screenOutputPath))
       sizeOf(files_, request_.screenOutputPath);
     else
       mergeTrack(request_.screenOutputPath, 0);
-    if (request_.cameraOutputPath && !exists(files_, *request_.cameraOutputPath))
+    if (request_.cameraOutputPath && !isThere(files_, *request_.cameraOutputPath))
       mergeTrack(*request_.cameraOutputPath, 1);
   }
 
@@ -196,7 +213,7 @@ class Recovery {
   }
 
   CaptureFile recoverAudio(const std::string& path, std::int64_t index) {
-    if (!exists(files_, path))
+    if (!isThere(files_, path))
       merged([&] { return merger_.mergeAudio(request_.segmentPaths, path, index); });
     audioPaths_.push_back(path);
     const std::int64_t durationMs = inspectAudio(files_, path, screen_.duration);
@@ -216,12 +233,17 @@ class Recovery {
                                               share->widthPixels, share->heightPixels, share->codec));
   }
 
-  // A trace that is missing or empty is none.
+  // A trace that is missing, empty or cannot be looked at is none.
   void addInteractions() {
     if (!request_.interactionEventsPath)
       return;
     const std::string& path = *request_.interactionEventsPath;
-    const std::optional<std::int64_t> size = regularFileSize(files_, path);
+    std::optional<std::int64_t> size;
+    try {
+      size = regularFileSize(files_, path);
+    } catch (const FileFailure&) {
+      size = std::nullopt;
+    }
     if (size.value_or(0) > 0)
       payload_.tracks.push_back(CaptureTrackPayload::interactionEvents({path, screen_.durationMs, *size}));
   }

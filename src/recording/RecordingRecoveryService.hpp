@@ -10,6 +10,8 @@ namespace tessarin {
 // the tracks and the video to share. What is on disk already is checked and kept, so that a recovery that
 // failed or was killed can be run again. Segments are only read, also those that a crash has torn: they count
 // up to their last whole fragment. The manifest is neither read nor written; the request names the segments.
+// An output appears whole under its name or not at all; hidden files that a killed process was making outputs
+// in are removed. One recovery of a session at a time, and none while the session is being recorded.
 class RecordingRecoveryService {
  public:
   // Both outlive the service.

@@ -57,6 +57,10 @@ RecordingSessionPaths::RecordingSessionPaths(const std::string& directory)
       sensorData(sessionDirectory + "/sensor-data.jsonl"),
       manifest(sessionDirectory + "/native-manifest.json") {}
 
+std::vector<std::string> RecordingSessionPaths::mergedOutputs() const {
+  return {finalOutput, screenOutput, cameraOutput, systemAudioOutput, microphoneOutput};
+}
+
 RecordingSegmentStore::RecordingSegmentStore(FileSystem& files, std::string sessionID,
                                              const std::string& sessionDirectory)
     : files_(files), sessionID_(std::move(sessionID)), paths_(sessionDirectory) {

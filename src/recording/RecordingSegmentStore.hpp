@@ -63,6 +63,9 @@ struct NativeRecordingManifest {
 struct RecordingSessionPaths {
   explicit RecordingSessionPaths(const std::string& directory);
 
+  // The five files that are joined from the segments.
+  std::vector<std::string> mergedOutputs() const;
+
   std::string sessionDirectory; // without a slash at its end
   std::string segmentsDirectory;
   std::string finalOutput;

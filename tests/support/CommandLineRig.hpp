@@ -7,6 +7,7 @@
 #include "support/FaultyFileSystem.hpp"
 #include "support/ManualQueue.hpp"
 #include "support/ScriptedDevices.hpp"
+#include "support/ScriptedReencoder.hpp"
 #include "support/TemporaryDirectory.hpp"
 
 #include <gtest/gtest.h>
@@ -110,6 +111,7 @@ class CommandLineRig : public testing::Test {
                             return permissions.speechAnswer;
                           },
                       .files = files,
+                      .reencoder = reencoder,
                       .cachesDirectory = directory.path(),
                       .temporaryDirectory = "/nowhere",
                       .makeQueue = scheduler.queueFactory(),
@@ -141,6 +143,7 @@ class CommandLineRig : public testing::Test {
   ScriptedPermissions permissions;
   TemporaryDirectory directory;
   FaultyFileSystem files{machineFileSystem()};
+  ScriptedReencoder reencoder;
   ManualClock clock;
   ManualScheduler scheduler{clock};
   std::function<void()> whileAsleep = [] {};

@@ -3,6 +3,7 @@
 #include "recording/RecordingMerger.hpp"
 #include "support/FailureOf.hpp"
 #include "support/FaultyFileSystem.hpp"
+#include "support/ScriptedReencoder.hpp"
 #include "support/SyntheticMovie.hpp"
 #include "support/TemporaryDirectory.hpp"
 
@@ -11,28 +12,12 @@
 #include <fstream>
 #include <functional>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 namespace tessarin {
-
-// Keeps what it is asked for, and writes a file or fails as it is told.
-class ScriptedReencoder final : public AudioReencoder {
- public:
-  void reencode(const std::vector<AudioPiece>& pieces, const std::string& outputPath) override {
-    calls.push_back(pieces);
-    if (fails)
-      throw std::runtime_error("no coder");
-    std::ofstream(outputPath) << content;
-  }
-
-  std::vector<std::vector<AudioPiece>> calls;
-  bool fails = false;
-  std::string content = "coded anew";
-};
 
 // A merger over segments and an output directory of its own.
 class RecordingMergerTest : public ::testing::Test {

@@ -1,0 +1,145 @@
+// A recovery whose file layer fails at any of its operations, or that is killed there.
+
+#include "support/RecordingRecoveryRig.hpp"
+
+#include <gmock/gmock.h>
+
+#include <set>
+
+namespace tessarin {
+namespace {
+
+using namespace tessarin::testing;
+using ::testing::ElementsAre;
+
+class RecordingRecoveryFaults : public RecordingRecoveryTest {
+ protected:
+  RecordingRecoveryFaults() {
+    fullSegment(400);
+    fullSegment(300, false);
+    askForEverything();
+    write("interaction-events.jsonl", "{}\n");
+    before = segments();
+    expected = recover();
+    removeOutputs();
+  }
+
+  void removeOutputs() const {
+    for (const std::string& name : everyOutput)
+      std::filesystem::remove(at(name));
+  }
+  bool hasTemporaries() const {
+    const Names found = names();
+    return std::any_of(found.begin(), found.end(), [](const std::string& name) { return name[0] == '.'; });
+  }
+  // How a recovery ends.
+  std::string outcome() {
+    try {
+      return recover() == expected ? "done" : "another answer";
+    } catch (const FileFailure&) {
+      return "file failure";
+    } catch (const Failure<Error>& failure) {
+      switch (failure.value()) {
+      case Error::invalidRequest:
+        return "invalidRequest";
+      case Error::invalidMedia:
+        return "invalidMedia";
+      case Error::mergeFailed:
+        return "mergeFailed";
+      }
+      throw;
+    }
+  }
+  // How it may end when this operation fails.
+  std::set<std::string> outcomesOf(const FaultyFileSystem::Event& event) const {
+    const bool isOfTemporary = event.path.ends_with(".tmp");
+    if (event.path == session() && event.operation == FileOperation::info)
+      return {"file failure"};
+    if (event.operation == FileOperation::list || event.operation == FileOperation::clone ||
+        event.operation == FileOperation::remove)
+      return {"done"};
+    if (event.path.find("/segments/") != std::string::npos && event.operation != FileOperation::info)
+      return {"mergeFailed"};
+    if (event.path.find("/segments/") != std::string::npos)
+      return {"invalidRequest", "mergeFailed"}; // of the path, or of the open file
+    if (isOfTemporary)
+      return {"mergeFailed"};
+    if (event.path == at("interaction-events.jsonl"))
+      return {"another answer"}; // without the trace
+    return {"invalidMedia", "mergeFailed"};
+  }
+
+  std::map<std::string, std::string> before;
+  RecordingRecoveryPayload expected;
+};
+
+TEST_F(RecordingRecoveryFaults, AnyOperationMayFailAndTheNextRunSucceeds) {
+  files.clearLog();
+  ASSERT_EQ(outcome(), "done");
+  const std::vector<FaultyFileSystem::Event> clean = files.log();
+  ASSERT_GT(clean.size(), 50U);
+  std::map<FileOperation, std::size_t> counts;
+  std::set<std::string> seen;
+  for (const FaultyFileSystem::Event& planned : clean) {
+    const std::size_t n = ++counts[planned.operation];
+    SCOPED_TRACE(::testing::Message() << "operation " << static_cast<int>(planned.operation) << " number "
+                                      << n << " on " << planned.path);
+    removeOutputs();
+    files.clearLog();
+    files.failNth(planned.operation, n, EIO);
+    const std::string ended = outcome();
+    files.clearFaults();
+    seen.insert(ended);
+    EXPECT_TRUE(outcomesOf(planned).contains(ended)) << ended;
+    EXPECT_FALSE(hasTemporaries());
+    EXPECT_EQ(segments(), before);
+    EXPECT_EQ(outcome(), "done");
+  }
+  EXPECT_THAT(seen, ElementsAre("another answer", "done", "file failure", "invalidMedia", "invalidRequest",
+                                "mergeFailed"));
+}
+
+TEST_F(RecordingRecoveryFaults, AFullDiskIsAFailedMergeAndLeavesTheSpaceItTook) {
+  for (const std::size_t stored : {std::size_t{0}, std::size_t{13}}) {
+    for (const std::string& name : everyOutput) {
+      SCOPED_TRACE(name);
+      removeOutputs();
+      files.inject({FileOperation::write, "." + name, 0, FaultyFileSystem::always, ENOSPC, stored});
+      files.inject({FileOperation::copy, "." + name, 0, FaultyFileSystem::always, ENOSPC});
+      EXPECT_EQ(outcome(), "mergeFailed");
+      files.clearFaults();
+      EXPECT_FALSE(hasTemporaries());
+      EXPECT_FALSE(std::filesystem::exists(at(name)));
+      EXPECT_EQ(segments(), before);
+      EXPECT_EQ(outcome(), "done") << "with space again";
+    }
+  }
+}
+
+// From one operation on nothing is done any more, not even cleaning up: what is on disk is what a process
+// leaves that is killed there.
+TEST_F(RecordingRecoveryFaults, ItMayBeKilledAtAnyOperationAndTheNextRunSucceeds) {
+  files.clearLog();
+  ASSERT_EQ(outcome(), "done");
+  const std::size_t operations = files.log().size();
+  std::size_t leftTemporaries = 0;
+  for (std::size_t last = 0; last < operations; ++last) {
+    SCOPED_TRACE(last);
+    removeOutputs();
+    std::size_t done = 0;
+    files.setObserver([&](const FaultyFileSystem::Event& event) {
+      if (done++ >= last)
+        throw FileFailure(event.operation, EIO);
+    });
+    EXPECT_NE(outcome(), "done");
+    files.setObserver(nullptr);
+    leftTemporaries += hasTemporaries() ? 1 : 0;
+    EXPECT_EQ(segments(), before);
+    EXPECT_EQ(outcome(), "done");
+    EXPECT_FALSE(hasTemporaries());
+  }
+  EXPECT_GT(leftTemporaries, 10U);
+}
+
+} // namespace
+} // namespace tessarin
