@@ -44,12 +44,14 @@ void sleep(std::chrono::milliseconds time) {
 } // namespace
 
 struct CompositionRoot::Backends {
-  Backends(EventQueue& queue, MainThreadMode mode) : mainQueue(queue) {
+  Backends(EventQueue& queue, MainThreadMode mode, std::optional<int> endDescriptor)
+      : mainQueue(queue), endSignals(endDescriptor) {
     if (mode == MainThreadMode::application)
       panels = x11::makePanelFactory(server, mainQueue);
   }
 
   EventQueue& mainQueue;
+  const std::optional<int> endSignals;
   const MonotonicHostClock clock{};
   const std::shared_ptr<x11::DisplayServer> server = std::make_shared<x11::DisplayServer>();
   const std::unique_ptr<DesktopContent> desktop = x11::makeDesktopContent(server);
@@ -80,7 +82,7 @@ struct CompositionRoot::Backends {
 // A process that is to record runs in application mode.
 std::int32_t CompositionRoot::Backends::record(const RecordingRequestDTO& request) {
   ContentService content(*desktop);
-  ControlInput input(STDIN_FILENO);
+  ControlInput input(STDIN_FILENO, {.signals = endSignals.value_or(-1), .output = STDOUT_FILENO});
   RecordingEventWriter events(impatientDescriptorSink(STDOUT_FILENO, RecordingEventWriter::hostPatience));
   RecordingService service({.contentService = content,
                             .desktop = *desktop,
@@ -102,8 +104,8 @@ std::int32_t CompositionRoot::Backends::record(const RecordingRequestDTO& reques
   return service.run(request, input, events);
 }
 
-CompositionRoot::CompositionRoot(EventQueue& mainQueue, MainThreadMode mode)
-    : backends_(std::make_unique<Backends>(mainQueue, mode)) {}
+CompositionRoot::CompositionRoot(EventQueue& mainQueue, MainThreadMode mode, std::optional<int> endSignals)
+    : backends_(std::make_unique<Backends>(mainQueue, mode, endSignals)) {}
 
 CompositionRoot::~CompositionRoot() = default;
 

@@ -1,8 +1,10 @@
 #include "command/NativeCLI.hpp"
 #include "main/CompositionRoot.hpp"
+#include "main/EndSignals.hpp"
 #include "main/MainLoop.hpp"
 #include "main/StandardStreams.hpp"
 
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,18 +14,26 @@ namespace tessarin {
 namespace {
 
 // The job of the process, on its own thread. Yields the exit code.
-std::int32_t execute(const std::vector<std::string>& arguments, MainLoop& loop) {
-  CompositionRoot root(loop, mainThreadMode(arguments));
+std::int32_t execute(const std::vector<std::string>& arguments, MainLoop& loop,
+                     std::optional<int> endSignals) {
+  CompositionRoot root(loop, mainThreadMode(arguments), endSignals);
   const NativeExecution execution = NativeCLI(root.services()).run(arguments);
   if (!execution.output.empty())
     standardStreams::writeReply(execution.output);
   return execution.exitCode;
 }
 
+// A recording is finished before it ends; every other job ends at once.
+std::optional<int> heldEndSignals(const std::vector<std::string>& arguments) {
+  const bool isRecord = !arguments.empty() && arguments.front() == "record";
+  return isRecord ? endSignals::hold() : std::nullopt;
+}
+
 // The job ends before the process does, so no thread is left when static objects go.
 std::int32_t runToEnd(const std::vector<std::string>& arguments) {
+  const std::optional<int> endSignals = heldEndSignals(arguments);
   MainLoop loop;
-  std::thread job([&] { loop.stop(execute(arguments, loop)); });
+  std::thread job([&] { loop.stop(execute(arguments, loop, endSignals)); });
   const std::int32_t exitCode = loop.run();
   job.join();
   return exitCode;

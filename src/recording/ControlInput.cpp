@@ -28,7 +28,8 @@ int makeWakeDescriptor() {
 
 } // namespace
 
-ControlInput::ControlInput(int descriptor) : descriptor_(descriptor), wakeDescriptor_(makeWakeDescriptor()) {}
+ControlInput::ControlInput(int descriptor, ControlInputEnds ends)
+    : descriptor_(descriptor), ends_(ends), wakeDescriptor_(makeWakeDescriptor()) {}
 
 ControlInput::~ControlInput() {
   ::close(wakeDescriptor_);
@@ -45,9 +46,9 @@ std::optional<std::string> ControlInput::nextLine() {
   while (!closed_) {
     if (std::optional<std::string> line = takeLine())
       return line;
-    if (ended_ || !waitUntilReadable())
+    if (ended_)
       return std::nullopt;
-    receive();
+    wait();
   }
   return std::nullopt;
 }
@@ -69,13 +70,22 @@ std::optional<std::string> ControlInput::takeLine() {
   return std::exchange(buffer_, {});
 }
 
-// False once closed, or when the descriptor cannot be waited for.
-bool ControlInput::waitUntilReadable() {
-  std::array<pollfd, 2> entries{pollfd{descriptor_, POLLIN, 0}, pollfd{wakeDescriptor_, POLLIN, 0}};
+// Returns with more bytes, or with the end of them.
+void ControlInput::wait() {
+  std::array<pollfd, 4> entries{pollfd{descriptor_, POLLIN, 0}, pollfd{wakeDescriptor_, POLLIN, 0},
+                                pollfd{ends_.signals, POLLIN, 0}, pollfd{ends_.output, 0, 0}};
   while (poll(entries.data(), entries.size(), -1) < 0)
-    if (errno != EINTR)
-      return false;
-  return entries[1].revents == 0;
+    if (errno != EINTR) {
+      ended_ = true;
+      return;
+    }
+  const auto& [lines, wake, signals, output] = entries;
+  if (wake.revents != 0)
+    return;
+  if (lines.revents != 0)
+    receive();
+  if (!ended_ && (signals.revents != 0 || output.revents != 0))
+    endBehindWholeLines();
 }
 
 void ControlInput::receive() {
@@ -89,6 +99,14 @@ void ControlInput::receive() {
   const bool wouldBlock = count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
   if (count <= 0 && !wouldBlock)
     ended_ = true;
+}
+
+// What else is buffered is a line that was still being written.
+void ControlInput::endBehindWholeLines() {
+  const std::size_t lineFeed = buffer_.rfind('\n');
+  buffer_.erase(lineFeed == std::string::npos ? 0 : lineFeed + 1);
+  scanned_ = 0;
+  ended_ = true;
 }
 
 } // namespace tessarin

@@ -163,6 +163,61 @@ TEST(ControlInput, MayBeClosedAnyNumberOfTimesFromAnywhere) {
     thread.join();
 }
 
+TEST(ControlInput, EndsOnASignalThatComesWhileItWaits) {
+  const Pipe pipe;
+  const Pipe signals;
+  ControlInput input(pipe.reader(), {.signals = signals.reader()});
+  auto line = std::async(std::launch::async, [&] { return input.nextLine(); });
+  signals.write("x");
+  EXPECT_EQ(line.get(), std::nullopt);
+  EXPECT_EQ(input.nextLine(), std::nullopt);
+}
+
+TEST(ControlInput, ReturnsWholeLinesThatCameBeforeASignalAndNothingBehindThem) {
+  const Pipe pipe;
+  const Pipe signals;
+  ControlInput input(pipe.reader(), {.signals = signals.reader()});
+  pipe.write("pause\nstop\nsto");
+  signals.write("x");
+  EXPECT_EQ(input.nextLine(), "pause");
+  pipe.write("p\nresume\n");
+  EXPECT_EQ(input.nextLine(), "stop");
+  EXPECT_EQ(input.nextLine(), std::nullopt);
+  EXPECT_EQ(input.nextLine(), std::nullopt);
+}
+
+TEST(ControlInput, DropsALineThatASignalInterrupts) {
+  const Pipe pipe;
+  const Pipe signals;
+  ControlInput input(pipe.reader(), {.signals = signals.reader()});
+  pipe.write("sto");
+  signals.write("x");
+  EXPECT_EQ(input.nextLine(), std::nullopt);
+}
+
+TEST(ControlInput, LeavesASignalToWhoeverReadsIt) {
+  const Pipe pipe;
+  const Pipe signals;
+  signals.write("x");
+  ControlInput input(pipe.reader(), {.signals = signals.reader()});
+  EXPECT_EQ(input.nextLine(), std::nullopt);
+  char byte = 0;
+  EXPECT_EQ(read(signals.reader(), &byte, 1), 1);
+}
+
+TEST(ControlInput, EndsWhenNobodyIsLeftToReadTheEvents) {
+  const Pipe pipe;
+  std::array<int, 2> events{};
+  ASSERT_EQ(pipe2(events.data(), O_CLOEXEC), 0);
+  ControlInput input(pipe.reader(), {.output = events[1]});
+  pipe.write("pause\n");
+  EXPECT_EQ(input.nextLine(), "pause");
+  auto line = std::async(std::launch::async, [&] { return input.nextLine(); });
+  close(events[0]);
+  EXPECT_EQ(line.get(), std::nullopt);
+  close(events[1]);
+}
+
 TEST(ControlInput, PassesALineOfTheLargestSize) {
   Pipe pipe;
   const std::string largest(65536, 'x');
