@@ -11,6 +11,19 @@
 
 namespace tessarin {
 
+namespace {
+
+// 0 for a trace that is not there, and for one that cannot be looked at: the recording is whole without it.
+std::int64_t traceSize(FileSystem& files, const std::string& path) {
+  try {
+    return regularFileSize(files, path).value_or(0);
+  } catch (const FileFailure&) {
+    return 0;
+  }
+}
+
+} // namespace
+
 void RecordingSession::stop() {
   RecordingStopDiagnostics diagnostics;
   diagnostics.startedAt = now();
@@ -88,10 +101,10 @@ std::optional<CaptureTrackPayload> RecordingSession::finishTrace(std::int64_t pr
   if (parts_.interactions)
     parts_.interactions->finish();
   const std::string& path = parts_.store.paths().interactionEvents;
-  const std::optional<std::int64_t> size = regularFileSize(parts_.environment.files, path);
-  if (size.value_or(0) < 1)
+  const std::int64_t size = traceSize(parts_.environment.files, path);
+  if (size < 1)
     return std::nullopt;
-  return CaptureTrackPayload::interactionEvents({path, programDurationMs, *size});
+  return CaptureTrackPayload::interactionEvents({path, programDurationMs, size});
 }
 
 RecordingEvent::Completed RecordingSession::completedEvent(const RecordingDeliverables& deliverables,
