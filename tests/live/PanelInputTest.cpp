@@ -1,6 +1,8 @@
 #include "PanelFixture.hpp"
 
 #include <algorithm>
+#include <chrono>
+#include <csignal>
 
 namespace tessarin {
 namespace {
@@ -86,6 +88,15 @@ class PanelInput : public PanelFixture {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
       mainThread.sync([] {});
     }
+  }
+
+  // On a panel at (120, 130), which gives it the keyboard.
+  void click() {
+    hands->moveTo(10, 10);
+    hands->moveTo(120, 130);
+    hands->press();
+    hands->release();
+    settle();
   }
 
   xcb_window_t focus() {
@@ -264,9 +275,7 @@ TEST_F(PanelInput, APressBringsTheKeyboardAndThePointersLeaveGivesItBack) {
 TEST_F(PanelInput, RepetitionsOfAKeyAreToldToo) {
   begin();
   const auto tested = shownPanel({100, 100, 80, 60});
-  hands->moveTo(120, 130);
-  hands->press();
-  hands->release();
+  click();
   ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
   tested->forget();
   hands->pressKey(113); // an arrow, which servers repeat after some 0.6 s
@@ -296,9 +305,7 @@ TEST_F(PanelInput, TheKeyboardIsNotTakenFromWhoeverGotItMeanwhile) {
   Neighbour second(desktop->display(), {420, 300, 100, 100});
   first.takeFocus();
   const auto tested = shownPanel({100, 100, 80, 60});
-  hands->moveTo(120, 130);
-  hands->press();
-  hands->release();
+  click();
   ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
   second.takeFocus();
   hands->moveTo(10, 10);
@@ -328,22 +335,60 @@ TEST_F(PanelInput, TheKeyboardComesBackWhenThePanelIsHiddenOrClosed) {
   Neighbour other(desktop->display(), {300, 300, 100, 100});
   other.takeFocus();
   auto tested = shownPanel({100, 100, 80, 60});
-  const auto click = [&] {
-    hands->moveTo(10, 10);
-    hands->moveTo(120, 130);
-    hands->press();
-    hands->release();
-    settle();
-    EXPECT_EQ(focus(), tested->id());
-  };
   click();
+  EXPECT_EQ(focus(), tested->id());
   tested->setFrame({});
   EXPECT_TRUE(eventually([&] { return focus() == other.window(); }));
   tested->setFrame({100, 100, 80, 60});
   ASSERT_TRUE(becomes(110, 110, 0x00FF00));
   click();
+  EXPECT_EQ(focus(), tested->id());
   tested.reset();
-  EXPECT_EQ(focus(), other.window());
+  EXPECT_TRUE(eventually([&] { return focus() == other.window(); }));
+}
+
+TEST_F(PanelInput, AClosedPanelTakesTheKeyboardFromNobody) {
+  begin();
+  Neighbour first(desktop->display(), {300, 300, 100, 100});
+  Neighbour second(desktop->display(), {420, 300, 100, 100});
+  first.takeFocus();
+  auto tested = shownPanel({100, 100, 80, 60});
+  click();
+  ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
+  second.takeFocus();
+  tested.reset();
+  settle();
+  EXPECT_EQ(focus(), second.window());
+}
+
+TEST_F(PanelInput, APanelWithTheKeyboardIsClosedSoonThoughTheServerHangs) {
+  begin();
+  Neighbour other(desktop->display(), {300, 300, 100, 100});
+  other.takeFocus();
+  auto tested = shownPanel({100, 100, 80, 60});
+  click();
+  ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
+  EXPECT_EQ(focus(), tested->id());
+  ASSERT_EQ(kill(desktop->serverPid(), SIGSTOP), 0);
+  const auto before = std::chrono::steady_clock::now();
+  tested.reset();
+  const auto elapsed = std::chrono::steady_clock::now() - before;
+  kill(desktop->serverPid(), SIGCONT);
+  EXPECT_LT(elapsed, std::chrono::seconds(3));
+  // The server does not read what was asked of it last, and ends the window by itself.
+  EXPECT_TRUE(eventually([&] { return focus() == XCB_INPUT_FOCUS_POINTER_ROOT; }));
+}
+
+TEST_F(PanelInput, TheKeyboardGoesToThePointerWhenItsOwnerIsGoneBeforeThePanel) {
+  begin();
+  Neighbour other(desktop->display(), {300, 300, 100, 100});
+  other.takeFocus();
+  auto tested = shownPanel({100, 100, 80, 60});
+  click();
+  EXPECT_EQ(focus(), tested->id());
+  other.destroy();
+  tested.reset();
+  EXPECT_TRUE(eventually([&] { return focus() == XCB_INPUT_FOCUS_POINTER_ROOT; }));
 }
 
 TEST_F(PanelInput, TheKeyboardGoesToThePointerWhenItsOwnerIsGone) {
@@ -351,10 +396,7 @@ TEST_F(PanelInput, TheKeyboardGoesToThePointerWhenItsOwnerIsGone) {
   Neighbour other(desktop->display(), {300, 300, 100, 100});
   other.takeFocus();
   const auto tested = shownPanel({100, 100, 80, 60});
-  hands->moveTo(120, 130);
-  hands->press();
-  hands->release();
-  settle();
+  click();
   other.destroy();
   hands->moveTo(10, 10);
   EXPECT_TRUE(eventually([&] { return focus() == XCB_INPUT_FOCUS_POINTER_ROOT; }));
@@ -369,9 +411,7 @@ TEST_F(PanelInput, WorksUnderAWindowManager) {
   const auto tested = shownPanel({100, 100, 80, 60});
   EXPECT_EQ(desktop->run({"xdotool", "getactivewindow"}), active);
   EXPECT_EQ(focus(), before);
-  hands->moveTo(120, 130);
-  hands->press();
-  hands->release();
+  click();
   ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
   EXPECT_EQ(focus(), tested->id());
   hands->moveTo(10, 10);

@@ -6,8 +6,8 @@
 
 namespace tessarin::x11 {
 
-// The keyboard that a panel borrows from whoever had it. Confined to the connection's thread. Every call
-// throws DesktopFailure when the server is lost.
+// The keyboard that a panel borrows from whoever had it. Confined to the connection's thread. Every call but
+// letGo() throws DesktopFailure when the server is lost.
 class PanelFocus {
  public:
   explicit PanelFocus(Connection& connection) : connection_(connection) {}
@@ -16,6 +16,9 @@ class PanelFocus {
   void take(xcb_window_t panel, xcb_timestamp_t time);
   // Gives it back, unless the panel has lost it already.
   void giveBack(xcb_window_t panel);
+  // The same for a panel whose window is about to end, which needs no answer of the server, and so does not
+  // wait for one that stands still.
+  void letGo(xcb_window_t panel);
 
  private:
   struct Owner {
@@ -26,6 +29,7 @@ class PanelFocus {
   Connection& connection_;
   std::optional<xcb_window_t> panel_; // that has the keyboard, as far as we know
   Owner before_;                      // who had it before any panel
+  xcb_timestamp_t takenAt_ = 0;       // server time; when a panel was given it last
 };
 
 } // namespace tessarin::x11

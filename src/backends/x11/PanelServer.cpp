@@ -6,6 +6,7 @@
 #include <xcb/xfixes.h>
 
 #include <algorithm>
+#include <chrono>
 #include <string_view>
 #include <utility>
 
@@ -14,6 +15,7 @@ namespace tessarin::x11 {
 namespace {
 
 constexpr std::string_view shadowProperty = "_COMPTON_SHADOW";
+constexpr std::chrono::milliseconds lastPatience = std::chrono::seconds(1);
 
 PixelReader makeReader(Connection& connection) {
   try {
@@ -81,6 +83,16 @@ PanelServer::PanelServer(std::unique_ptr<Connection> connection, EventQueue& que
   constexpr std::uint32_t listening = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
   xcb_change_window_attributes(connection_->get(), connection_->root(), XCB_CW_EVENT_MASK, &listening);
   connection_->flush();
+}
+
+// A server drops what it has not read yet when a client is gone.
+PanelServer::~PanelServer() {
+  connection_->setPatience(lastPatience);
+  try {
+    connection_->sync();
+  } catch (const DesktopFailure&) {
+    // It ends the windows by itself when it sees that we are gone.
+  }
 }
 
 void PanelServer::chooseVisual() {

@@ -18,6 +18,10 @@ class PanelServer : public std::enable_shared_from_this<PanelServer> {
  public:
   // Throws DesktopFailure. The queue outlives it.
   PanelServer(std::unique_ptr<Connection> connection, EventQueue& queue);
+  // Waits for a second at most, until the server has carried out what the last panel has asked of it.
+  ~PanelServer();
+  PanelServer(const PanelServer&) = delete;
+  PanelServer& operator=(const PanelServer&) = delete;
 
   // Throws DesktopFailure. The panel is served until it is given back to removePanel.
   std::shared_ptr<PanelWindow> makePanel(PanelSetup setup);

@@ -43,11 +43,7 @@ PanelWindow::PanelWindow(PanelSurroundings& surroundings, PanelSetup setup)
 }
 
 PanelWindow::~PanelWindow() {
-  try {
-    surroundings_.focus.giveBack(window_);
-  } catch (const DesktopFailure&) {
-    // Nobody has a keyboard any more.
-  }
+  surroundings_.focus.letGo(window_);
   surface_.reset();
   xcb_destroy_window(connection_.get(), window_);
 }
