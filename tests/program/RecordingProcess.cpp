@@ -11,12 +11,22 @@ namespace {
 // A shell that leads standard error into the file named first, and becomes the program.
 constexpr const char* intoProgram = R"(exec 2>>"$0"; exec "$@")";
 
+std::vector<std::string> commandLine(const std::string& requestJSON, const std::string& diagnosticsPath,
+                                     const std::string& ignoredSignals) {
+  std::vector<std::string> command = {"/bin/sh",       "-c",  intoProgram,
+                                      diagnosticsPath, "env", "--default-signal=HUP,INT,TERM"};
+  if (!ignoredSignals.empty())
+    command.push_back("--ignore-signal=" + ignoredSignals);
+  command.insert(command.end(), {TESSARIN_PROGRAM, "record", "--request-json", encodedBase64(requestJSON)});
+  return command;
+}
+
 } // namespace
 
 RecordingProcess::RecordingProcess(const std::string& sessionID, const std::string& requestJSON,
-                                   const Environment& environment, const std::string& diagnosticsPath)
-    : sessionID_(sessionID), process_({"/bin/sh", "-c", intoProgram, diagnosticsPath, TESSARIN_PROGRAM,
-                                       "record", "--request-json", encodedBase64(requestJSON)},
+                                   const Environment& environment, const std::string& diagnosticsPath,
+                                   const std::string& ignoredSignals)
+    : sessionID_(sessionID), process_(commandLine(requestJSON, diagnosticsPath, ignoredSignals),
                                       {.environment = environment, .hasInput = true}) {}
 
 json::Document RecordingProcess::nextEvent(std::chrono::milliseconds limit) {

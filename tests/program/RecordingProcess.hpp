@@ -17,9 +17,11 @@ class RecordingProcess {
   using Environment = std::vector<std::pair<std::string, std::string>>;
 
   // The request as JSON; its session identifier goes into every control line. What the program says on
-  // standard error is written to the file.
+  // standard error is written to the file. The signals named ("HUP,INT") are ignored as it starts; by default
+  // those that ask a process to end have their effect, whatever they have here.
   RecordingProcess(const std::string& sessionID, const std::string& requestJSON,
-                   const Environment& environment, const std::string& diagnosticsPath = "/dev/null");
+                   const Environment& environment, const std::string& diagnosticsPath = "/dev/null",
+                   const std::string& ignoredSignals = "");
 
   // The next event; throws std::runtime_error when there is none within the time.
   json::Document nextEvent(std::chrono::milliseconds limit = std::chrono::seconds(20));

@@ -1,0 +1,239 @@
+// Recordings by the built program that are asked to end by a signal, whose host goes, or that are suspended:
+// what they say, how they end, and what is left on the disk.
+
+#include "DesktopFixture.hpp"
+#include "RecordedFiles.hpp"
+#include "RecordingProcess.hpp"
+
+#include "base/Text.hpp"
+#include "support/TemporaryDirectory.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <thread>
+
+namespace tessarin {
+namespace {
+
+using namespace std::chrono_literals;
+
+const std::string sessionID = "0B8C6A52-3C5A-4F1B-9E43-1F2D3C4B5A69";
+
+class RecordingSignalsTest : public DesktopFixture {
+ protected:
+  RecordingSignalsTest() { std::filesystem::create_directory(session()); }
+
+  std::string session() const { return directory / sessionID; }
+  std::string segment(int index) const {
+    return session() + "/segments/segment-000" + std::to_string(index) + ".mp4";
+  }
+
+  std::string request() const {
+    return R"({"sessionId":")" + sessionID + R"(","kind":"region","displayId":")" + display +
+           R"(","rectPoints":{"x":0,"y":0,"width":320,"height":240},"outputDirectory":")" + session() +
+           R"(","settings":{"microphone":false,"systemAudio":false,"camera":false,)"
+           R"("cameraPosition":"bottomRight","showsCursor":false,"showMouseClicks":false,"frameRate":15,)"
+           R"("quality":"standard","outputScale":"original"}})";
+  }
+
+  RecordingProcess record(const std::string& ignoredSignals = "") const {
+    const RecordingProcess::Environment environment = {{"DISPLAY", desktop.display()}};
+    return {sessionID, request(), environment, directory / "diagnostics", ignoredSignals};
+  }
+
+  static void signal(RecordingProcess& recording, int number) {
+    ASSERT_EQ(::kill(recording.process().pid(), number), 0);
+  }
+
+  // The program ends, and no process that it has started stays behind it.
+  static void expectEnd(RecordingProcess& recording, int status) {
+    EXPECT_EQ(recording.process().waitForEnd(10s), status);
+    EXPECT_TRUE(::kill(-recording.process().pid(), 0) == -1 && errno == ESRCH);
+  }
+
+  // As at the end of the control lines.
+  void expectUnexpectedEnd(RecordingProcess& recording) const {
+    const json::Document failed = recording.waitForEvent("failed");
+    const json::Value error = *failed.root().member("error");
+    EXPECT_EQ(error.member("code")->string(), "recordingFailed");
+    EXPECT_EQ(error.member("message")->string(), "The screen recording could not be completed.");
+    EXPECT_TRUE(error.member("recoverable")->boolean());
+    expectEnd(recording, 1);
+    EXPECT_NE(directory.read("diagnostics")
+                  .find("tessarin-native recording-failed stage=unexpected-stream-stop "
+                        "nativeCode=recordingFailed\n"),
+              std::string::npos);
+  }
+
+  // The manifest lists so many segments, each readable to the length that it tells, and nothing is beside
+  // it that should have gone.
+  void expectSegments(std::size_t count) const {
+    const std::vector<ManifestSegment> segments = manifestSegments(session());
+    ASSERT_EQ(segments.size(), count);
+    for (std::size_t i = 0; i < count; ++i) {
+      EXPECT_EQ(segments[i].path, segment(static_cast<int>(i)));
+      EXPECT_EQ(static_cast<std::int64_t>(std::filesystem::file_size(segments[i].path)),
+                segments[i].sizeBytes);
+      const std::vector<double> times = pictureTimes(segments[i].path);
+      EXPECT_TRUE(std::is_sorted(times.begin(), times.end(), std::less_equal<>()));
+      EXPECT_NEAR(times.back() * 1000, static_cast<double>(segments[i].durationMs), 300);
+      EXPECT_EQ(decodedPictures(segments[i].path), static_cast<int>(times.size()));
+    }
+    EXPECT_FALSE(std::filesystem::exists(session() + "/native-manifest.json.tmp"));
+  }
+
+  const std::string display = displayID();
+  TemporaryDirectory directory;
+  const std::unique_ptr<TestClient> animation =
+      desktop.client({"--style", "override", "--paint", "counter", "--fps", "15", "--size", "320x240"});
+};
+
+class RecordingEndSignalTest : public RecordingSignalsTest, public testing::WithParamInterface<int> {};
+
+TEST_P(RecordingEndSignalTest, WhileRecordingKeepsTheSegment) {
+  RecordingProcess recording = record();
+  recording.waitForEvent("healthChanged"); // a second has been recorded
+  signal(recording, GetParam());
+  const json::Document finalized = recording.waitForEvent("segmentFinalized");
+  EXPECT_GE(finalized.root().member("durationMs")->number(), 900);
+  expectUnexpectedEnd(recording);
+  expectSegments(1);
+}
+
+TEST_P(RecordingEndSignalTest, WhilePausedKeepsWhatIsFinished) {
+  RecordingProcess recording = record();
+  recording.waitFor("recording");
+  std::this_thread::sleep_for(300ms);
+  recording.send("pause");
+  recording.waitFor("paused");
+  signal(recording, GetParam());
+  expectUnexpectedEnd(recording);
+  expectSegments(1);
+  EXPECT_FALSE(std::filesystem::exists(segment(1)));
+}
+
+// Nothing of the program runs by itself yet while the display's server keeps it waiting.
+TEST_P(RecordingEndSignalTest, InStartUpIsHeardWhenTheRecordingHasBegun) {
+  ASSERT_EQ(::kill(desktop.serverPid(), SIGSTOP), 0);
+  RecordingProcess recording = record();
+  std::this_thread::sleep_for(700ms);
+  signal(recording, GetParam());
+  std::this_thread::sleep_for(100ms);
+  EXPECT_TRUE(recording.process().isRunning());
+  ASSERT_EQ(::kill(desktop.serverPid(), SIGCONT), 0);
+  recording.waitFor("recording");
+  expectUnexpectedEnd(recording);
+  expectSegments(1);
+}
+
+// What has to be done for a stop is done, also when the line is still unread as the signal comes.
+TEST_P(RecordingEndSignalTest, BehindAStopEndsNothing) {
+  RecordingProcess recording = record();
+  recording.waitFor("recording");
+  std::this_thread::sleep_for(500ms);
+  recording.send("stop");
+  signal(recording, GetParam());
+  recording.waitFor("stopping");
+  signal(recording, GetParam());
+  recording.waitForEvent("completed");
+  expectEnd(recording, 0);
+  expectSegments(1);
+  EXPECT_EQ(pictureTimes(session() + "/screen.mp4").size(), pictureTimes(segment(0)).size());
+  EXPECT_EQ(pictureTimes(session() + "/recording.mp4").size(), pictureTimes(segment(0)).size());
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, RecordingEndSignalTest, testing::Values(SIGTERM, SIGINT, SIGHUP),
+                         [](const auto& row) { return std::string(::sigabbrev_np(row.param)); });
+
+TEST_F(RecordingSignalsTest, MoreSignalsNeitherEndItEarlierNorSpoilAnything) {
+  RecordingProcess recording = record();
+  recording.waitFor("recording");
+  std::this_thread::sleep_for(500ms);
+  for (int round = 0; round < 50 && recording.process().isRunning(); ++round) {
+    for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGTERM})
+      ::kill(recording.process().pid(), number);
+    std::this_thread::sleep_for(2ms);
+  }
+  expectUnexpectedEnd(recording);
+  expectSegments(1);
+}
+
+// As under nohup, or in the background of a script.
+TEST_F(RecordingSignalsTest, ASignalThatTheParentHasItIgnoreEndsNothing) {
+  RecordingProcess recording = record("HUP,INT");
+  recording.waitFor("recording");
+  signal(recording, SIGHUP);
+  signal(recording, SIGINT);
+  std::this_thread::sleep_for(300ms);
+  recording.send("stop");
+  recording.waitForEvent("completed");
+  expectEnd(recording, 0);
+  expectSegments(1);
+}
+
+TEST_F(RecordingSignalsTest, ACommandThatRecordsNothingEndsAtOnce) {
+  ASSERT_EQ(::kill(desktop.serverPid(), SIGSTOP), 0);
+  for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+    ChildProcess list({"env", "--default-signal=HUP,INT,TERM", TESSARIN_PROGRAM, "list"},
+                      {.environment = {{"DISPLAY", desktop.display()}}});
+    std::this_thread::sleep_for(300ms);
+    ASSERT_TRUE(list.isRunning());
+    ASSERT_EQ(::kill(list.pid(), number), 0);
+    EXPECT_EQ(list.waitForEnd(2s), 128 + number);
+  }
+  ASSERT_EQ(::kill(desktop.serverPid(), SIGCONT), 0);
+}
+
+// Another process may hold the pipe of the control lines open, as children of the host do by accident.
+TEST_F(RecordingSignalsTest, NobodyLeftToReadTheEventsIsTheEndEvenWhenTheControlLinesStayOpen) {
+  ChildProcess host({"bash", "-c",
+                     std::string(TESSARIN_PROGRAM) + " record --request-json " + encodedBase64(request()) +
+                         " 2>/dev/null | head -n 1; echo \"status ${PIPESTATUS[0]}\""},
+                    {.environment = {{"DISPLAY", desktop.display()}}, .hasInput = true});
+  ASSERT_TRUE(host.readLine());
+  EXPECT_EQ(host.readLine(20s), "status 1");
+  expectSegments(1);
+}
+
+TEST_F(RecordingSignalsTest, ASuspendedRecordingGoesOnAfterAFewSeconds) {
+  RecordingProcess recording = record();
+  recording.waitFor("recording");
+  std::this_thread::sleep_for(500ms);
+  signal(recording, SIGSTOP);
+  std::this_thread::sleep_for(4s);
+  signal(recording, SIGCONT);
+  std::this_thread::sleep_for(1s);
+  recording.send("stop");
+  const json::Document completed = recording.waitForEvent("completed");
+  EXPECT_GE(completed.root().member("clock")->member("programDurationMs")->number(), 5000);
+  expectEnd(recording, 0);
+  expectSegments(1);
+}
+
+// Longer than a screen may stand still; what could be recorded is kept, and nothing hangs.
+TEST_F(RecordingSignalsTest, ALongSuspendedRecordingGoesOnOrEndsInOrder) {
+  RecordingProcess recording = record();
+  recording.waitFor("recording");
+  std::this_thread::sleep_for(500ms);
+  signal(recording, SIGSTOP);
+  std::this_thread::sleep_for(9s);
+  signal(recording, SIGCONT);
+  std::this_thread::sleep_for(1500ms);
+  recording.send("stop"); // unread where it has ended by itself
+  std::string last;
+  while (last != "failed" && last != "completed") {
+    const json::Document event = recording.nextEvent();
+    last = event.root().member("event")->string();
+    if (last == "failed") {
+      EXPECT_EQ(event.root().member("error")->member("code")->string(), "recordingScreenStalled");
+    }
+  }
+  expectEnd(recording, last == "failed" ? 1 : 0);
+  expectSegments(1);
+}
+
+} // namespace
+} // namespace tessarin
