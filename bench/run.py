@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
 """Measures the program against peers on this machine.
 
-Usage: run.py BUILD-FOLDER [name...]   names: stills, recording, still-screen, stop, session, loaded, trace, index, and
-stop-long and session-long, which record for ten minutes; default all but the long ones. Prints a line a figure: a ratio or a share, its bound, and whether it holds.
+Usage: run.py BUILD-FOLDER [name...]   names: stills, recording, still-screen, stop, session, loaded, trace, index;
+stop-long and session-long, which record for ten minutes; kills, which kills two hundred recordings. Default all but
+the last three. Prints a line a figure: a ratio or a share, its bound, and whether it holds.
 Exits with 1 when a bound is missed.
 """
 import pathlib
 import sys
 
+import kills
 import recording
 import session
 import stills
@@ -25,12 +27,14 @@ benches = {
     "index": tracing.run_index,
     "stop-long": lambda build, report: recording.run_stop(build, report, seconds=600),
     "session-long": lambda build, report: session.run(build, report, seconds=600),
+    "kills": kills.run,
 }
+by_name_only = ("stop-long", "session-long", "kills")
 
 
 def main():
     build = pathlib.Path(sys.argv[1]).resolve()
-    names = sys.argv[2:] or [name for name in benches if not name.endswith("-long")]
+    names = sys.argv[2:] or [name for name in benches if name not in by_name_only]
     unknown = [name for name in names if name not in benches]
     if unknown:
         sys.exit(f"no such benchmark: {' '.join(unknown)} (there are {', '.join(benches)})")
