@@ -87,6 +87,31 @@ TEST_F(PasswordFocusSearchTest, ATreeWithoutEndEndsTheBeginningAllTheSame) {
   EXPECT_FALSE(focus.isFocused());
 }
 
+// Its window becomes active before it has heard that anybody listens.
+TEST_F(PasswordFocusSearchTest, AnApplicationThatComesLaterIsLookedAtUntilItTellsOfAFocus) {
+  ScriptedAccessible application(bus.address(),
+                                 {{"/windows", {.states = {showing}, .children = {"/password"}}},
+                                  {"/password", {.role = passwordText, .states = {focused, showing}}},
+                                  {"/plain", {.role = text, .states = {focused, showing}}}});
+  focus.begin();
+  application.tellCame();
+  const auto deadline = Clock::now() + milliseconds(3000);
+  while (application.asked("/windows") < 2 && Clock::now() < deadline)
+    std::this_thread::sleep_for(milliseconds(1));
+  EXPECT_GE(application.asked("/windows"), 2);
+  EXPECT_FALSE(focus.isFocused());
+
+  application.change("/windows", {.states = {active, showing}, .children = {"/password"}});
+  EXPECT_TRUE(becomes(true));
+  application.tellFocused("/plain", true);
+  EXPECT_TRUE(becomes(false));
+  std::this_thread::sleep_for(milliseconds(100)); // a look may be under way
+  const int looks = application.asked("/windows");
+  std::this_thread::sleep_for(milliseconds(700));
+  EXPECT_EQ(application.asked("/windows"), looks);
+  EXPECT_FALSE(focus.isFocused());
+}
+
 TEST_F(PasswordFocusSearchTest, AFieldThatLosesTheFocusWithoutAWordIsFoundOutWithinSeconds) {
   ScriptedAccessible application(bus.address(), windowWith({.role = passwordText, .states = {showing}}));
   focus.begin();

@@ -56,6 +56,15 @@ class ScriptedAccessible {
                        "focused", isFocused ? 1 : 0, 0, "i", 0, 0);
     sd_bus_flush(bus_);
   }
+  // As the registry does when an application has come.
+  void tellCame() {
+    const std::lock_guard lock(mutex_);
+    const char* name = nullptr;
+    sd_bus_get_unique_name(bus_, &name);
+    sd_bus_emit_signal(bus_, root, "org.a11y.atspi.Event.Object", "ChildrenChanged", "siiva{sv}", "add", 0, 0,
+                       "(so)", name, root, 0);
+    sd_bus_flush(bus_);
+  }
   // How often an object was asked for its states.
   int asked(const std::string& path) {
     const std::lock_guard lock(mutex_);

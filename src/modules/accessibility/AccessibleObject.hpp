@@ -15,6 +15,9 @@ struct AccessibleObject {
   bool operator==(const AccessibleObject&) const = default;
 };
 
+// What stands for an application as a whole, and in the registry for all of them.
+inline constexpr const char* rootPath = "/org/a11y/atspi/accessible/root";
+
 // The numbers of the bus's protocol for the role and the states that matter here.
 inline constexpr std::uint32_t passwordTextRole = 40;
 enum class AccessibleState : std::uint8_t {

@@ -7,7 +7,6 @@ namespace tessarin::accessibility {
 namespace {
 
 constexpr const char* accessible = "org.a11y.atspi.Accessible";
-constexpr const char* rootPath = "/org/a11y/atspi/accessible/root";
 constexpr std::int32_t matchAll = 1;
 constexpr std::uint32_t canonicalOrder = 1; // from the outside to the inside
 constexpr std::int32_t anyNumber = 0;
@@ -43,6 +42,11 @@ bool readStates(sd_bus_message* reply, StateBits& bits) {
 
 void FocusSearch::start() {
   look({"org.a11y.atspi.Registry", rootPath}, Level::registry);
+  proceed();
+}
+
+void FocusSearch::startIn(const std::string& application) {
+  look({application, rootPath}, Level::application);
   proceed();
 }
 

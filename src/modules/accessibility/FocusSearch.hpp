@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace tessarin::accessibility {
@@ -17,10 +18,10 @@ bool readObjects(sd_bus_message* reply, std::vector<AccessibleObject>& objects);
 // False when the reply is none of states.
 bool readStates(sd_bus_message* reply, StateBits& bits);
 
-// Looks once for what has the focus now: in the active windows of all applications, by asking each window for
-// its focused objects, and where an application cannot search by itself, by walking what is to be seen of the
-// window. Confined to the loop's thread; makes calls until it is done or destroyed, after the bus at the
-// latest.
+// Looks once for what has the focus now: in the active windows of all applications or of one, by asking each
+// window for its focused objects, and where an application cannot search by itself, by walking what is to be
+// seen of the window. Confined to the loop's thread; makes calls until it is done or destroyed, after the bus
+// at the latest.
 class FocusSearch {
  public:
   using Found = std::function<void(const AccessibleObject& field)>;
@@ -30,7 +31,10 @@ class FocusSearch {
   FocusSearch(const FocusSearch&) = delete;
   FocusSearch& operator=(const FocusSearch&) = delete;
 
+  // One of them, once.
   void start();
+  void startIn(const std::string& application);
+  bool isDone() const { return isDone_; }
 
  private:
   enum class Level : std::uint8_t { registry, application, window, part };

@@ -43,8 +43,8 @@ void FocusTracker::applicationGone(const std::string& application) {
 void FocusTracker::foundFocused(const AccessibleObject& object) {
   const auto [entry, isNew] = fields_.try_emplace(object.application);
   Field& field = entry->second;
-  const bool isBetter = field.isFound && field.kind != Kind::password;
-  if (!isNew && !isBetter)
+  const bool isKnown = field.hasFocus && (field.kind == Kind::password || field.path == object.path);
+  if (!isNew && (!field.isFound || isKnown))
     return;
   field = Field{.path = object.path, .isToldFocused = false, .isFound = true};
   ask(object.application, field);

@@ -36,7 +36,8 @@ class FocusTracker {
   void windowChanged(const std::string& application); // one of its windows has got or lost the keyboard
   void applicationGone(const std::string& application);
   // What was found by looking, from the outside to the inside, so that a later find of the same application
-  // is the better one. What the application itself has told meanwhile is newer.
+  // is the better one, but for a password that has the focus. What the application itself has told meanwhile
+  // is newer.
   void foundFocused(const AccessibleObject& field);
 
   // What became of a question. Those that are out of date are ignored.

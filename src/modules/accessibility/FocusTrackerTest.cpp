@@ -121,6 +121,24 @@ TEST_F(FocusTrackerTest, ALaterFindIsTheBetterOneButForAPassword) {
   EXPECT_TRUE(tracker.isPasswordFocused());
 }
 
+TEST_F(FocusTrackerTest, WhatIsFoundAgainIsAskedAgainOnlyWhenItHadLostTheFocus) {
+  tracker.foundFocused(plain);
+  answer(plain, isFocusedPlain);
+  tracker.foundFocused(plain);
+  EXPECT_EQ(asked.size(), 1U);
+  EXPECT_FALSE(tracker.isPasswordFocused());
+
+  tracker.foundFocused(password);
+  answer(password, isPasswordWithoutFocus);
+  EXPECT_FALSE(tracker.isPasswordFocused());
+  tracker.foundFocused(password);
+  EXPECT_TRUE(tracker.isPasswordFocused());
+  answer(password, isFocusedPassword);
+  tracker.foundFocused(password);
+  EXPECT_EQ(asked.size(), 3U);
+  EXPECT_TRUE(tracker.isPasswordFocused());
+}
+
 TEST_F(FocusTrackerTest, WhatTheApplicationTellsIsNewerThanWhatIsFound) {
   tracker.focusGained(plain);
   answer(plain, isFocusedPlain);

@@ -10,6 +10,9 @@ namespace {
 
 // How often a field for secrets is asked whether it still has the focus.
 constexpr std::uint64_t checkMicroseconds = 1'000'000;
+// How often an application that has come is looked at, and how many times.
+constexpr std::uint64_t lookMicroseconds = 200'000;
+constexpr int mostLooks = 50;
 // Starting the accessibility bus when it is first asked for may take a while on a busy machine.
 constexpr std::chrono::seconds startPatience{25};
 
@@ -95,6 +98,8 @@ void FocusWatch::listen() {
                [this](sd_bus_message* signal) { ownerChanged(signal); });
   bus_->listen(eventRule("Object", "StateChanged", ",arg0='focused'"), onFocus);
   bus_->listen(eventRule("Object", "PropertyChange", ",arg0='accessible-role'"), onKind);
+  bus_->listen(eventRule("Object", "ChildrenChanged", std::string(",arg0='add',path='") + rootPath + "'"),
+               [this](sd_bus_message* signal) { applicationCame(signal); });
   bus_->listen(eventRule("Window", "Activate"), onWindow);
   bus_->listen(eventRule("Window", "Deactivate"), onWindow);
   for (const char* const event : {"object:state-changed:focused", "object:property-change:accessible-role",
@@ -147,15 +152,59 @@ void FocusWatch::concluded(Outcome outcome, std::uint64_t question, std::optiona
   settle();
 }
 
+// The registry tells so of each application, whether anybody has registered for it or not.
+void FocusWatch::applicationCame(sd_bus_message* signal) {
+  const char* change = nullptr;
+  std::int32_t ignored = 0;
+  const char* application = nullptr;
+  const char* path = nullptr;
+  if (sd_bus_message_read(signal, "sii", &change, &ignored, &ignored) < 0 ||
+      sd_bus_message_read(signal, "v", "(so)", &application, &path) < 0 || std::strcmp(path, rootPath) != 0)
+    return;
+  newcomers_[application].looksLeft = mostLooks;
+  lookAtNewcomers();
+  sd_event_source_set_enabled(timer_.get(), SD_EVENT_OFF); // it may be set for later
+  settle();
+}
+
+// A search is kept until it is done, also when no other follows.
+void FocusWatch::lookAtNewcomers() {
+  std::erase_if(newcomers_, [](const auto& entry) {
+    return entry.second.looksLeft == 0 && entry.second.search && entry.second.search->isDone();
+  });
+  for (auto& [application, newcomer] : newcomers_) {
+    if (newcomer.looksLeft == 0 || (newcomer.search && !newcomer.search->isDone()))
+      continue;
+    --newcomer.looksLeft;
+    newcomer.search = std::make_unique<FocusSearch>(
+        *bus_,
+        [this](const AccessibleObject& field) {
+          tracker_.foundFocused(field);
+          settle();
+        },
+        [] {});
+    newcomer.search->startIn(application);
+  }
+}
+
+// Looks at it no more.
+void FocusWatch::leaveAlone(const std::string& newcomer) {
+  if (const auto known = newcomers_.find(newcomer); known != newcomers_.end())
+    known->second.looksLeft = 0;
+}
+
 void FocusWatch::focusEvent(sd_bus_message* signal) {
   const char* state = nullptr;
   std::int32_t isGained = 0;
   if (sd_bus_message_read(signal, "si", &state, &isGained) < 0)
     return;
-  if (isGained != 0)
-    tracker_.focusGained(subject(signal));
-  else
-    tracker_.focusLost(subject(signal));
+  const AccessibleObject field = subject(signal);
+  if (isGained != 0) {
+    tracker_.focusGained(field);
+    leaveAlone(field.application);
+  } else {
+    tracker_.focusLost(field);
+  }
   settle();
 }
 
@@ -166,6 +215,7 @@ void FocusWatch::ownerChanged(sd_bus_message* signal) {
   if (sd_bus_message_read(signal, "sss", &name, &before, &after) < 0 || *after != '\0')
     return;
   tracker_.applicationGone(name);
+  leaveAlone(name);
   settle();
 }
 
@@ -183,9 +233,10 @@ void FocusWatch::settle() {
     reports_.known();
   }
   int enabled = SD_EVENT_OFF;
-  if (tracker_.needsChecking() && sd_event_source_get_enabled(timer_.get(), &enabled) >= 0 &&
-      enabled == SD_EVENT_OFF) {
-    sd_event_source_set_time_relative(timer_.get(), checkMicroseconds);
+  if ((tracker_.needsChecking() || !newcomers_.empty()) &&
+      sd_event_source_get_enabled(timer_.get(), &enabled) >= 0 && enabled == SD_EVENT_OFF) {
+    sd_event_source_set_time_relative(timer_.get(),
+                                      newcomers_.empty() ? checkMicroseconds : lookMicroseconds);
     sd_event_source_set_enabled(timer_.get(), SD_EVENT_ONESHOT);
   }
 }
@@ -193,6 +244,7 @@ void FocusWatch::settle() {
 int FocusWatch::checkDue(sd_event_source*, std::uint64_t, void* self) {
   auto* const watch = static_cast<FocusWatch*>(self);
   watch->tracker_.checkAll();
+  watch->lookAtNewcomers();
   watch->settle();
   return 0;
 }

@@ -5,6 +5,7 @@
 #include "modules/accessibility/FocusTracker.hpp"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,6 +14,9 @@ namespace tessarin::accessibility {
 
 // Follows the focus on the accessibility bus, which the session's bus tells, from a first look on. Confined
 // to the loop's thread; works when the loop is turned and never waits.
+//
+// An application that comes later may have its window active before it has heard that anybody listens, and
+// then tells nothing of it. So it is looked at for a while, until it tells of a focus.
 //
 // It registers with the bus for the events that it needs, which is what makes most toolkits send any, and
 // changes no setting of the session. When the accessibility bus goes, its applications have lost it for good
@@ -35,6 +39,11 @@ class FocusWatch {
     void operator()(sd_event_source* source) const noexcept { sd_event_source_disable_unref(source); }
   };
 
+  struct Newcomer {
+    int looksLeft = 0;
+    std::unique_ptr<FocusSearch> search;
+  };
+
   bool askAddress();
   bool connect(const std::string& address);
   void listen();
@@ -42,6 +51,9 @@ class FocusWatch {
   bool inspect(const AccessibleObject& field, std::uint64_t question);
   void inspectStates(const AccessibleObject& field, std::uint64_t question, bool isPassword);
   void concluded(Outcome outcome, std::uint64_t question, std::optional<FieldAnswer> answer);
+  void applicationCame(sd_bus_message* signal);
+  void lookAtNewcomers();
+  void leaveAlone(const std::string& newcomer);
   void focusEvent(sd_bus_message* signal);
   void ownerChanged(sd_bus_message* signal);
   void lost();
@@ -55,7 +67,9 @@ class FocusWatch {
   bool isSearched_ = false; // the first look is over
   std::unique_ptr<sd_event_source, TimerDeleter> timer_;
   std::unique_ptr<AsyncBus> session_;
-  std::unique_ptr<FocusSearch> search_; // outlives the bus, whose answers refer to it
+  // Searches outlive the bus, whose answers refer to them.
+  std::unique_ptr<FocusSearch> search_;
+  std::map<std::string, Newcomer> newcomers_; // by application
   std::unique_ptr<AsyncBus> bus_;
 };
 
