@@ -32,7 +32,7 @@ bool becomes(PasswordFocus& focus, bool expected, milliseconds limit = seconds(5
 
 // Whether it stays so, for longer than a field is left without being asked again.
 bool stays(PasswordFocus& focus, bool expected) {
-  return !becomes(focus, !expected, milliseconds(2500));
+  return !becomes(focus, !expected, milliseconds(1500));
 }
 
 std::size_t threadsOfThis() {
@@ -190,7 +190,7 @@ TEST_F(PasswordFocusTest, AnApplicationThatHangsSaysNothingUntilItAnswersAgain) 
   TestEntry entry(accessible, "password");
   focus.begin();
   EXPECT_TRUE(focus.isFocused());
-  entry.command("hang 7000");
+  entry.command("hang 5500");
   EXPECT_FALSE(becomes(focus, false, milliseconds(2500)));
   EXPECT_TRUE(becomes(focus, false, seconds(4)));
   EXPECT_TRUE(becomes(focus, true, seconds(8)));

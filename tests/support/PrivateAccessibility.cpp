@@ -1,6 +1,9 @@
 #include "support/PrivateAccessibility.hpp"
 
+#include <poll.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <fstream>
@@ -38,13 +41,15 @@ pid_t childOf(pid_t parent) {
   return -1;
 }
 
-bool isGoneBefore(pid_t process, Clock::time_point deadline) {
-  while (::kill(process, 0) == 0) {
-    if (Clock::now() > deadline)
-      return false;
-    std::this_thread::sleep_for(milliseconds(5));
-  }
-  return true;
+// Whether the process ends in time. Whoever has inherited it may leave it unreaped for long after that.
+bool endsWithin(pid_t process, seconds limit) {
+  const auto handle = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
+  if (handle < 0)
+    return true; // gone already
+  pollfd end{handle, POLLIN, 0};
+  const bool hasEnded = poll(&end, 1, static_cast<int>(milliseconds(limit).count())) > 0;
+  close(handle);
+  return hasEnded;
 }
 
 } // namespace
@@ -61,7 +66,7 @@ PrivateAccessibility::PrivateAccessibility(const PrivateDesktop& desktop) : desk
 PrivateAccessibility::~PrivateAccessibility() {
   answerAgain();
   launcher_->end(SIGTERM);
-  if (!isGoneBefore(bus_, Clock::now() + seconds(3)))
+  if (!endsWithin(bus_, seconds(3)))
     kill();
 }
 
