@@ -1,0 +1,191 @@
+#include "PanelInputFixture.hpp"
+
+#include <chrono>
+#include <csignal>
+
+namespace tessarin {
+namespace {
+
+class PanelKeyboard : public PanelInput {};
+
+constexpr std::uint8_t keyA = 38;
+
+TEST_F(PanelKeyboard, APressBringsTheKeyboardAndThePointersLeaveGivesItBack) {
+  begin();
+  Neighbour other(desktop->display(), {300, 300, 100, 100});
+  other.takeFocus();
+  const auto tested = shownPanel({100, 100, 80, 60});
+  EXPECT_EQ(focus(), other.window()); // showing a panel takes nothing
+  hands->moveTo(120, 130);
+  hands->pressKey(keyA);
+  hands->releaseKey(keyA);
+  EXPECT_TRUE(isTold(*tested, {}));
+  EXPECT_EQ(other.told(), Told{"key 38"});
+
+  hands->press();
+  hands->release();
+  ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
+  EXPECT_EQ(focus(), tested->id());
+  tested->forget();
+  for (const std::uint8_t keycode : {std::uint8_t{113}, keyA}) {
+    hands->pressKey(keycode);
+    hands->releaseKey(keycode);
+  }
+  EXPECT_TRUE(isTold(*tested, {"key 105", "key 30"}));
+  EXPECT_EQ(other.told(), Told{"key 38"});
+
+  hands->moveTo(10, 10);
+  EXPECT_TRUE(eventually([&] { return focus() == other.window(); }));
+  hands->pressKey(keyA);
+  hands->releaseKey(keyA);
+  EXPECT_TRUE(eventually([&] { return other.told() == Told{"key 38", "key 38"}; }));
+}
+
+TEST_F(PanelKeyboard, RepetitionsOfAKeyAreToldToo) {
+  begin();
+  const auto tested = shownPanel({100, 100, 80, 60});
+  click();
+  ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
+  tested->forget();
+  hands->pressKey(113); // an arrow, which servers repeat after some 0.6 s
+  EXPECT_TRUE(eventually([&] { return tested->told().size() >= 3; }));
+  hands->releaseKey(113);
+  for (const auto& each : tested->told())
+    EXPECT_EQ(each, "key 105");
+}
+
+TEST_F(PanelKeyboard, TheKeyboardStaysWhileTheButtonIsDownAndGoesWithItBeyondThePanel) {
+  begin();
+  Neighbour other(desktop->display(), {300, 300, 100, 100});
+  other.takeFocus();
+  const auto tested = shownPanel({100, 100, 80, 60});
+  hands->moveTo(120, 130);
+  hands->press();
+  hands->moveTo(10, 10);
+  ASSERT_TRUE(isTold(*tested, {"down 120,130", "drag 10,10"}));
+  EXPECT_EQ(focus(), tested->id());
+  hands->release();
+  EXPECT_TRUE(eventually([&] { return focus() == other.window(); }));
+}
+
+TEST_F(PanelKeyboard, TheKeyboardIsNotTakenFromWhoeverGotItMeanwhile) {
+  begin();
+  Neighbour first(desktop->display(), {300, 300, 100, 100});
+  Neighbour second(desktop->display(), {420, 300, 100, 100});
+  first.takeFocus();
+  const auto tested = shownPanel({100, 100, 80, 60});
+  click();
+  ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
+  second.takeFocus();
+  hands->moveTo(10, 10);
+  settle();
+  EXPECT_EQ(focus(), second.window());
+}
+
+TEST_F(PanelKeyboard, TheKeyboardIsGivenBackToTheFirstOwnerThroughSeveralPanels) {
+  begin();
+  Neighbour other(desktop->display(), {300, 300, 100, 100});
+  other.takeFocus();
+  const auto left = shownPanel({100, 100, 80, 60});
+  const auto right = shownPanel({180, 100, 80, 60});
+  for (const int x : {120, 200}) {
+    hands->moveTo(x, 130);
+    hands->press();
+    hands->release();
+    settle();
+  }
+  EXPECT_EQ(focus(), right->id());
+  hands->moveTo(10, 10);
+  EXPECT_TRUE(eventually([&] { return focus() == other.window(); }));
+}
+
+TEST_F(PanelKeyboard, TheKeyboardComesBackWhenThePanelIsHiddenOrClosed) {
+  begin();
+  Neighbour other(desktop->display(), {300, 300, 100, 100});
+  other.takeFocus();
+  auto tested = shownPanel({100, 100, 80, 60});
+  click();
+  EXPECT_EQ(focus(), tested->id());
+  tested->setFrame({});
+  EXPECT_TRUE(eventually([&] { return focus() == other.window(); }));
+  tested->setFrame({100, 100, 80, 60});
+  ASSERT_TRUE(becomes(110, 110, 0x00FF00));
+  click();
+  EXPECT_EQ(focus(), tested->id());
+  tested.reset();
+  EXPECT_TRUE(eventually([&] { return focus() == other.window(); }));
+}
+
+TEST_F(PanelKeyboard, AClosedPanelTakesTheKeyboardFromNobody) {
+  begin();
+  Neighbour first(desktop->display(), {300, 300, 100, 100});
+  Neighbour second(desktop->display(), {420, 300, 100, 100});
+  first.takeFocus();
+  auto tested = shownPanel({100, 100, 80, 60});
+  click();
+  ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
+  second.takeFocus();
+  tested.reset();
+  settle();
+  EXPECT_EQ(focus(), second.window());
+}
+
+TEST_F(PanelKeyboard, APanelWithTheKeyboardIsClosedSoonThoughTheServerHangs) {
+  begin();
+  Neighbour other(desktop->display(), {300, 300, 100, 100});
+  other.takeFocus();
+  auto tested = shownPanel({100, 100, 80, 60});
+  click();
+  ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
+  EXPECT_EQ(focus(), tested->id());
+  ASSERT_EQ(kill(desktop->serverPid(), SIGSTOP), 0);
+  const auto before = std::chrono::steady_clock::now();
+  tested.reset();
+  const auto elapsed = std::chrono::steady_clock::now() - before;
+  kill(desktop->serverPid(), SIGCONT);
+  EXPECT_LT(elapsed, std::chrono::seconds(3));
+  // The server does not read what was asked of it last, and ends the window by itself.
+  EXPECT_TRUE(eventually([&] { return focus() == XCB_INPUT_FOCUS_POINTER_ROOT; }));
+}
+
+TEST_F(PanelKeyboard, TheKeyboardGoesToThePointerWhenItsOwnerIsGoneBeforeThePanel) {
+  begin();
+  Neighbour other(desktop->display(), {300, 300, 100, 100});
+  other.takeFocus();
+  auto tested = shownPanel({100, 100, 80, 60});
+  click();
+  EXPECT_EQ(focus(), tested->id());
+  other.destroy();
+  tested.reset();
+  EXPECT_TRUE(eventually([&] { return focus() == XCB_INPUT_FOCUS_POINTER_ROOT; }));
+}
+
+TEST_F(PanelKeyboard, TheKeyboardGoesToThePointerWhenItsOwnerIsGone) {
+  begin();
+  Neighbour other(desktop->display(), {300, 300, 100, 100});
+  other.takeFocus();
+  const auto tested = shownPanel({100, 100, 80, 60});
+  click();
+  other.destroy();
+  hands->moveTo(10, 10);
+  EXPECT_TRUE(eventually([&] { return focus() == XCB_INPUT_FOCUS_POINTER_ROOT; }));
+}
+
+TEST_F(PanelKeyboard, WorksUnderAWindowManager) {
+  begin({.width = 640, .height = 480, .hasWindowManager = true, .hasCompositingManager = true});
+  const auto client = desktop->client({"--at", "300,200", "--size", "200x150", "--colour", "ffff0000"});
+  desktop->run({"xdotool", "windowactivate", "--sync", client->windowID()});
+  const auto active = desktop->run({"xdotool", "getactivewindow"});
+  const auto before = focus();
+  const auto tested = shownPanel({100, 100, 80, 60});
+  EXPECT_EQ(desktop->run({"xdotool", "getactivewindow"}), active);
+  EXPECT_EQ(focus(), before);
+  click();
+  ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
+  EXPECT_EQ(focus(), tested->id());
+  hands->moveTo(10, 10);
+  EXPECT_TRUE(eventually([&] { return focus() == before; }));
+}
+
+} // namespace
+} // namespace tessarin
