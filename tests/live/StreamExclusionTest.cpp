@@ -36,10 +36,10 @@ class StreamExclusion : public Stream {
     filter.excludedApplications.push_back({"", process, ""});
   }
 
-  // Runs the motion, a step of it at a time, for about two seconds.
-  static void during(const std::function<void(int)>& motion) {
+  // Runs the motion, a step of it at a time: all of them take about two seconds.
+  static void during(const std::function<void(int)>& motion, int count = steps) {
     auto next = std::chrono::steady_clock::now();
-    for (int i = 0; i < steps; ++i) {
+    for (int i = 0; i < count; ++i) {
       motion(i);
       next += step;
       std::this_thread::sleep_until(next);
@@ -257,6 +257,31 @@ TEST_F(StreamExclusion, WaitsForWindowsWithoutABackgroundThatComeUpInFrontOfAPan
   expectNoPanelAnywhere();
 }
 
+// Which is known only by waiting for a sixth of a second.
+TEST_F(StreamExclusion, APictureThatHadToWaitForAWindowHasTheTimeAtWhichItWasTaken) {
+  start();
+  open({"--style", "override", "--paint", "counter", "--size", "320x200"});
+  open({"--style", "override", "--colour", "ff204060", "--size", "200x150", "--at", "400,300"});
+  PanelWindow panel(desktop->display(), {420, 320, 150, 100});
+  exclude();
+  beginStream();
+  ASSERT_TRUE(receiver->hasCome(20));
+  panel.show();
+  const auto shown = receiver->count();
+  ASSERT_TRUE(receiver->hasCome(shown + 30));
+  stream->stopCapture();
+  std::int64_t longestGap = 0;
+  const auto deliveries = receiver->deliveries();
+  for (std::size_t i = 1; i < deliveries.size(); ++i) {
+    const auto age = std::chrono::nanoseconds(deliveries[i].arrival.time_since_epoch()).count() -
+                     deliveries[i].time.convertedTo(MediaTime::nanosecondScale).value();
+    EXPECT_LT(age / 1'000'000, 140) << "picture " << i;
+    longestGap = std::max(longestGap, (deliveries[i].time - deliveries[i - 1].time).wholeMilliseconds());
+  }
+  EXPECT_GE(longestGap, 130); // there was such a picture
+  expectNoPanelAnywhere();
+}
+
 TEST_F(StreamExclusion, LeavesAPanelOutAlsoWhenTheScreenIsRearranged) {
   start();
   open(photo);
@@ -315,7 +340,7 @@ class StreamExclusionComposited : public StreamExclusion, public ::testing::With
   Pixels settledScreen() const {
     auto last = screen();
     for (int equal = 0; equal < 4;) {
-      std::this_thread::sleep_for(100ms);
+      std::this_thread::sleep_for(50ms);
       auto now = screen();
       equal = areSame(now, last) ? equal + 1 : 0;
       last = std::move(now);
@@ -345,7 +370,7 @@ TEST_P(StreamExclusionComposited, NeverShowsAPanelOrItsShadowHoweverItComesAndMo
   exclude();
   beginStream();
   ASSERT_TRUE(receiver->hasCome(1));
-  during([&](int) { panel.repaint(); });
+  during([&](int) { panel.repaint(); }, steps / 2);
   EXPECT_EQ(receiver->count(), 1U);
   during([&](int i) { wander(panel, i); });
   for (int i = 0; i < 3; ++i) {
@@ -357,7 +382,7 @@ TEST_P(StreamExclusionComposited, NeverShowsAPanelOrItsShadowHoweverItComesAndMo
     std::this_thread::sleep_for(150ms);
   }
   panel.hide();
-  std::this_thread::sleep_for(1500ms); // to the last look at it
+  std::this_thread::sleep_for(1200ms); // to the last look at it, a second later
   expectOnly(plain);
   EXPECT_EQ(receiver->count(), 1U);
   EXPECT_TRUE(areSame(screen(), plain));
@@ -391,19 +416,16 @@ TEST_P(StreamExclusionComposited, OutlastsTheCompositingManagersBeginningAndEnd)
   exclude();
   beginStream();
   ASSERT_TRUE(receiver->hasCome(1));
+  const auto wanderLater = [&](int i) {
+    if (i > 15) {
+      wander(panel, i);
+    }
+  };
   for (int round = 0; round < 2; ++round) {
     compose();
-    during([&](int i) {
-      if (i > 30) {
-        wander(panel, i);
-      }
-    });
+    during(wanderLater, steps / 2);
     manager->end(round == 0 ? SIGTERM : SIGKILL);
-    during([&](int i) {
-      if (i > 30) {
-        wander(panel, i);
-      }
-    });
+    during(wanderLater, steps / 2);
   }
   expectNoPanelAnywhere();
   EXPECT_TRUE(receiver->becomes([&](const Pixels& pixels) { return bool(areSame(pixels, plain)); }));

@@ -21,6 +21,7 @@ class StreamReceiver final : public ScreenSampleOutput {
     Pixels pixels;
     std::optional<std::uint32_t> number; // of a frame counter at the top left
     MediaTime time;
+    std::chrono::steady_clock::time_point arrival;
   };
 
   explicit StreamReceiver(bool keepsPixels = true) : keepsPixels_(keepsPixels) {}
@@ -34,8 +35,9 @@ class StreamReceiver final : public ScreenSampleOutput {
       changed_.notify_all();
       return;
     }
+    const auto arrival = std::chrono::steady_clock::now();
     Delivery delivery{keepsPixels_ ? pixelsOf(sample.image->view) : Pixels(),
-                      frameCounter::read(sample.image->view), sample.presentationTime};
+                      frameCounter::read(sample.image->view), sample.presentationTime, arrival};
     const std::lock_guard lock(mutex_);
     deliveries_.push_back(std::move(delivery));
     if (isHolding_) {

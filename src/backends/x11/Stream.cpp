@@ -151,8 +151,7 @@ class X11ScreenStream final : public ScreenStream {
       const bool isDue = !outputs_.isEmpty() && (capture_->hasChanged() || capture_->hasPresent());
       const auto tick = ticks.tickAt(now());
       if (isDue && tick > lastTick) {
-        sample(ticks, tick);
-        lastTick = tick;
+        lastTick = sample(ticks, tick);
         continue;
       }
       if (isDue) {
@@ -164,14 +163,19 @@ class X11ScreenStream final : public ScreenStream {
     }
   }
 
-  void sample(const StreamTicks& ticks, std::int64_t tick) {
-    const auto presentationTime = MediaTime::nanoseconds(ticks.stamp(tick));
-    const auto picture = [this] { return capture_->present(); };
+  // Yields the tick that was sampled in the end.
+  std::int64_t sample(const StreamTicks& ticks, std::int64_t tick) {
+    const auto deliver = [&](bool isUnchanged) {
+      outputs_.deliver([this] { return capture_->present(); }, MediaTime::nanoseconds(ticks.stamp(tick)),
+                       isUnchanged);
+    };
     if (capture_->hasChanged() && capture_->takePicture()) {
-      outputs_.deliver(picture, presentationTime, false);
+      tick = std::max(tick, ticks.tickAt(capture_->readAt()));
+      deliver(false);
     } else if (capture_->hasPresent()) {
-      outputs_.deliver(picture, presentationTime, true);
+      deliver(true);
     }
+    return tick;
   }
 
   std::int64_t now() const { return clock_.now().convertedTo(MediaTime::nanosecondScale).value(); }

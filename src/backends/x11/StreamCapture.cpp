@@ -238,6 +238,7 @@ bool StreamCapture::takePicture() {
 }
 
 bool StreamCapture::readPicture(const PixelRect& wanted) {
+  readAt_ = nanoseconds(clock_);
   source_->request(wanted, buffers_->buffer(), buffers_->canvas());
   if (cursor_) {
     cursor_->request();

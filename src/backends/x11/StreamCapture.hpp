@@ -38,6 +38,10 @@ class StreamCapture {
   // Throws DesktopFailure and CaptureFailure.
   bool takePicture();
 
+  // Host time at which the reading of the last picture that was taken began: later than takePicture() did
+  // when windows had to be waited for.
+  std::int64_t readAt() const { return readAt_; }
+
   bool hasPresent() const { return buffers_->hasPresent(); }
   Picture present() { return buffers_->present(); }
 
@@ -62,9 +66,10 @@ class StreamCapture {
   std::unique_ptr<StreamSource> source_;
   std::unique_ptr<StreamBuffers> buffers_;
   std::optional<Cursor> cursor_;
-  PixelRect presentPointer_;  // where the present picture shows the pointer, in the picture's coordinates
-  PixelRect readPointer_;     // the same for the picture that was read last
-  std::int64_t lastLook_ = 0; // at the pointer
+  PixelRect presentPointer_; // where the present picture shows the pointer, in the picture's coordinates
+  PixelRect readPointer_;    // the same for the picture that was read last
+  std::int64_t readAt_ = 0;
+  std::int64_t lastLook_ = 0;         // at the pointer
   std::int64_t lastSilentMotion_ = 0; // of the pointer
   bool hasEnded_ = false;
   bool hasChanged_ = true;
