@@ -24,6 +24,8 @@ constexpr std::int64_t idleIntervalMs = 500;
 // Clicks of one button so close in time and place are one click that was seen twice.
 constexpr std::int64_t oneClickMs = 81;
 constexpr double oneClickDistance = 0.01;
+// Sources may know the moment of a press in whole milliseconds only, rounded down.
+constexpr MediaTime pressGrain = MediaTime::milliseconds(1);
 constexpr MediaTime badgeDuration = MediaTime::milliseconds(1500);
 
 double distance(const NormalizedVideoPointDTO& a, const NormalizedVideoPointDTO& b) {
@@ -101,7 +103,7 @@ void InteractionEventRecorder::startSegment(std::int64_t activeDurationMs,
       return;
     const MediaTime now = clock_.now();
     segment_ = {std::max<std::int64_t>(activeDurationMs, 0),
-                epochHostTimeNs ? hostTimeOf(*epochHostTimeNs) : now, now};
+                epochHostTimeNs ? hostTimeOf(*epochHostTimeNs) : now, now - pressGrain};
     ++segmentNumber_;
     lastCursor_.reset();
     lastClick_.reset();
@@ -243,7 +245,7 @@ void InteractionEventRecorder::recordClick(const ButtonPress& press) {
     return;
   const MediaTime moment = momentOf(press.hostTime);
   const std::lock_guard guard(lock_);
-  if (segment_ && moment >= segment_->begunAt)
+  if (segment_ && moment > segment_->begunAt)
     filterClickLocked(press.button, *point, timestampMsLocked(moment));
 }
 
@@ -276,7 +278,7 @@ void InteractionEventRecorder::recordShortcut(const KeyPress& press) {
   std::optional<RecordingShortcutUpdate> update;
   {
     const std::lock_guard guard(lock_);
-    if (!segment_ || writer_.hasFailed() || moment < segment_->begunAt)
+    if (!segment_ || writer_.hasFailed() || moment <= segment_->begunAt)
       return;
     update = keys ? shortcutUpdateLocked(std::move(*keys), moment) : clearingUpdateLocked();
   }

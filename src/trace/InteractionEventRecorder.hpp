@@ -72,7 +72,7 @@ class InteractionEventRecorder {
   struct Segment {
     std::int64_t baseMs = 0; // active time at its start
     MediaTime epoch;         // host time at which that was
-    MediaTime begunAt;       // host time from which on events are recorded
+    MediaTime begunAt;       // presses stamped with a later host time are recorded
   };
   struct LastCursor {
     NormalizedVideoPointDTO point;

@@ -262,10 +262,11 @@ TEST_F(InteractionEventRecorderClickTest, DropsAPressFromBeforeTheSegment) {
   recorder->startSegment(0, static_cast<std::uint64_t>((clock.elapsed() - 100ms).count()));
   const MediaTime start = clock.now();
   clock.advance(50ms);
-  recorder->recordClick({left, {100, 200}, start - MediaTime::nanoseconds(1)});
+  recorder->recordClick({left, {100, 200}, start - MediaTime::milliseconds(1)});
   EXPECT_EQ(times(), Times{});
-  recorder->recordClick({left, {100, 200}, start});
-  EXPECT_EQ(times(), Times{100});
+  // This may be the segment's first moment in whole milliseconds, rounded down.
+  recorder->recordClick({left, {100, 200}, start - MediaTime::nanoseconds(999'999)});
+  EXPECT_EQ(times(), Times{99});
 }
 
 TEST_F(InteractionEventRecorderClickTest, StampsAPressOfUnknownTimeAtItsArrival) {
