@@ -1,6 +1,8 @@
 #include "live/InteractionTesting.hpp"
 
 #include <array>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 
 namespace tessarin {
@@ -243,6 +245,37 @@ TEST_F(InteractionSecrecy, AGrabOfThePointerIsNone) {
   EXPECT_FALSE(source->isSecureInput());
   input->click();
   EXPECT_EQ(presses.buttons(1).size(), 1U);
+}
+
+// How often the thread that watches has gone to sleep so far.
+long sleepsOfTheWatch() {
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream status(task.path() / "status");
+    std::string name;
+    std::string word;
+    long count = 0;
+    while (status >> word)
+      if (word == "Name:")
+        status >> name;
+      else if (word == "voluntary_ctxt_switches:")
+        status >> count;
+    if (name == "input-watch")
+      return count;
+  }
+  return -1;
+}
+
+TEST_F(InteractionSecrecy, WhetherAGrabHasEndedIsAskedNowAndThen) {
+  start();
+  watch();
+  holder->command("grab");
+  EXPECT_TRUE(isSecret());
+  const long before = sleepsOfTheWatch();
+  ASSERT_GE(before, 0);
+  std::this_thread::sleep_for(1s);
+  const long asked = sleepsOfTheWatch() - before;
+  EXPECT_GE(asked, 3);
+  EXPECT_LE(asked, 100) << "a question is put ten times a second, and each wakes the thread a few times";
 }
 
 // This process is the recorder here, and the connection one of its panels'.

@@ -37,7 +37,6 @@ InputRecord::InputRecord(const DisplayServer& server, InputKinds kinds)
   createContext(kinds);
   awaitBegin();
   selectRawEvents(kinds);
-  control_->setPatience(std::nullopt); // the owner cuts it
 }
 
 // The context ends with the connection that created it.

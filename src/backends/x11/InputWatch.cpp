@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <utility>
@@ -11,7 +12,7 @@ namespace tessarin::x11 {
 namespace {
 
 // How often it is asked whether a keyboard that was taken still is.
-constexpr int askingMilliseconds = 100;
+constexpr MediaTime askingInterval = MediaTime::milliseconds(100);
 constexpr int withoutEnd = -1;
 constexpr int preparingMilliseconds = 50;
 constexpr std::chrono::seconds longestPreparation(10);
@@ -26,6 +27,7 @@ InputWatch::InputWatch(const DisplayServer& server, double scale, const HostCloc
       keyboardState_(handlers_.onKey ? std::make_shared<KeyboardState>() : nullptr) {
   readButtonMapping();
   prepare();
+  record_.control().setPatience(std::nullopt); // end() cuts it
   thread_ = std::thread([this] { run(); });
 }
 
@@ -66,16 +68,34 @@ void InputWatch::run() {
   try {
     while (!isStopping_) {
       takeAll();
-      const bool asks = keyboard_ && keyboard_->isHeld();
-      record_.wait(asks ? askingMilliseconds : withoutEnd);
-      if (asks)
-        keyboard_->ask();
+      record_.wait(longestWait());
+      askWhenDue();
     }
   } catch (const DesktopFailure&) {
     // The server is lost, or this was stopped: nothing more is told.
   }
   if (keyboardState_)
     keyboardState_->isWatched = false;
+}
+
+// In milliseconds: until it is time to ask again, while somebody has the keyboard.
+int InputWatch::longestWait() {
+  if (!keyboard_ || !keyboard_->isHeld()) {
+    asksAt_ = MediaTime();
+    return withoutEnd;
+  }
+  const MediaTime now = clock_.now();
+  if (!asksAt_.isNumeric())
+    asksAt_ = now + askingInterval;
+  return static_cast<int>(std::max(asksAt_ - now, MediaTime::zero()).wholeMilliseconds()) + 1;
+}
+
+// What the wait brought says nothing of this: the answers themselves end waits.
+void InputWatch::askWhenDue() {
+  if (!asksAt_.isNumeric() || clock_.now() < asksAt_)
+    return;
+  asksAt_ = MediaTime();
+  keyboard_->ask();
 }
 
 // Reading one of the connections may take in what the other's wait would have told of, so that both are read

@@ -43,6 +43,8 @@ class InputWatch final : public InteractionMonitor {
   void end();
   void prepare();
   void run();
+  int longestWait();
+  void askWhenDue();
   void takeAll();
   bool takeNotices();
   void readButtonMapping();
@@ -59,6 +61,7 @@ class InputWatch final : public InteractionMonitor {
   InputRecord record_; // but for cut()
   const ServerTimes times_;
   std::optional<InputKeyboard> keyboard_;
+  MediaTime asksAt_;                        // host time; not numeric when nothing is to be asked
   std::vector<std::uint8_t> buttonMapping_; // logical numbers, the first for button 1
 
   bool isTelling_ = false; // from when the thread runs
