@@ -13,7 +13,9 @@ namespace tessarin::x11 {
 namespace {
 
 // Readings are made one after the other on a connection that is opened with the first. Presses are not
-// counted for them: where there is a monitor it tells each, and where there is none nothing could count.
+// counted for them: where there is a monitor it tells each when and where it was, and a reading that comes
+// late, or of a pointer that has moved on, would tell it as another one; where there is none nothing could
+// count.
 class ServerInteractionSource final : public InteractionSource {
  public:
   ServerInteractionSource(std::shared_ptr<const DisplayServer> server, const HostClock& clock,
