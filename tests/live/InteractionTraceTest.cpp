@@ -40,7 +40,6 @@ class InteractionTrace : public InteractionFixture {
         *source, clock, machineFileSystem(), [](const std::string& label) { return makeThreadQueue(label); });
     recorder->startObserving();
     recorder->startSegment(0, std::nullopt);
-    std::this_thread::sleep_for(2ms); // times of presses are whole milliseconds, rounded down
   }
 
   // Waits until a badge with these keys was to be shown: all that was typed before has been dealt with.
