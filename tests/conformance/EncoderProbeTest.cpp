@@ -59,6 +59,19 @@ TEST(EncoderProbe, believesTheRealProgram) {
 }
 
 // A device that is none: the real program finds that out, and ends.
+// The program holds back the signals that ask it to end while it records; what it starts takes them.
+TEST(EncoderProbe, lendsItsProgramNothingOfItsSignalMask) {
+  const FakeProgram program(R"(grep -q '^SigBlk:\s*0*$' /proc/self/status)");
+  sigset_t held;
+  sigset_t before;
+  sigemptyset(&held);
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+    sigaddset(&held, signal);
+  ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &held, &before), 0);
+  EXPECT_TRUE(works(program.directory(), "libx264"));
+  ASSERT_EQ(pthread_sigmask(SIG_SETMASK, &before, nullptr), 0);
+}
+
 TEST(EncoderProbe, refusesHardwareThatOnlySeemsToBeThere) {
   const TemporaryDirectory devices;
   std::filesystem::create_directory(devices / "dri");
