@@ -175,14 +175,19 @@ moments = {function.__name__.replace("_", " "): function for function in (
 order = [*moments, "while recording", "while recording", "inside a flush", "during a merge"]
 
 
-def packets(path):
-    """The pictures of a file as an independent reader counts them; it must not complain."""
+def probed(path):
+    """The pictures of a file and its seconds as an independent reader sees them; it must not complain."""
     done = subprocess.run(["ffprobe", "-v", "error", "-count_packets", "-select_streams", "v:0", "-show_entries",
-                           "stream=nb_read_packets", "-of", "csv=p=0", str(path)], capture_output=True, text=True,
+                           "stream=nb_read_packets,duration", "-of", "json", str(path)], capture_output=True, text=True,
                           timeout=60, check=False)
     if done.returncode or done.stderr:
         raise AssertionError(f"{path.name} cannot be read: {done.stderr.strip()}")
-    return int(done.stdout)
+    stream = json.loads(done.stdout)["streams"][0]
+    return int(stream["nb_read_packets"]), float(stream.get("duration", 0))
+
+
+def packets(path):
+    return probed(path)[0]
 
 
 def require(holds, what):
@@ -196,6 +201,7 @@ class Checked:
     def __init__(self, kill):
         self.kill = kill
         self.loss = None  # seconds of the running segment
+        self.pictures = 0  # of all segments
         self.recovered = None  # how a recovery went; nothing where there is nothing to recover
         self.segments = self._manifest()
         listed = {segment["path"] for segment in self.segments}
@@ -221,9 +227,10 @@ class Checked:
     def _finished(self, segment):
         path = pathlib.Path(segment["path"])
         require(path.stat().st_size == segment["sizeBytes"], f"{path.name} is not as long as the manifest says")
-        count = packets(path)
-        require(abs(count / FRAME_RATE - segment["durationMs"] / 1000) <= 0.5,
-                f"{path.name}: {count} pictures in {segment['durationMs']} ms")
+        count, seconds = probed(path)
+        self.pictures += count
+        require(count > 0 and abs(seconds - segment["durationMs"] / 1000) <= 0.002,
+                f"{path.name}: {count} pictures in {seconds} s, where the manifest says {segment['durationMs']} ms")
 
     def _running(self, path):
         """Whether the segment that was being written holds anything; what it lost by the kill."""
@@ -235,6 +242,9 @@ class Checked:
             count = packets(whole)
             whole.unlink()
             require(count == left.samples, f"{path.name}: {count} pictures of {left.samples}")
+            self.pictures += count
+        elif left.is_finished:
+            self.pictures += packets(path)
         if self.kill.started is None or self.kill.moment in ("during a stop", "during a merge"):
             return left.samples > 0 or left.is_finished
         if left.is_finished:
@@ -256,8 +266,9 @@ class Checked:
             self.recovered = "not built"
             return
         screen = next(track for track in answer["tracks"] if track["id"] == "screen")
-        require(packets(pathlib.Path(screen["path"])) > 0, "nothing was recovered")
-        require(packets(pathlib.Path(answer["deliverables"][0]["path"])) > 0, "nothing to share was recovered")
+        for path in (screen["path"], answer["deliverables"][0]["path"]):
+            count = packets(pathlib.Path(path))
+            require(count == self.pictures, f"{count} pictures of {self.pictures} were recovered")
         self.recovered = "recovered"
 
 
