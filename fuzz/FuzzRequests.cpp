@@ -1,8 +1,11 @@
 #include "Fuzz.hpp"
 #include "desktop/CaptureModels.hpp"
 #include "desktop/CapturePreparationRequest.hpp"
+#include "model/MediaErrors.hpp"
+#include "recording/RecordedCameraLayout.hpp"
 #include "recording/RecordingConfiguration.hpp"
 #include "recording/RecordingModels.hpp"
+#include "recording/RecordingRecoveryModels.hpp"
 #include "recording/RecordingSegmentStore.hpp"
 
 using namespace tessarin;
@@ -64,6 +67,31 @@ void record(const json::Document& document) {
   }
 }
 
+void recover(const json::Document& document) {
+  const auto request = decoded<RecordingRecoveryRequestDTO>(document);
+  try {
+    const ValidatedRecordingRecoveryRequest validated = request.validated();
+    fuzz::require(!validated.segmentPaths.empty(), "a valid recovery has segments");
+    for (const std::string& path : validated.segmentPaths)
+      fuzz::require(path.find("/segments/") != std::string::npos && path.find("/../") == std::string::npos,
+                    "segments lie in the session's folder");
+  } catch (const Failure<RecordingRecoveryError>&) {
+    // Refused by a rule.
+  }
+}
+
+// The camera's way at any time, and over cuts, stays a way.
+void follow(const json::Document& document) {
+  const auto layout = decoded<RecordedCameraLayout>(document);
+  const std::vector<ClipSpan> clips = {{0, 1000, 1}, {4000, 9000, 0.5}, {9000, 9001, 3}};
+  for (const std::int64_t time : {std::int64_t{-1}, std::int64_t{0}, std::int64_t{5000}})
+    fuzz::require(!layout.camera.at(time).recordedPositions || layout.camera.recordedPositions->empty(),
+                  "a moment of a way is none");
+  const VideoCameraLayerDTO mapped = layout.camera.mappedToOutput(clips);
+  if (layout.camera.recordedPositions && !layout.camera.recordedPositions->empty())
+    fuzz::require(mapped.recordedPositions->size() >= clips.size(), "each clip has a place");
+}
+
 template<class Call> void ifItDecodes(Call call) {
   try {
     call();
@@ -81,6 +109,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ifItDecodes([&] { record(document); });
     ifItDecodes([&] { decoded<CapturePreparationRequest>(document); });
     ifItDecodes([&] { decoded<NativeRecordingManifest>(document); });
+    ifItDecodes([&] { recover(document); });
+    ifItDecodes([&] { follow(document); });
   });
   return 0;
 }
