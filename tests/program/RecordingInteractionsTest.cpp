@@ -17,10 +17,8 @@ namespace tessarin {
 namespace {
 
 using std::chrono::milliseconds;
+using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
-using Buttons = std::vector<InteractionMouseButton>;
 
 class RecordingInteractionsTest : public InteractionsFixture {
  protected:
@@ -57,16 +55,16 @@ class RecordingInteractionsTest : public InteractionsFixture {
     return text.empty() ? std::nullopt
                         : std::optional(json::decode<RecordedCameraLayout>(json::Document(text).root()));
   }
-  // The panel's top left corner as the file has it, in whole pixels of the desktop.
-  std::optional<std::pair<int, int>> recordedCorner() const {
-    const auto file = layout();
-    if (!file)
-      return std::nullopt;
-    return std::pair(static_cast<int>(std::lround(region.x + file->camera.rect.x * region.width)),
-                     static_cast<int>(std::lround(region.y + file->camera.rect.y * region.height)));
+  // The panel's top left corner, in whole pixels of the desktop.
+  static std::pair<int, int> cornerOf(const NormalizedVideoRectDTO& rect) {
+    return {static_cast<int>(std::lround(region.x + rect.x * region.width)),
+            static_cast<int>(std::lround(region.y + rect.y * region.height))};
   }
   bool cornerBecomes(int x, int y) const {
-    return becomes([&] { return recordedCorner() == std::pair(x, y); });
+    return becomes([&] {
+      const auto file = layout();
+      return file && cornerOf(file->camera.rect) == std::pair(x, y);
+    });
   }
   void expectOnlyOwner(const std::string& path) const {
     struct stat status {};
@@ -213,6 +211,7 @@ TEST_F(RecordingInteractionsTest, TheCamerasPlaceFollowsDragsAndArrowKeys) {
   for (const std::uint16_t key : {KEY_LEFT, KEY_LEFT, KEY_LEFT, KEY_UP, KEY_UP, KEY_RIGHT, KEY_DOWN})
     input.tap(key);
   EXPECT_TRUE(cornerBecomes(left - 152, top - 101)) << "and after keys";
+  std::this_thread::sleep_for(aWhile); // what is later than the segment's last picture is dropped
   recording->send("pause");
   recording->waitFor("paused");
   const std::size_t positionsAtPause = layout()->camera.recordedPositions->size();
@@ -241,9 +240,14 @@ TEST_F(RecordingInteractionsTest, TheCamerasPlaceFollowsDragsAndArrowKeys) {
                              [](const auto& a, const auto& b) { return a.sourceTimeMs < b.sourceTimeMs; }));
   EXPECT_LE(positions.back().sourceTimeMs,
             completed.root().member("clock")->member("programDurationMs")->number());
-  // The start, five steps of a drag, keys as far as they came in different milliseconds, the second segment,
-  // and the steps up to the region's corner.
-  EXPECT_GE(positions.size(), 1U + 5 + 1 + 1 + 2);
+  std::vector<std::pair<int, int>> corners;
+  for (const VideoCameraPositionDTO& position : positions)
+    corners.push_back(cornerOf(position.rect));
+  EXPECT_EQ(corners.front(), std::pair(left, top));
+  EXPECT_THAT(corners, Contains(std::pair(left - 150, top - 100))) << "the drag";
+  EXPECT_THAT(corners, Contains(std::pair(left - 152, top - 101))) << "the keys";
+  EXPECT_THAT(corners, Contains(std::pair(left - 132, top - 101))) << "where the second segment begins";
+  EXPECT_EQ(corners.back(), std::pair(500 - 80, 400 - 60));
   EXPECT_THAT(shortcuts(), ElementsAre(ElementsAre("F6"))) << "keys for the panel are no shortcuts";
   EXPECT_EQ(events<InteractionClickEvent>().size(), 2U);
 }
