@@ -14,8 +14,9 @@ import threading
 import time
 
 from growing import Growing
-from harness import Desktop, scratch
+from harness import scratch
 from recording import session_directory
+from session import Studio
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "examples/host"))
 from tessarin_host import JobFailed  # noqa: E402
@@ -57,14 +58,16 @@ class Watch:
 class Kill:
     """One recording, what was done to it, and when."""
 
-    def __init__(self, desktop, folder, display, moment):
+    def __init__(self, desktop, folder, display, moment, has_all_sources):
         self.directory, self.moment = session_directory(folder), moment
+        self.has_all_sources = has_all_sources
         self.started = None  # seconds on the monotonic clock at which the running segment began
         self.desktop = desktop
         request = {
             "sessionId": self.directory.name, "kind": "region", "displayId": display,
             "rectPoints": {"x": 0, "y": 0, "width": 320, "height": 240}, "outputDirectory": str(self.directory),
-            "settings": {"microphone": False, "systemAudio": False, "camera": False, "cameraPosition": "bottomRight",
+            "settings": {"microphone": has_all_sources, "systemAudio": has_all_sources, "camera": has_all_sources,
+                         "cameraPosition": "bottomRight",
                          "showsCursor": False, "showMouseClicks": False, "frameRate": FRAME_RATE,
                          "quality": "standard", "outputScale": "original"}}
         with desktop.host.record(request) as recording:
@@ -259,16 +262,20 @@ class Checked:
     def _recover(self, paths):
         request = {"sessionId": self.kill.directory.name, "outputDirectory": str(self.kill.directory),
                    "segmentPaths": paths}
+        if self.kill.has_all_sources:
+            request |= {"recoverCamera": True, "recoverSystemAudio": True, "recoverMicrophone": True}
         try:
             answer = self.kill.desktop.host.run("recover-recording", request=request)
         except JobFailed as failure:
             require(failure.code == "internalError", f"recovery: {failure.code} {failure}")
             self.recovered = "not built"
             return
-        screen = next(track for track in answer["tracks"] if track["id"] == "screen")
-        for path in (screen["path"], answer["deliverables"][0]["path"]):
+        tracks = {track["id"]: track for track in answer["tracks"]}
+        for path in (tracks["screen"]["path"], answer["deliverables"][0]["path"]):
             count = packets(pathlib.Path(path))
             require(count == self.pictures, f"{count} pictures of {self.pictures} were recovered")
+        wanted = {"screen", "camera", "system-audio", "microphone"} if self.kill.has_all_sources else {"screen"}
+        require(set(tracks) == wanted, f"recovered were {', '.join(tracks)}")
         self.recovered = "recovered"
 
 
@@ -296,22 +303,24 @@ class Campaign:
                 if not self.left:
                     return
                 moment = self.left.pop()
+                has_all_sources = len(self.left) % 3 == 0
             try:
-                kill = Kill(self.desktop, self.folder, self.display, moment)
+                kill = Kill(self.desktop, self.folder, self.display, moment, has_all_sources)
                 result = Checked(kill)
                 with self.lock:
                     self.checked.append(result)
                 shutil.rmtree(kill.directory)
             except Exception as failure:  # pylint: disable=broad-except
                 with self.lock:
-                    self.failures.append(f"{moment}: {type(failure).__name__}: {failure}")
+                    self.failures.append(f"{moment}{' of all sources' if has_all_sources else ''}: "
+                                         f"{type(failure).__name__}: {failure}")
 
 
 def run(build, report, count=210, parallel=8):
     seed = random.randrange(1 << 32)
     random.seed(seed)
-    with Desktop(build, 1280, 800) as desktop, scratch() as folder:
-        desktop.client("--style", "override", "--size", "320x240", "--paint", "counter", "--fps", str(FRAME_RATE))
+    with Studio(build, "--style", "override", "--size", "320x240", "--at", "0,0", "--paint", "counter", "--fps",
+                str(FRAME_RATE)) as desktop, scratch() as folder:
         campaign = Campaign(desktop, folder, count)
         campaign.run(parallel)
     losses = {False: [], True: []}

@@ -222,6 +222,26 @@ TEST_F(RecordingSourcesTest, ASoundServerThatStandsStillForAWhileEndsNothing) {
   EXPECT_NEAR(peakOf(heard, length - 300), 0.25, 0.1) << "the microphone is heard again";
 }
 
+// Nothing was recorded meanwhile, and all tracks know it.
+TEST_F(RecordingSourcesTest, ARecordingThatIsSuspendedForAWhileGoesOnInStep) {
+  RecordingProcess recording = record({.systemAudio = true, .microphone = true, .camera = true});
+  recording.waitForEvent("healthChanged");
+  ASSERT_EQ(::kill(recording.process().pid(), SIGSTOP), 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(3500));
+  ASSERT_EQ(::kill(recording.process().pid(), SIGCONT), 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+  recording.send("stop");
+  recording.waitForEvent("completed");
+  expectEnd(recording, 0);
+  const std::vector<ReadTrack> tracks = tracksOf(session() + "/recording.mp4");
+  ASSERT_EQ(tracks.size(), 3U);
+  for (const ReadTrack& track : tracks) {
+    EXPECT_GE(track.milliseconds, 5500);
+    EXPECT_NEAR(track.milliseconds, tracks[0].milliseconds, 1);
+  }
+  EXPECT_NEAR(peakOf(session() + "/microphone.m4a", tracks[0].milliseconds - 300), 0.25, 0.1);
+}
+
 TEST_F(RecordingSourcesTest, ADeadDisplayServerEndsTheRecordingAndItsSegmentIsKept) {
   RecordingProcess recording = record({.systemAudio = true, .microphone = true, .camera = true});
   recording.waitForEvent("healthChanged");
