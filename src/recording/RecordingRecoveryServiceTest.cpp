@@ -9,7 +9,6 @@ namespace {
 
 using namespace tessarin::testing;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 TEST_F(RecordingRecoveryTest, AnswersAsACompletedRecordingDoes) {
   fullSegment(1000);

@@ -3,7 +3,6 @@
 #include "DesktopFixture.hpp"
 #include "RecordingProcess.hpp"
 
-#include "base/SafeFile.hpp"
 #include "container/Movie.hpp"
 #include "support/PrivateSoundServer.hpp"
 #include "support/TemporaryDirectory.hpp"
@@ -17,7 +16,6 @@
 #include <limits>
 #include <map>
 #include <random>
-#include <sstream>
 #include <thread>
 
 namespace tessarin {
@@ -224,7 +222,10 @@ TEST_F(KilledWithAllSources, TheManifestsSegmentsOrAllOfThemCanBeRecovered) {
 
 TEST_F(KilledWithAllSources, ARecoveryMayBeKilledAtAnyMomentAndRunAgain) {
   recordAndKill();
+  const auto started = std::chrono::steady_clock::now();
   const std::string expected = recover({0, 1}, true);
+  const std::chrono::microseconds wholeRun =
+      std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - started);
   std::vector<std::string> arguments = recoveryOf({0, 1}, true);
   arguments.insert(arguments.begin(), TESSARIN_PROGRAM);
   std::minstd_rand random(20);
@@ -234,8 +235,7 @@ TEST_F(KilledWithAllSources, ARecoveryMayBeKilledAtAnyMomentAndRunAgain) {
     removeOutputs();
     {
       ChildProcess recovery(arguments, {});
-      // A recovery begins to write within a few milliseconds and takes some more.
-      std::this_thread::sleep_for(std::chrono::microseconds(random() % 30'000));
+      std::this_thread::sleep_for(wholeRun * (random() % 1000) / 1000);
       ::kill(recovery.pid(), SIGKILL);
       recovery.waitForEnd();
     }
