@@ -1,4 +1,5 @@
-"""Recordings that are killed at random moments, and what is left of them."""
+"""Recordings that are killed at random moments, and what is left of them. The directories of those that are not in
+order are kept in the build's folder kills/."""
 import ctypes
 import json
 import os
@@ -282,8 +283,8 @@ class Checked:
 class Campaign:
     """Kills in several threads, whose results it gathers."""
 
-    def __init__(self, desktop, folder, count):
-        self.desktop, self.folder = desktop, folder
+    def __init__(self, desktop, folder, kept, count):
+        self.desktop, self.folder, self.kept = desktop, folder, kept
         self.display = desktop.host.run("list")["displays"][0]["id"]
         self.left = [order[i % len(order)] for i in range(count)]
         random.shuffle(self.left)
@@ -304,6 +305,7 @@ class Campaign:
                     return
                 moment = self.left.pop()
                 has_all_sources = len(self.left) % 3 == 0
+            kill = None
             try:
                 kill = Kill(self.desktop, self.folder, self.display, moment, has_all_sources)
                 result = Checked(kill)
@@ -311,9 +313,12 @@ class Campaign:
                     self.checked.append(result)
                 shutil.rmtree(kill.directory)
             except Exception as failure:  # pylint: disable=broad-except
+                if kill:
+                    shutil.copytree(kill.directory, self.kept / kill.directory.name)
+                where = kill.directory.name if kill else "not killed"
+                sources = " of all sources" if has_all_sources else ""
                 with self.lock:
-                    self.failures.append(f"{moment}{' of all sources' if has_all_sources else ''}: "
-                                         f"{type(failure).__name__}: {failure}")
+                    self.failures.append(f"{where}: {moment}{sources}: {type(failure).__name__}: {failure}")
 
 
 def run(build, report, count=210, parallel=8):
@@ -321,7 +326,7 @@ def run(build, report, count=210, parallel=8):
     random.seed(seed)
     with Studio(build, "--style", "override", "--size", "320x240", "--at", "0,0", "--paint", "counter", "--fps",
                 str(FRAME_RATE)) as desktop, scratch() as folder:
-        campaign = Campaign(desktop, folder, count)
+        campaign = Campaign(desktop, folder, build / "kills", count)
         campaign.run(parallel)
     losses = {False: [], True: []}
     for result in campaign.checked:
