@@ -60,6 +60,11 @@ struct FaultRig : RecordingRig {
       });
     });
   }
+  // Until that thread has done its part.
+  void waitForTime() {
+    if (time_.joinable())
+      time_.join();
+  }
 
  private:
   std::jthread time_;
@@ -108,7 +113,10 @@ class FaultRun {
     };
   }
 
-  void run() { status = rig.run(); }
+  void run() {
+    status = rig.run();
+    rig.waitForTime();
+  }
 
   void check(const std::vector<std::string>& entriesOfGoodRun) {
     checkEnd();
