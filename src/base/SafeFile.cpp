@@ -91,10 +91,15 @@ void writeFileAtomically(FileSystem& files, const std::string& path, std::string
     throw FileFailure(FileOperation::read, 0);
   files.rename(temporary.path(), path);
   temporary.keep();
+  // The new file is in place and whole; a crash now may only bring the old one back.
+  syncDirectoryQuietly(files, directoryOf(path));
+}
+
+void syncDirectoryQuietly(FileSystem& files, const std::string& path) noexcept {
   try {
-    files.syncDirectory(directoryOf(path));
-  } catch (const FileFailure&) {
-    // The new file is in place and whole; a crash now may only bring the old one back.
+    files.syncDirectory(path);
+  } catch (const std::exception&) {
+    // What is in place stays so; only a crash of the machine right now would tell.
   }
 }
 

@@ -49,6 +49,10 @@ void removeStaleTemporaries(FileSystem& files, const std::string& directory,
 // Removes a file, and drops a failure: for clean-up on paths that report another failure already.
 void removeQuietly(FileSystem& files, const std::string& path) noexcept;
 
+// Makes the entries of a directory durable where the volume can do it; a failure is dropped, for directories
+// in which everything is in place already.
+void syncDirectoryQuietly(FileSystem& files, const std::string& path) noexcept;
+
 // A file that is removed on destruction unless it was kept.
 class TemporaryFile {
  public:

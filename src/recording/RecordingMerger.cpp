@@ -76,8 +76,8 @@ void refuseExistingOutput(FileSystem& files, const std::string& path) {
   refuse(taken, RecordingMergeError::exportFailed);
 }
 
-// Has the output written under a hidden name beside it and moves it into place, so that a failure leaves
-// nothing behind that a later try would take for a finished file.
+// Has the output written under a hidden name beside it, on the disk, and moves it into place, so that neither
+// a failure nor a crash leaves anything behind that a later try would take for a finished file.
 std::int64_t writeOutput(FileSystem& files, const std::string& path,
                          const std::function<void(OpenFile& output)>& write) {
   try {
@@ -87,6 +87,7 @@ std::int64_t writeOutput(FileSystem& files, const std::string& path,
     refuse(!size || *size < 1, RecordingMergeError::exportFailed);
     files.renameExclusive(temporary.path(), path);
     temporary.keep();
+    syncDirectoryQuietly(files, directoryOf(path));
     return *size;
   } catch (const FileFailure&) {
     fail(RecordingMergeError::exportFailed);
@@ -107,6 +108,7 @@ std::int64_t cloneOrCopyMedia(FileSystem& files, const OpenFile& source, const s
   return writeOutput(files, outputPath, [&](OpenFile& output) {
     if (!cloned(output, source))
       output.copyFrom(source, 0, 0, static_cast<std::uint64_t>(source.info().sizeBytes));
+    output.sync();
   });
 }
 

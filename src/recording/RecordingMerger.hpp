@@ -43,9 +43,9 @@ struct RecordingMergePlan {
 // so is decoded and coded anew. Segments are only read.
 //
 // All operations return the output's size in bytes and throw Failure<RecordingMergeError>. An existing
-// output is never replaced. The output appears whole under its name or not at all. A clone or copy is not
-// flushed to disk, since it can be made again from its source, which is. No state but the file system and the
-// reencoder, which outlive it; any thread, any number at once as long as their outputs differ.
+// output is never replaced. The output appears whole under its name or not at all, and its bytes are on the
+// disk by then. No state but the file system and the reencoder, which outlive it; any thread, any number at
+// once as long as their outputs differ.
 class RecordingMerger {
  public:
   RecordingMerger(FileSystem& files, AudioReencoder& reencoder) : files_(files), reencoder_(reencoder) {}

@@ -128,10 +128,7 @@ void RecordingSegmentStore::persistManifestLocked() const {
     removeQuietly(files_, temporary);
     fail(RecordingSegmentStoreError::filesystem);
   }
-  try {
-    files_.syncDirectory(paths_.sessionDirectory);
-  } catch (const FileFailure&) {
-  }
+  syncDirectoryQuietly(files_, paths_.sessionDirectory);
 }
 
 void RecordingSegmentStore::discardAll() noexcept {
