@@ -84,8 +84,9 @@ TEST_F(CameraCompositeSetupTest, MirrorsTheCamerasTrackAloneWhenAsked) {
                                          {std::optional(true), true}}) {
     settings.cameraOutputMirrored = wish;
     make();
-    EXPECT_EQ(file().track(1).video->isMirrored, isMirrored);
-    EXPECT_FALSE(file().video->isMirrored);
+    ScriptedMediaFile& made = *media.files.back();
+    EXPECT_EQ(made.track(1).video->isMirrored, isMirrored);
+    EXPECT_FALSE(made.video->isMirrored);
   }
 }
 
