@@ -14,12 +14,15 @@
 namespace tessarin {
 
 // What a person does with a panel. Locations are the pointer's, global. The pointer goes through what is less
-// than half opaque. Keys arrive while the panel has the keyboard, which a press of the pointer on it gives it.
+// than half opaque. Keys arrive while the panel has the keyboard, which a press of the pointer on it gives
+// it.
 struct PanelHandlers {
   std::function<void(const PointerLocation&)> onMouseDown;    // the first button
   std::function<void(const PointerLocation&)> onMouseDragged; // while that button is down
   std::function<void()> onMouseUp;                            // also when the button is taken away
-  std::function<void(std::uint16_t evdevCode)> onKeyDown;     // repetitions too
+  // Repetitions too. Whether the key is for the panel: another one gives the keyboard back to whoever had it,
+  // unless a drag is under way, so that a shortcut reaches them from its modifiers on.
+  std::function<bool(std::uint16_t evdevCode)> onKeyDown;
 };
 
 struct PanelSetup {

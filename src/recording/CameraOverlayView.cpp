@@ -37,20 +37,25 @@ void CameraOverlayView::mouseUp() {
   handlers_.onFinish();
 }
 
-void CameraOverlayView::keyDown(std::uint16_t evdevCode) {
+bool CameraOverlayView::keyDown(std::uint16_t evdevCode) {
   switch (InteractionShortcutPrivacy::keyCode(evdevCode).value_or(0)) {
   case escapeKey:
-    return cancelDrag();
+    cancelDrag();
+    return true;
   case leftKey:
-    return step({-1, 0});
+    step({-1, 0});
+    return true;
   case rightKey:
-    return step({1, 0});
+    step({1, 0});
+    return true;
   case downKey:
-    return step({0, 1});
+    step({0, 1});
+    return true;
   case upKey:
-    return step({0, -1});
+    step({0, -1});
+    return true;
   default:
-    return;
+    return false;
   }
 }
 

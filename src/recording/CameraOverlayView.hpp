@@ -24,8 +24,9 @@ class CameraOverlayView {
   void mouseDown(const PointerLocation& location);
   void mouseDragged(const PointerLocation& location);
   void mouseUp();
-  // An arrow moves the panel by a point. Escape ends a drag and takes the panel back to where it began.
-  void keyDown(std::uint16_t evdevCode);
+  // An arrow moves the panel by a point. Escape ends a drag and takes the panel back to where it began. False
+  // for any other key.
+  bool keyDown(std::uint16_t evdevCode);
 
  private:
   void cancelDrag();

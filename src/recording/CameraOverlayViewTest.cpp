@@ -75,15 +75,13 @@ TEST_F(CameraOverlayViewTest, TheNextDragBeginsAnewBehindAnEscape) {
 }
 
 TEST_F(CameraOverlayViewTest, EscapeWithoutADragDoesNothing) {
-  view.keyDown(KEY_ESC);
+  EXPECT_TRUE(view.keyDown(KEY_ESC));
   EXPECT_THAT(calls, IsEmpty());
 }
 
 TEST_F(CameraOverlayViewTest, ArrowsMoveByAPointTheirWayAndFinish) {
-  view.keyDown(KEY_LEFT);
-  view.keyDown(KEY_RIGHT);
-  view.keyDown(KEY_DOWN);
-  view.keyDown(KEY_UP);
+  for (const std::uint16_t key : {KEY_LEFT, KEY_RIGHT, KEY_DOWN, KEY_UP})
+    EXPECT_TRUE(view.keyDown(key)) << key;
   EXPECT_THAT(calls, ElementsAre("move -1 0", "finish", "move 1 0", "finish", "move 0 1", "finish",
                                  "move 0 -1", "finish"));
 }
@@ -92,10 +90,10 @@ TEST_F(CameraOverlayViewTest, OtherKeysDoNothing) {
   // A and KP_ENTER, whose own codes are 0 and 76, and keys that no table knows.
   for (const std::uint16_t key :
        {KEY_A, KEY_SPACE, KEY_ENTER, KEY_KPENTER, KEY_HOME, KEY_LEFTSHIFT, KEY_MUTE})
-    view.keyDown(key);
-  view.keyDown(0);
-  view.keyDown(53);  // a slash here, though Escape's own code
-  view.keyDown(123); // likewise of Left
+    EXPECT_FALSE(view.keyDown(key)) << key;
+  EXPECT_FALSE(view.keyDown(0));
+  EXPECT_FALSE(view.keyDown(53));  // a slash here, though Escape's own code
+  EXPECT_FALSE(view.keyDown(123)); // likewise of Left
   EXPECT_THAT(calls, IsEmpty());
 }
 

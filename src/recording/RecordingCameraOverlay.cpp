@@ -109,7 +109,7 @@ void RecordingCameraOverlay::showPanel() {
        .handlers = {.onMouseDown = [this](const PointerLocation& at) { view_.mouseDown(at); },
                     .onMouseDragged = [this](const PointerLocation& at) { view_.mouseDragged(at); },
                     .onMouseUp = [this] { view_.mouseUp(); },
-                    .onKeyDown = [this](std::uint16_t evdevCode) { view_.keyDown(evdevCode); }}});
+                    .onKeyDown = [this](std::uint16_t evdevCode) { return view_.keyDown(evdevCode); }}});
   timer_ = environment_.mainQueue.every(refreshInterval, refreshInterval, [this] { refresh(); });
 }
 

@@ -8,6 +8,7 @@
 #include "StillTesting.hpp"
 
 #include <gtest/gtest.h>
+#include <linux/input-event-codes.h>
 #include <xcb/xtest.h>
 
 #include <cstdint>
@@ -85,7 +86,7 @@ class TestedPanel {
   double backingScale() {
     return mainThread_.get<double>([&] { return panel_->backingScale(); });
   }
-  // "down 10,20", "drag 11,20", "up", "key 105".
+  // "down 10,20", "drag 11,20", "up", "key 105", which is the left arrow and the only key for the panel.
   std::vector<std::string> told() {
     return mainThread_.get<std::vector<std::string>>([&] { return told_; });
   }
@@ -112,7 +113,10 @@ class TestedPanel {
         onDrag_(*panel_, at);
     };
     handlers.onMouseUp = [this] { told_.push_back("up"); };
-    handlers.onKeyDown = [this](std::uint16_t code) { told_.push_back("key " + std::to_string(code)); };
+    handlers.onKeyDown = [this](std::uint16_t code) {
+      told_.push_back("key " + std::to_string(code));
+      return code == KEY_LEFT;
+    };
   }
 
   MainThread& mainThread_;

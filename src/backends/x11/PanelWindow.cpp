@@ -181,21 +181,19 @@ void PanelWindow::press(const xcb_button_press_event_t& event) {
   }
 }
 
+// Beyond the panel, the pointer's leave is told behind it.
 void PanelWindow::release(const xcb_button_release_event_t& event) {
-  if (event.detail != XCB_BUTTON_INDEX_1) {
-    return;
+  if (event.detail == XCB_BUTTON_INDEX_1) {
+    loseButton();
   }
-  loseButton();
-  if (!pixels_.intersection({event.root_x, event.root_y, 1, 1}).isEmpty()) {
-    return;
-  }
-  surroundings_.focus.giveBack(window_);
 }
 
 void PanelWindow::pressKey(const xcb_key_press_event_t& event) {
   finishHandling();
-  if (event.detail >= lowestKeycode && setup_.handlers.onKeyDown) {
-    setup_.handlers.onKeyDown(static_cast<std::uint16_t>(event.detail - lowestKeycode));
+  const bool isForUs = event.detail >= lowestKeycode && setup_.handlers.onKeyDown &&
+                       setup_.handlers.onKeyDown(static_cast<std::uint16_t>(event.detail - lowestKeycode));
+  if (!isForUs && !isButtonDown_) {
+    surroundings_.focus.giveBack(window_);
   }
 }
 
