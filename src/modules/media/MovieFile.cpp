@@ -16,6 +16,11 @@ std::size_t firstVideoTrack(const std::vector<MovieTrack>& tracks) {
   return static_cast<std::size_t>(found - tracks.begin());
 }
 
+// What the files of a session may differ by; tracks that end further apart cannot be recovered from a crash.
+constexpr std::int64_t toleratedLag = videoTimescale / 4;
+// A coder that hangs must not keep the others' pictures from the disk.
+constexpr std::int64_t longestWait = std::int64_t{3} * videoTimescale;
+
 // What is held of the track.
 template<class Held> Held& heldOf(std::vector<Held>& all, std::size_t track) {
   return *std::find_if(all.begin(), all.end(), [&](const Held& each) { return each.track == track; });
@@ -47,7 +52,7 @@ MovieFile::MovieFile(FileSystem& files, std::string path, const FragmentInterval
     if (track.setup.kind == container::TrackKind::audio)
       sounds_.push_back({setups.size(), track.setup, {}, 0, 0});
     else if (setups.size() != leadingTrack_)
-      otherPictures_.push_back({setups.size(), {}});
+      otherPictures_.push_back({.track = setups.size(), .held = {}});
     setups.push_back(track.setup);
   }
   writer_.emplace(*file_, setups);
@@ -57,17 +62,26 @@ MovieFile::MovieFile(FileSystem& files, std::string path, const FragmentInterval
 
 void MovieFile::append(std::size_t track, CodedPicture picture, std::int64_t time) {
   if (track != leadingTrack_) {
-    heldOf(otherPictures_, track).held.push_back({std::move(picture), time});
+    HeldPictures& pictures = heldOf(otherPictures_, track);
+    pictures.newestTime = time;
+    pictures.held.push_back({std::move(picture), time});
     return;
   }
   writer_->append(track, picture.sample, time, 0, picture.isKey);
   leadingTime_ = time;
   releaseAll(time);
   // The writer holds the key back, so what it flushes ends before it.
-  if (!picture.isKey || time < fragmentDue_)
+  if (!picture.isKey || time < fragmentDue_ || isWaitingForOthers(time))
     return;
   writer_->flushFragment();
   fragmentDue_ = time + intervals_.further;
+}
+
+// Whether another video track has still to bring pictures of the fragment that ends at the time.
+bool MovieFile::isWaitingForOthers(std::int64_t time) const {
+  return time < fragmentDue_ + longestWait &&
+         std::any_of(otherPictures_.begin(), otherPictures_.end(),
+                     [&](const HeldPictures& pictures) { return pictures.newestTime < time - toleratedLag; });
 }
 
 void MovieFile::append(std::size_t track, CodedSound sound) {

@@ -35,7 +35,8 @@ MovieTrack audioTrack(const container::SampleDescription& description, std::int3
 // The growing file: when its fragments end. A fragment begins at a key picture of the first video track, the
 // first one at or after the interval since the fragment before. Coders are at different times: what sound and
 // the other video tracks have ahead of the first one's pictures is held back until those are there, so that
-// what a crash or a failure leaves ends with them. Confined to one thread at a time. All operations throw
+// what a crash or a failure leaves ends with them. A fragment waits for another video track that is behind,
+// for some key pictures at most. Confined to one thread at a time. All operations throw
 // FileFailure and container::ContainerFailure.
 class MovieFile {
  public:
@@ -68,10 +69,12 @@ class MovieFile {
     };
     std::size_t track = 0;
     std::deque<Held> held;
+    std::int64_t newestTime = -1; // of its pictures so far
   };
   void release(HeldSound& sound, std::int64_t frame);
   void release(HeldPictures& pictures, std::int64_t time);
   void releaseAll(std::int64_t time);
+  bool isWaitingForOthers(std::int64_t time) const;
 
   FileSystem& files_;
   const std::string path_;
