@@ -34,13 +34,13 @@ std::vector<InteractionEventDTO> longTrace() {
     timeMs += intervalMs;
     const bool isResting = timeMs / 1000 % 5 == 0;
     x = isResting ? x : static_cast<double>(timeMs % 9973) / 9973;
-    events.emplace_back(InteractionCursorEvent{
-        .timestampMs = timeMs, .x = x, .y = 0.5, .coordinateSpace = captureTopLeft, .cursorRendering = {}});
+    events.push_back({InteractionCursorEvent{
+        .timestampMs = timeMs, .x = x, .y = 0.5, .coordinateSpace = captureTopLeft, .cursorRendering = {}}});
     if (events.size() % 121 == 0)
-      events.emplace_back(
-          InteractionClickEvent{.timestampMs = timeMs, .x = x, .y = 0.5, .coordinateSpace = captureTopLeft});
+      events.push_back({InteractionClickEvent{
+          .timestampMs = timeMs, .x = x, .y = 0.5, .coordinateSpace = captureTopLeft}});
     if (events.size() % 182 == 0)
-      events.emplace_back(InteractionShortcutEvent{.timestampMs = timeMs, .keys = {"Control", "C"}});
+      events.push_back({InteractionShortcutEvent{.timestampMs = timeMs, .keys = {"Control", "C"}}});
   }
   events.resize(eventCount);
   return events;

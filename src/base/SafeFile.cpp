@@ -125,7 +125,7 @@ void removeStaleTemporaries(FileSystem& files, const std::string& directory,
       const bool isStale = std::any_of(paths.begin(), paths.end(), [&](const std::string& path) {
         return isHiddenTemporaryName(name, hiddenPrefix(std::string_view(path).substr(path.rfind('/') + 1)));
       });
-      const std::string found = directory + '/' + name;
+      const std::string found = std::string(directory).append("/").append(name);
       if (isStale && regularFileSize(files, found))
         removeQuietly(files, found);
     }

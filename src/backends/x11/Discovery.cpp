@@ -47,14 +47,12 @@ void appendEntries(const TopLevelWindow& window, const std::function<RectDTO(con
 // number by which the server knows it, as for windows that are seen: in a container it has another one
 // itself.
 void appendHidden(Connection& connection, std::vector<OwnWindow> own, std::vector<TopLevelWindow>& windows) {
-  std::vector<xcb_window_t> hidden;
   std::erase_if(own, [&](const OwnWindow& each) {
     return std::any_of(windows.begin(), windows.end(),
                        [&](const auto& window) { return window.client == each.window; });
   });
-  for (const auto& each : own) {
-    hidden.push_back(each.window);
-  }
+  std::vector<xcb_window_t> hidden(own.size());
+  std::transform(own.begin(), own.end(), hidden.begin(), [](const OwnWindow& each) { return each.window; });
   const auto processes = ProcessQuery(connection, hidden).result();
   for (const auto& each : own) {
     const auto process = processes.find(connection.clientBase(each.window));

@@ -76,7 +76,7 @@ int AsyncBus::callAnswered(sd_bus_message* reply, void* call, sd_bus_error*) {
 }
 
 void AsyncBus::listen(const std::string& rule, Signal signal) {
-  Listener& listener = listeners_.emplace_back(std::move(signal), nullptr);
+  Listener& listener = listeners_.emplace_back(Listener{std::move(signal), nullptr});
   sd_bus_slot* slot = nullptr;
   if (sd_bus_add_match_async(bus_.get(), &slot, rule.c_str(), signalled, nullptr, &listener) >= 0)
     listener.slot.reset(slot);
