@@ -136,14 +136,16 @@ template<class V> typename V::Type productsOver255(typename V::Type a, typename 
   return V::shiftRight16(V::add16(biased, V::shiftRight16(biased, 8)), 8);
 }
 
-constexpr int fourthChannel = static_cast<int>(0xFF000000U);
+constexpr int fourthChannel() {
+  return static_cast<int>(0xFF000000U);
+}
 
 template<class V>
 void blendRowVector(const std::uint8_t* source, std::uint8_t* target, std::size_t pixels, bool keepsFourth) {
   using Type = typename V::Type;
   const Type zero = V::set32(0);
   const Type most = V::set32(pairOf(255, 255));
-  const Type kept = V::set32(keepsFourth ? fourthChannel : 0);
+  const Type kept = V::set32(keepsFourth ? fourthChannel() : 0);
   constexpr std::size_t step = V::bytes / 4;
   std::size_t x = 0;
   for (; x + step <= pixels; x += step) {
@@ -164,7 +166,7 @@ void maskRowVector(std::uint8_t* row, const std::uint8_t* weights, const std::ui
                    std::size_t pixels, bool isOpaque) {
   using Type = typename V::Type;
   const Type zero = V::set32(0);
-  const Type solid = V::set32(isOpaque ? fourthChannel : 0);
+  const Type solid = V::set32(isOpaque ? fourthChannel() : 0);
   constexpr std::size_t step = V::bytes / 4;
   std::size_t x = 0;
   for (; x + step <= pixels; x += step) {

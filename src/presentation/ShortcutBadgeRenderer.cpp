@@ -95,7 +95,7 @@ std::array<Pixel, 256> pixelsByShare(const Color& color) {
   std::array<Pixel, 256> byShare{};
   for (std::size_t share = 0; share < byShare.size(); ++share)
     for (std::size_t i = 0; i < channels.size(); ++i)
-      byShare[share][i] = static_cast<std::uint8_t>(channels[i] * static_cast<double>(share) + 0.5);
+      byShare[share][i] = static_cast<std::uint8_t>(std::lround(channels[i] * static_cast<double>(share)));
   return byShare;
 }
 
