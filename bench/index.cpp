@@ -74,11 +74,10 @@ int main() {
   const std::vector<std::int64_t> clicks = timesOf(index.clicks());
   const std::vector<std::int64_t> shortcuts = timesOf(index.shortcuts());
 
-  std::vector<std::int64_t> times;
+  std::vector<std::int64_t> times(100'000);
   std::mt19937_64 random(20);
   std::uniform_int_distribution<std::int64_t> anywhere(0, cursors.back());
-  for (int i = 0; i < 100'000; ++i)
-    times.push_back(anywhere(random));
+  std::generate(times.begin(), times.end(), [&] { return anywhere(random); });
 
   const auto state = [&](std::int64_t time) {
     const InteractionOverlayState found = index.state(time, dwellThresholdMs);
