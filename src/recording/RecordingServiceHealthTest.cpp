@@ -39,7 +39,7 @@ class RecordingServiceHealthTest : public ::testing::Test {
       rig.then(next);
     session_ = std::thread([this] { status = rig.run(); });
     reached_.get_future().wait();
-    while (rig.scheduler.timerCount() < 2) // the writer's heartbeat and the watch
+    while (rig.scheduler.timerCount() < 3) // the camera's panel, the writer's heartbeat and the watch
       std::this_thread::yield();
   }
   // Seconds pass; what delivers does so at the start of each, the stream is still.

@@ -59,6 +59,7 @@ TEST_F(PanelKeyboard, AShortcutBehindADragReachesWhoeverHadTheKeyboard) {
   EXPECT_EQ(focus(), tested->id());
   hands->pressKey(keyLeft);
   hands->releaseKey(keyLeft);
+  ASSERT_TRUE(isTold(*tested, {"down 120,130", "drag 125,130", "key 29", "up", "key 105"}));
   tested->forget();
   hands->pressKey(keyControl);
   EXPECT_TRUE(eventually([&] { return focus() == other.window(); }));
