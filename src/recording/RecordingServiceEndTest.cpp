@@ -110,8 +110,7 @@ TEST(RecordingService, AStreamThatEndsADisplayRecordingIsAFailure) {
 
 TEST(RecordingService, AStreamThatEndsAWindowRecordingTellsThatTheWindowHasClosed) {
   Rig rig;
-  rig.request = testing::sampleRequest(CaptureKind::window);
-  rig.request.outputDirectory = rig.directory / testing::sampleSessionID;
+  rig.ask(CaptureKind::window);
   rig.then([&] {
     rig.record(1s);
     rig.stream().end();
@@ -127,8 +126,7 @@ TEST(RecordingService, AStreamThatEndsAWindowRecordingTellsThatTheWindowHasClose
 
 TEST(RecordingService, AClosedInputOfAWindowRecordingIsNotTheWindowsFault) {
   Rig rig;
-  rig.request = testing::sampleRequest(CaptureKind::window);
-  rig.request.outputDirectory = rig.directory / testing::sampleSessionID;
+  rig.ask(CaptureKind::window);
   rig.then([&] {
     rig.record(1s);
     rig.endInput();
@@ -203,8 +201,7 @@ TEST(RecordingService, WhatTheMonitorFoundBeatsTheClosedInput) {
 
 TEST(RecordingService, WhatTheMonitorFoundBeatsAClosedWindow) {
   Rig rig;
-  rig.request = testing::sampleRequest(CaptureKind::window);
-  rig.request.outputDirectory = rig.directory / testing::sampleSessionID;
+  rig.ask(CaptureKind::window);
   rig.onEvent = [&](const std::string& event) {
     if (event.find("healthChanged") != std::string::npos)
       rig.stream().end();

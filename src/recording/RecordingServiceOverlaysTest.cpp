@@ -97,10 +97,8 @@ TEST(RecordingServiceOverlays, AProgramIsLeftOutOnce) {
 
 TEST(RecordingServiceOverlays, AWindowIsRecordedByItself) {
   PanelRig rig;
-  const std::string directory = rig.request.outputDirectory;
   const RecordingSettingsDTO settings = rig.request.settings;
-  rig.request = sampleRequest(CaptureKind::window);
-  rig.request.outputDirectory = directory;
+  rig.ask(CaptureKind::window);
   rig.request.settings = settings;
   rig.desktop.hidesPanels = true; // nobody looks for them
   rig.then([&] {

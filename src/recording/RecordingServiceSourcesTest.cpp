@@ -78,8 +78,7 @@ TEST(RecordingServiceSources, ACameraThatEndsBetweenTwoPicturesLosesNothing) {
 TEST(RecordingServiceSources, AnEndOfTheComputersSoundIsARecordingsFailureAlsoOfAWindow) {
   for (const CaptureKind kind : {CaptureKind::display, CaptureKind::window}) {
     Rig rig;
-    rig.request = testing::sampleRequest(kind);
-    rig.request.outputDirectory = rig.directory / testing::sampleSessionID;
+    rig.ask(kind);
     rig.use(true, true, false);
     rig.then([&] {
       rig.record(1s);
@@ -106,8 +105,7 @@ TEST(RecordingServiceSources, TheMicrophoneIsBlamedBeforeTheCameraAndTheWindow) 
        {Row{true, true, true, microphoneUnavailable}, Row{true, false, true, microphoneUnavailable},
         Row{false, true, true, cameraUnavailable}, Row{false, false, true, windowClosed}}) {
     Rig rig;
-    rig.request = testing::sampleRequest(CaptureKind::window);
-    rig.request.outputDirectory = rig.directory / testing::sampleSessionID;
+    rig.ask(CaptureKind::window);
     rig.use(true, true, true);
     rig.then([&] {
       rig.record(1s);

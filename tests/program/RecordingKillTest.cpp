@@ -90,9 +90,13 @@ TEST_F(RecordingKillTest, InsideAFlushTheFileIsReadToItsWholeFragments) {
   waitUntil([&] { return holdsAnything(0); });
   kill(recording);
   expectSegments(0);
-  // The first write is the head alone.
-  if (!screenOf(0).samples.empty())
-    expectRecovery(1);
+  // The first write is the head alone, and may have been cut short itself.
+  try {
+    if (!screenOf(0).samples.empty())
+      expectRecovery(1);
+  } catch (const container::ContainerFailure&) {
+    EXPECT_LT(std::filesystem::file_size(segment(0)), 8192U);
+  }
 }
 
 TEST_F(RecordingKillTest, BehindAFragmentItsSecondIsKept) {

@@ -98,7 +98,7 @@ class RecordingRig {
 
   RecordingRig() {
     request.outputDirectory = directory / sampleSessionID;
-    request.settings.showsCursor = false; // a trace only where a test asks for one
+    ask(CaptureKind::display);
     files.makeDirectory(request.outputDirectory);
     streams.prepare = [](ScriptedScreenStream& stream) { stream.presentPicture = 1; };
     media.prepare = [this](ScriptedMediaFile& file, std::size_t) { produceMovie(file); };
@@ -148,6 +148,14 @@ class RecordingRig {
     request.settings.systemAudio = systemAudio;
     request.settings.microphone = microphone;
     request.settings.camera = camera;
+  }
+
+  // Of another kind of capture, of its sample, in the same directory and without a trace.
+  void ask(CaptureKind kind) {
+    const std::string outputDirectory = request.outputDirectory;
+    request = sampleRequest(kind);
+    request.outputDirectory = outputDirectory;
+    request.settings.showsCursor = false;
   }
 
   // Steps of a session.
