@@ -1,6 +1,7 @@
 #include "main/EndSignals.hpp"
 
 #include <sys/signalfd.h>
+#include <unistd.h>
 
 #include <csignal>
 
@@ -30,8 +31,10 @@ std::optional<int> hold() {
   const int descriptor = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
   if (descriptor < 0)
     return std::nullopt;
-  if (pthread_sigmask(SIG_BLOCK, &signals, nullptr) != 0)
+  if (pthread_sigmask(SIG_BLOCK, &signals, nullptr) != 0) {
+    close(descriptor);
     return std::nullopt;
+  }
   return descriptor;
 }
 
