@@ -1,6 +1,6 @@
 #include "recording/RecordingDeliverables.hpp"
 
-#include "recording/ParallelTasks.hpp"
+#include "base/ParallelTasks.hpp"
 #include "recording/RecordingMerger.hpp"
 #include "recording/RecordingTrackTimeline.hpp"
 

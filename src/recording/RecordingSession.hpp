@@ -1,6 +1,6 @@
 #pragma once
 
-#include "recording/BackgroundTask.hpp"
+#include "base/BackgroundTask.hpp"
 #include "recording/CameraCompositeRecorder.hpp"
 #include "recording/ControlInput.hpp"
 #include "recording/RecordingConfiguration.hpp"

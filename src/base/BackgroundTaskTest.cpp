@@ -1,4 +1,4 @@
-#include "recording/BackgroundTask.hpp"
+#include "base/BackgroundTask.hpp"
 
 #include "support/ManualQueue.hpp"
 

@@ -1,4 +1,4 @@
-#include "recording/ParallelTasks.hpp"
+#include "base/ParallelTasks.hpp"
 
 #include "support/ManualClock.hpp"
 #include "support/ManualQueue.hpp"
