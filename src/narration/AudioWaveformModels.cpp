@@ -3,6 +3,7 @@
 #include "base/Failure.hpp"
 #include "base/Text.hpp"
 #include "model/MediaErrors.hpp"
+#include "project/EditPaths.hpp"
 
 namespace tessarin {
 
@@ -11,14 +12,6 @@ namespace {
 constexpr std::int64_t minimumSampleCount = 64;
 constexpr std::int64_t maximumSampleCount = 2048;
 
-bool isRecordingOf(const std::string& path, const std::string& sessionID) {
-  if (!isAbsolutePath(path) || hasParentComponent(path))
-    return false;
-  const std::vector<std::string_view> components = pathComponents(path);
-  return components.size() >= 2 && components.back() == "recording.mp4" &&
-         components[components.size() - 2] == sessionID;
-}
-
 } // namespace
 
 ValidatedAudioWaveformRequest AudioWaveformRequestDTO::validated() const {
@@ -26,7 +19,8 @@ ValidatedAudioWaveformRequest AudioWaveformRequestDTO::validated() const {
     fail(AudioWaveformRequestError::invalidSessionID);
   if (sampleCount < minimumSampleCount || sampleCount > maximumSampleCount)
     fail(AudioWaveformRequestError::invalidSampleCount);
-  if (!isRecordingOf(sourcePath, sessionID))
+  if (!isPlainAbsolutePath(sourcePath) || lastPathComponent(sourcePath) != "recording.mp4" ||
+      nameAbove(sourcePath, 1) != sessionID)
     fail(AudioWaveformRequestError::invalidSourcePath);
   return {sourcePath, static_cast<std::size_t>(sampleCount)};
 }
