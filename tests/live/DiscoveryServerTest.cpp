@@ -22,11 +22,13 @@ TEST_F(DiscoveryServer, HasAccessToADisplayThatOpens) {
   EXPECT_TRUE(discovery->hasScreenCaptureAccess());
 }
 
-TEST_F(DiscoveryServer, FailsWhenTheServerIsGoneAndReturnsWhenAnotherOneIsThere) {
+TEST_F(DiscoveryServer, FailsWhenTheServerIsGoneThoughAnotherOneComes) {
   startDesktop();
   show({});
   look();
   desktop->killServer();
+  const PrivateDesktop another;
+  EXPECT_NE(another.display(), desktop->display());
   EXPECT_THROW(discovery->content(), DesktopFailure);
   EXPECT_FALSE(discovery->hasScreenCaptureAccess());
   EXPECT_THROW(discovery->content(), DesktopFailure);

@@ -4,14 +4,15 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
+#include <cstddef>
 #include <cstdlib>
-#include <fstream>
 #include <stdexcept>
 
 extern char** environ;
@@ -326,12 +327,14 @@ void PrivateDesktop::waitFor(const std::string& manager) const {
   }
 }
 
-// Keeps the display's number until the end, so that no other server takes it and answers in its place.
+// Servers take the first number whose name in the system nobody has. While the test has it, no other server
+// answers in the place of the one that is gone.
 void PrivateDesktop::killServer() {
-  char owner[12];
-  std::snprintf(owner, sizeof owner, "%10d\n", getpid());
-  std::ofstream(lockFile(), std::ios::in) << owner;
   server_->end(SIGKILL);
+  heldName_ = holdName();
+  if (heldName_ < 0) {
+    throw std::runtime_error("another server has taken the number of display " + display_);
+  }
 }
 
 void PrivateDesktop::killWindowManager() {
@@ -343,17 +346,33 @@ std::vector<std::pair<std::string, std::string>> PrivateDesktop::environment() c
   return {{"DISPLAY", display_}, {"DBUS_SESSION_BUS_ADDRESS", "disabled:"}, {"XAUTHORITY", "/dev/null"}};
 }
 
-// What a server that was killed leaves behind.
-void PrivateDesktop::removeTraces() const {
-  pid_t owner = 0;
-  if (std::ifstream(lockFile()) >> owner && (owner == server_->pid() || owner == getpid())) {
-    unlink(("/tmp/.X11-unix/X" + display_.substr(1)).c_str());
-    unlink(lockFile().c_str());
-  }
+std::string PrivateDesktop::socketFile() const {
+  return "/tmp/.X11-unix/X" + display_.substr(1);
 }
 
-std::string PrivateDesktop::lockFile() const {
-  return "/tmp/.X" + display_.substr(1) + "-lock";
+// A socket with the server's abstract name, on which nobody listens; -1 where another one has that name.
+int PrivateDesktop::holdName() const {
+  const std::string file = socketFile();
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  file.copy(address.sun_path + 1, sizeof address.sun_path - 1);
+  const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + file.size());
+  int name = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (name >= 0 && bind(name, reinterpret_cast<const sockaddr*>(&address), size) != 0) {
+    Pipe::closeEnd(name);
+  }
+  return name;
+}
+
+// What a server that was killed leaves behind.
+void PrivateDesktop::removeTraces() {
+  if (heldName_ < 0) {
+    heldName_ = holdName();
+  }
+  if (heldName_ >= 0) {
+    unlink(socketFile().c_str());
+  }
+  Pipe::closeEnd(heldName_);
 }
 
 } // namespace tessarin

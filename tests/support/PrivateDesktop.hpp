@@ -102,11 +102,13 @@ class PrivateDesktop {
 
  private:
   std::vector<std::pair<std::string, std::string>> environment() const;
-  void removeTraces() const;
-  std::string lockFile() const;
+  std::string socketFile() const;
+  int holdName() const;
+  void removeTraces();
 
   std::unique_ptr<ChildProcess> server_;
   std::string display_;
+  int heldName_ = -1; // a descriptor, once the server has been killed
   std::vector<std::unique_ptr<ChildProcess>> managers_;
 };
 
