@@ -69,6 +69,7 @@ FileInfo infoOf(const struct stat& status) {
   info.device = status.st_dev;
   info.inode = status.st_ino;
   info.modifiedNanoseconds = std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec;
+  info.isOwn = status.st_uid == ::geteuid();
   return info;
 }
 

@@ -49,6 +49,7 @@ struct FileInfo {
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
   std::int64_t modifiedNanoseconds = 0;
+  bool isOwn = false; // of the user as whom this process runs
 };
 
 enum class OpenMode {

@@ -65,6 +65,20 @@ TEST_F(MachineFiles, OpensAnExistingFileToRead) {
   EXPECT_EQ(openError(directory / "b", OpenMode::readWrite), ENOENT);
 }
 
+TEST_F(MachineFiles, TellsWhoseAFileIs) {
+  const std::string path = directory.write("a", "hello");
+  EXPECT_TRUE(files.info(path)->isOwn);
+  EXPECT_TRUE(files.open(path, OpenMode::read)->info().isOwn);
+  // Only the superuser may give a file away; anybody else is not the owner of what is the superuser's.
+  std::string foreign = "/etc/passwd";
+  if (::geteuid() == 0) {
+    ASSERT_EQ(::chown(path.c_str(), 65534, static_cast<gid_t>(-1)), 0);
+    foreign = path;
+  }
+  EXPECT_FALSE(files.info(foreign)->isOwn);
+  EXPECT_FALSE(files.open(foreign, OpenMode::read)->info().isOwn);
+}
+
 TEST_F(MachineFiles, ReadsUpToTheEndAndNotBeyond) {
   const auto file = files.open(directory.write("a", "hello"), OpenMode::read);
   EXPECT_EQ(readText(*file, 3, 10), "lo");

@@ -35,8 +35,7 @@ bool VideoEditProjectDTO::activeOutputChangesFrame() const {
   if (active == nullptr)
     return false;
   const VideoCanvasConfigDTO& canvas = active->canvas;
-  return canvas.widthPixels != evenFloor(crop.width * static_cast<double>(source.widthPixels)) ||
-         canvas.heightPixels != evenFloor(crop.height * static_cast<double>(source.heightPixels)) ||
+  return canvas.widthPixels != croppedWidthPixels() || canvas.heightPixels != croppedHeightPixels() ||
          canvas.contentFrame || canvas.contentMode != VideoCanvasContentModeDTO::fit || canvas.offsetX != 0 ||
          canvas.offsetY != 0 || canvas.padding != 0 || canvas.cornerRadius != 0 || canvas.shadow;
 }
@@ -63,6 +62,14 @@ std::vector<ClipSpan> VideoEditProjectDTO::clipSpans() const {
   for (const VideoEditClipDTO& clip : clips)
     spans.push_back(clip.span());
   return spans;
+}
+
+std::int64_t VideoEditProjectDTO::croppedWidthPixels() const {
+  return evenFloor(crop.width * static_cast<double>(source.widthPixels));
+}
+
+std::int64_t VideoEditProjectDTO::croppedHeightPixels() const {
+  return evenFloor(crop.height * static_cast<double>(source.heightPixels));
 }
 
 std::int64_t VideoEditProjectDTO::evenFloor(double value) {

@@ -155,6 +155,10 @@ struct VideoEditProjectDTO {
   // The clips as spans, for what maps times of the source to the output.
   std::vector<ClipSpan> clipSpans() const;
 
+  // The size of the cropped picture, by evenFloor().
+  std::int64_t croppedWidthPixels() const;
+  std::int64_t croppedHeightPixels() const;
+
   // A number of pixels: the value rounded down to an even number, at least 2.
   static std::int64_t evenFloor(double value);
 
