@@ -74,6 +74,16 @@ std::optional<Value> Value::member(std::string_view key) const {
   return Value(&*found);
 }
 
+std::vector<std::string> Value::keys() const {
+  if (!isObject())
+    wrongType("an object");
+  std::vector<std::string> result;
+  result.reserve(node(node_).size());
+  for (const auto& member : node(node_).items())
+    result.push_back(member.key());
+  return result;
+}
+
 bool Value::boolean() const {
   if (!node(node_).is_boolean())
     wrongType("a Boolean");
@@ -151,7 +161,7 @@ Value Value::at(std::size_t index) const {
   return Value(&node(node_)[index]);
 }
 
-void appendString(std::string& out, std::string_view text) {
+void appendString(std::string& out, std::string_view text, Slashes slashes) {
   if (!isValidUtf8(text))
     throw EncodingFailure("a string is not UTF-8");
   static constexpr char digits[] = "0123456789abcdef";
@@ -163,6 +173,9 @@ void appendString(std::string& out, std::string_view text) {
       break;
     case '\\':
       out += "\\\\";
+      break;
+    case '/':
+      out += slashes == Slashes::escaped ? "\\/" : "/";
       break;
     case '\b':
       out += "\\b";
@@ -201,6 +214,75 @@ void appendNumber(std::string& out, double value) {
   const auto format = plain ? std::chars_format::fixed : std::chars_format::scientific;
   const auto [end, error] = std::to_chars(text.data(), text.data() + text.size(), value, format);
   out.append(text.data(), error == std::errc{} ? end : text.data());
+}
+
+// The tree is at most as deep as a Document lets it be.
+class ValueWriter {
+ public:
+  ValueWriter(std::string& out, Slashes slashes) : out_(out), slashes_(slashes) {}
+
+  void write(const Value& value) { write(node(value.node_)); }
+
+ private:
+  void write(const nlohmann::json& value) {
+    using Type = nlohmann::json::value_t;
+    switch (value.type()) {
+    case Type::object:
+      return writeObject(value);
+    case Type::array:
+      return writeArray(value);
+    case Type::string:
+      return appendString(out_, value.get_ref<const std::string&>(), slashes_);
+    case Type::boolean:
+      out_ += value.get<bool>() ? "true" : "false";
+      return;
+    case Type::number_integer:
+      out_ += std::to_string(value.get<std::int64_t>());
+      return;
+    case Type::number_unsigned:
+      out_ += std::to_string(value.get<std::uint64_t>());
+      return;
+    case Type::number_float:
+      return appendNumber(out_, value.get<double>());
+    case Type::null:
+      out_ += "null";
+      return;
+    case Type::binary:
+    case Type::discarded:
+      break; // no text is parsed into these
+    }
+    throw EncodingFailure("a value has no JSON form");
+  }
+
+  // Members are kept in the order of their keys.
+  void writeObject(const nlohmann::json& value) {
+    char before = '{';
+    for (const auto& [key, member] : value.get_ref<const nlohmann::json::object_t&>()) {
+      out_ += before;
+      before = ',';
+      appendString(out_, key, slashes_);
+      out_ += ':';
+      write(member);
+    }
+    out_ += value.empty() ? "{}" : "}";
+  }
+
+  void writeArray(const nlohmann::json& value) {
+    char before = '[';
+    for (const auto& element : value) {
+      out_ += before;
+      before = ',';
+      write(element);
+    }
+    out_ += value.empty() ? "[]" : "]";
+  }
+
+  std::string& out_;
+  const Slashes slashes_;
+};
+
+void appendValue(std::string& out, const Value& value, Slashes slashes) {
+  ValueWriter(out, slashes).write(value);
 }
 
 } // namespace tessarin::json

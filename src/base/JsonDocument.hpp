@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // A parsed JSON document, and the scalar pieces of writing one. Records are in base/Json.hpp.
 namespace tessarin::json {
@@ -30,6 +31,8 @@ class Value {
 
   // The member of an object, or nothing when the key is absent. A key that stands twice yields the last.
   std::optional<Value> member(std::string_view key) const;
+  // The keys of an object, each once, in the order of their bytes.
+  std::vector<std::string> keys() const;
 
   bool boolean() const;
   double number() const;
@@ -43,6 +46,7 @@ class Value {
 
  private:
   friend class Document;
+  friend class ValueWriter;
   explicit Value(const void* node) : node_(node) {}
   const void* node_;
 };
@@ -63,11 +67,21 @@ class Document {
   std::unique_ptr<Tree> tree_;
 };
 
-// Appends a quoted string; slashes and non-ASCII characters stay as they are. Throws EncodingFailure.
-void appendString(std::string& out, std::string_view text);
+// How a slash within a string is written; readers take both for the same text.
+enum class Slashes : std::uint8_t {
+  plain,
+  escaped // as "\/"
+};
+
+// Appends a quoted string; non-ASCII characters stay as they are. Throws EncodingFailure.
+void appendString(std::string& out, std::string_view text, Slashes slashes = Slashes::plain);
 
 // Appends a double in the shortest form that reads back the same; integral values have no fraction.
 // Throws EncodingFailure when it is not finite.
 void appendNumber(std::string& out, double value);
+
+// Appends a value that was parsed, with sorted keys and without blanks. Integers of 64 bits keep all their
+// digits. Throws EncodingFailure.
+void appendValue(std::string& out, const Value& value, Slashes slashes = Slashes::plain);
 
 } // namespace tessarin::json

@@ -228,5 +228,41 @@ TEST(JsonText, NumbersThatAreNotFiniteAreRefused) {
   EXPECT_THROW(numberText(std::numeric_limits<double>::quiet_NaN()), EncodingFailure);
 }
 
+std::string rewritten(std::string_view text, Slashes slashes = Slashes::plain) {
+  const Document document(text);
+  std::string out;
+  appendValue(out, document.root(), slashes);
+  return out;
+}
+
+TEST(JsonDocument, ToldItsSlashesAreEscaped) {
+  std::string text;
+  appendString(text, "a/b\\/", Slashes::escaped);
+  EXPECT_EQ(text, R"("a\/b\\\/")");
+}
+
+TEST(JsonDocument, TellsTheKeysOfAnObjectInOrder) {
+  EXPECT_EQ(Document(R"({"b":1,"a":2,"B":3,"":4,"b":5})").root().keys(),
+            (std::vector<std::string>{"", "B", "a", "b"}));
+  EXPECT_EQ(Document("{}").root().keys(), std::vector<std::string>());
+  EXPECT_THROW((void)Document("[]").root().keys(), DecodingFailure);
+}
+
+TEST(JsonDocument, WritesAParsedValueAgain) {
+  for (const char* const text :
+       {"null", "true", "false", "0", "-1", "18446744073709551615", "-9223372036854775808", "0.1", "-2.5",
+        "1e+300", "{}", "[]", R"("")", R"("a\"\\\b\f\n\r\t\u0001")", R"([[],{},[1,2.5,null]])",
+        R"({"a":{"b":[true]},"c":"\u0000"})", "\"\xC3\xA4\xF0\x9F\x96\xA5\""})
+    EXPECT_EQ(rewritten(text), text);
+  EXPECT_EQ(rewritten(" { \"b\" : [ 1 , 2 ] , \"a\" : 1.0 } "), R"({"a":1,"b":[1,2]})");
+  EXPECT_EQ(rewritten(R"({"p":"\/x/y"})"), R"({"p":"/x/y"})");
+  EXPECT_EQ(rewritten(R"({"a/b":["/x"]})", Slashes::escaped), R"({"a\/b":["\/x"]})");
+}
+
+TEST(JsonDocument, WritesTheDeepestTreeThatItTakes) {
+  const std::string deepest = repeated("[", 512) + repeated("]", 512);
+  EXPECT_EQ(rewritten(deepest), deepest);
+}
+
 } // namespace
 } // namespace tessarin::json

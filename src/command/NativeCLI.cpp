@@ -5,7 +5,7 @@
 #include "command/CommandParser.hpp"
 #include "command/ErrorMapping.hpp"
 #include "desktop/CapturePermissionService.hpp"
-#include "desktop/CapturePreparationRequest.hpp"
+#include "desktop/CapturePreparationService.hpp"
 #include "desktop/CaptureService.hpp"
 #include "desktop/ContentService.hpp"
 #include "desktop/SpeechPermissionService.hpp"
@@ -55,9 +55,8 @@ struct LaterRequest {
   static constexpr auto fields() { return json::table(); }
 };
 
-template<class Request = LaterRequest, class Case>
-NativeExecution later(const std::string& requestJSONBase64, Case undecodable) {
-  (void)decoded<Request>(requestJSONBase64, undecodable);
+template<class Case> NativeExecution later(const std::string& requestJSONBase64, Case undecodable) {
+  (void)decoded<LaterRequest>(requestJSONBase64, undecodable);
   later();
 }
 
@@ -74,17 +73,29 @@ NativeExecution sampleSystemAudio(const NativeServices& services, const std::str
 NativeExecution list(const NativeServices& services, bool excludeParentApplication) {
   std::set<std::int32_t> excludedProcessIdentifiers;
   if (excludeParentApplication)
-    excludedProcessIdentifiers.insert(services.parentProcessIdentifier);
+    excludedProcessIdentifiers.insert(services.parentProcessIdentifier());
   const ContentService content(services.desktop, {}, std::move(excludedProcessIdentifiers));
   return succeeded(content.load().payload);
 }
 
+CaptureService::Ports capturePorts(const NativeServices& services) {
+  return {services.desktop, services.stills, services.images, services.applications, services.sleep};
+}
+
 NativeExecution capture(const NativeServices& services, const std::string& requestJSONBase64) {
   const auto request = decoded<CaptureRequestDTO>(requestJSONBase64, CaptureRequestError::invalidEncoding);
-  const CaptureService service(
-      {services.desktop, services.stills, services.images, services.applications, services.sleep},
-      services.parentProcessIdentifier);
-  return succeeded(service.capture(request));
+  return succeeded(
+      CaptureService(capturePorts(services), services.parentProcessIdentifier()).capture(request));
+}
+
+NativeExecution prepareCapture(const NativeServices& services, const std::string& requestJSONBase64) {
+  const auto request =
+      decoded<CapturePreparationRequest>(requestJSONBase64, CommandParserError::invalidRequestEncoding);
+  const CapturePreparationService service({.capture = capturePorts(services),
+                                           .files = services.files,
+                                           .clock = services.clock,
+                                           .parentProcessIdentifier = services.parentProcessIdentifier});
+  return succeeded(service.prepare(request));
 }
 
 // The session reports by its own events; there is no reply at its end.
@@ -150,7 +161,7 @@ struct Dispatch {
   NativeExecution operator()(const c::List& it) const { return list(services, it.excludeParentApplication); }
   NativeExecution operator()(const c::Capture& it) const { return capture(services, it.requestJSONBase64); }
   NativeExecution operator()(const c::PrepareCapture& it) const {
-    return later<CapturePreparationRequest>(it.requestJSONBase64, CommandParserError::invalidRequestEncoding);
+    return prepareCapture(services, it.requestJSONBase64);
   }
   NativeExecution operator()(const c::Record& it) const { return record(services, it.requestJSONBase64); }
   NativeExecution operator()(const c::RecoverRecording& it) const {

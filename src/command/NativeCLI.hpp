@@ -20,6 +20,7 @@
 namespace tessarin {
 
 class FileSystem;
+class HostClock;
 
 // What the commands need of the machine, filled by the composition root. Nothing here is opened before a
 // command calls it; everything referred to outlives the dispatcher.
@@ -35,12 +36,14 @@ struct NativeServices {
   // Asks for the recognition of speech; in a test, without asking anybody.
   std::function<PermissionStatus()> requestSpeechPermission;
   FileSystem& files;
+  const HostClock& clock;
   AudioReencoder& reencoder;
   std::optional<std::string> cachesDirectory; // the user's, absolute
   std::string temporaryDirectory;             // absolute
   QueueFactory makeQueue;
   Sleeper sleep;
-  std::int32_t parentProcessIdentifier; // the host
+  // The process of the host, as it is at the moment.
+  std::function<std::int32_t()> parentProcessIdentifier;
   // Records from standard input to standard output until the session ends; yields the exit status.
   std::function<std::int32_t(const RecordingRequestDTO&)> record;
 };

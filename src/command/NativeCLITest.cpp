@@ -128,8 +128,6 @@ TEST_F(NativeCLITest, RequestsOfServicesBuiltLaterAreRefusedAsTheyWillBe) {
       {"recognize-qr", "", failure("invalidArguments", "The capture request is not valid base64 data.", 2)},
       {"recognize-text", "[]",
        failure("invalidArguments", "The capture request is not valid base64 data.", 2)},
-      {"prepare-capture", R"({"schemaVersion":1,"sessionId":"x"})",
-       failure("invalidArguments", "The capture request is not valid base64 data.", 2)},
       {"inspect-edit-source", "1",
        failure("invalidRequest", "The video inspection request could not be decoded.", 2)},
       {"audio-waveform", "1",
@@ -162,8 +160,6 @@ TEST_F(NativeCLITest, CommandsWhoseServiceIsBuiltLaterFailAsUnexpected) {
   for (const char* const command : {"recognize-text", "recognize-qr", "inspect-edit-source", "audio-waveform",
                                     "export-edit", "export-gif", "thumbnail"})
     EXPECT_EQ(runWith(command, "{}"), unexpected) << command;
-  EXPECT_EQ(runWith("prepare-capture", R"({"schemaVersion":1,"sessionId":"x","directory":"/d"})"),
-            unexpected);
   EXPECT_EQ(machine.calls, 0);
 }
 

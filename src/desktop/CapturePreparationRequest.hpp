@@ -7,6 +7,8 @@
 
 namespace tessarin {
 
+class FileSystem;
+
 // The request of `prepare-capture`. Plain value.
 struct CapturePreparationRequest {
   std::int64_t schemaVersion = 1;
@@ -19,6 +21,11 @@ struct CapturePreparationRequest {
                        json::field("directory", &CapturePreparationRequest::directory));
   }
   bool operator==(const CapturePreparationRequest&) const = default;
+
+  // The session's directory, without slashes at its end: it exists, is no symbolic link, and nothing is in
+  // it. Throws NativeServiceError outputFailed for the first rule that is broken, and FileFailure where the
+  // directory cannot be looked at, as when it does not exist.
+  std::string validatedDirectory(FileSystem& files) const;
 };
 
 } // namespace tessarin

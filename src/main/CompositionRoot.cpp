@@ -109,6 +109,10 @@ CompositionRoot::CompositionRoot(EventQueue& mainQueue, MainThreadMode mode, std
 
 CompositionRoot::~CompositionRoot() = default;
 
+void CompositionRoot::warmUp() {
+  (void)backends_->desktop->hasScreenCaptureAccess();
+}
+
 NativeServices CompositionRoot::services() {
   return {.desktop = *backends_->desktop,
           .stills = *backends_->stills,
@@ -121,12 +125,13 @@ NativeServices CompositionRoot::services() {
           .requestSpeechPermission =
               [this] { return SpeechPermissionService::request(backends_->speechAuthorization); },
           .files = machineFileSystem(),
+          .clock = backends_->clock,
           .reencoder = backends_->reencoder,
           .cachesDirectory = userCachesDirectory(),
           .temporaryDirectory = temporaryFilesDirectory(),
           .makeQueue = makeThreadQueue,
           .sleep = sleep,
-          .parentProcessIdentifier = ::getppid(),
+          .parentProcessIdentifier = [] { return std::int32_t{::getppid()}; },
           .record = [this](const RecordingRequestDTO& request) { return backends_->record(request); }};
 }
 

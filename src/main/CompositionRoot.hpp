@@ -23,6 +23,10 @@ class CompositionRoot {
   // Refers to this object, which must outlive its users.
   NativeServices services();
 
+  // Opens what every capture of the screen needs, where it is there, and keeps it; a later command finds it
+  // open, or opens it anew when it has been lost since.
+  void warmUp();
+
  private:
   struct Backends;
   std::unique_ptr<Backends> backends_;

@@ -22,7 +22,7 @@ void occupy() {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
     if (::fcntl(descriptor, F_GETFD) < 0 && errno == EBADF)
       // The lowest free number is this one, since those below it are open by now.
-      (void)::open("/dev/null", descriptor == STDIN_FILENO ? O_RDONLY : O_WRONLY);
+      (void)::open("/dev/null", descriptor == STDOUT_FILENO ? O_RDONLY : O_WRONLY);
 }
 
 void ignoreBrokenPipes() {

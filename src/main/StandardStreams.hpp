@@ -6,7 +6,8 @@
 namespace tessarin::standardStreams {
 
 // Opens each standard descriptor that the parent left closed on nothing, so that no file or socket of this
-// process ever takes its number.
+// process ever takes its number. To read from such an input, or to write to such an output, fails as if it
+// were closed; diagnostics vanish.
 void occupy();
 
 // Takes the signal of a broken pipe away while the job works: the display server or the host may go at any

@@ -1,8 +1,11 @@
+#include "command/CaptureWorker.hpp"
 #include "command/NativeCLI.hpp"
 #include "main/CompositionRoot.hpp"
 #include "main/EndSignals.hpp"
 #include "main/MainLoop.hpp"
 #include "main/StandardStreams.hpp"
+
+#include <unistd.h>
 
 #include <optional>
 #include <string>
@@ -13,10 +16,22 @@ namespace tessarin {
 
 namespace {
 
+// Every request has a dispatcher of its own; the backends, and with them the connection to the display, stay.
+std::int32_t serveHost(CompositionRoot& root) {
+  return CaptureWorker(
+             {.input = descriptorSource(STDIN_FILENO),
+              .output = descriptorSink(STDOUT_FILENO),
+              .run = [&root](const auto& arguments) { return NativeCLI(root.services()).run(arguments); },
+              .warmUp = [&root] { root.warmUp(); }})
+      .run();
+}
+
 // The job of the process, on its own thread. Yields the exit code.
 std::int32_t execute(const std::vector<std::string>& arguments, MainLoop& loop,
                      std::optional<int> endSignals) {
   CompositionRoot root(loop, mainThreadMode(arguments), endSignals);
+  if (CaptureWorker::isAskedFor(arguments))
+    return serveHost(root);
   const NativeExecution execution = NativeCLI(root.services()).run(arguments);
   if (!execution.output.empty())
     standardStreams::writeReply(execution.output);

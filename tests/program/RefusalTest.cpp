@@ -49,7 +49,6 @@ TEST_F(RefusalTest, WhatIsNoCommandIsRefused) {
   for (const Arguments& arguments : {Arguments{},
                                      {""},
                                      {"--help"},
-                                     {"capture-worker"},
                                      {"capture-worker", "extra"},
                                      {"record"},
                                      {"record", "--request-json"},

@@ -32,6 +32,7 @@ class ScriptedMachine final : public DesktopContent,
   bool hasAccess = true;
   int calls = 0;
   std::vector<RunningApplication> excludedFromPicture;
+  FileSystem* files = nullptr; // where pictures appear, though empty
 
   bool hasScreenCaptureAccess() override {
     ++calls;
@@ -62,7 +63,11 @@ class ScriptedMachine final : public DesktopContent,
              PixelFormat::bgrx8},
             nullptr};
   }
-  void write(const PictureView&, const std::string&) override { ++calls; }
+  void write(const PictureView&, const std::string& path) override {
+    ++calls;
+    if (files)
+      files->open(path, OpenMode::createTruncated);
+  }
   std::optional<bool> isActive(std::int32_t) override { return true; }
   void activate(std::int32_t) override {}
 };
@@ -111,12 +116,13 @@ class CommandLineRig : public testing::Test {
                             return permissions.speechAnswer;
                           },
                       .files = files,
+                      .clock = clock,
                       .reencoder = reencoder,
                       .cachesDirectory = directory.path(),
                       .temporaryDirectory = "/nowhere",
                       .makeQueue = scheduler.queueFactory(),
                       .sleep = [this](std::chrono::milliseconds) { whileAsleep(); },
-                      .parentProcessIdentifier = parentProcess,
+                      .parentProcessIdentifier = [this] { return parent(); },
                       .record =
                           [this](const RecordingRequestDTO& request) {
                             recorded = request;
@@ -147,6 +153,7 @@ class CommandLineRig : public testing::Test {
   ManualClock clock;
   ManualScheduler scheduler{clock};
   std::function<void()> whileAsleep = [] {};
+  std::function<std::int32_t()> parent = [] { return parentProcess; };
   std::optional<RecordingRequestDTO> recorded;
   std::int32_t recordStatus = 0;
 };

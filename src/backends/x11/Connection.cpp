@@ -229,6 +229,14 @@ Owned<xcb_generic_event_t> Connection::pollEvent() {
   return event;
 }
 
+bool Connection::dropEvents() {
+  events_.clear();
+  // Taking them reads from the server, and finds its end.
+  while (const Owned<xcb_generic_event_t> event{xcb_poll_for_event(connection_)}) {
+  }
+  return !isLost();
+}
+
 void Connection::flush() {
   if (xcb_flush(connection_) <= 0) {
     throw DesktopFailure();
@@ -258,7 +266,7 @@ DisplayServer::DisplayServer(std::optional<std::string> displayName, Connection:
     : displayName_(std::move(displayName)), patience_(patience) {}
 
 Connection& DisplayServer::connection() {
-  if (!connection_ || connection_->isLost()) {
+  if (!connection_ || !connection_->dropEvents()) {
     connection_ = open();
   }
   return *connection_;

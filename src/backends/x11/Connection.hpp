@@ -115,6 +115,10 @@ class Connection {
   // Throws DesktopFailure when the server is lost.
   Owned<xcb_generic_event_t> pollEvent();
 
+  // Drops what the server has sent unasked, such as the news that the keyboard has another layout, and tells
+  // whether the connection still stands. Does not wait, and sends nothing.
+  bool dropEvents();
+
   // Sends what is buffered. Throws DesktopFailure when the server is lost.
   void flush();
 
@@ -163,13 +167,15 @@ struct OwnWindow {
 inline constexpr std::string_view ownWindowClass = "tessarin-native";
 
 // The display server of this job: opened on first use, then shared by the services that run one at a time.
+// None of them asks for events on the shared connection.
 class DisplayServer {
  public:
   // Nothing means the display that the environment names.
   explicit DisplayServer(std::optional<std::string> displayName = std::nullopt,
                          Connection::Patience patience = Connection::usualPatience);
 
-  // The shared connection; opened anew when the last one was lost. Throws DesktopFailure.
+  // The shared connection; opened anew when the last one was lost, also when that was while nobody used it.
+  // Throws DesktopFailure.
   Connection& connection();
   // A connection of the caller's own, for another thread. Throws DesktopFailure.
   std::unique_ptr<Connection> open() const;
