@@ -41,12 +41,6 @@ std::int64_t nanoseconds(const HostClock& clock) {
   return clock.now().convertedTo(MediaTime::nanosecondScale).value();
 }
 
-void growTo(PixelBuffer& buffer, std::size_t bytes, PixelReader& reader) {
-  if (bytes > buffer.size()) {
-    buffer = reader.makeBuffer(bytes);
-  }
-}
-
 } // namespace
 
 Exclusion::Exclusion(Connection& connection, PixelReader& reader, const HostClock& clock,
@@ -94,6 +88,7 @@ PixelRect Exclusion::refresh(const PixelRect& screen, const EventHandler& others
   keepPixmaps(others);
   new_.clear();
   background_.provide(plan_.background.extents(), stack_.screen, stack_.isComposited);
+  layOutPieces();
   return isNew ? area_ : enclosing(before.patch.extents(), plan_.patch.extents());
 }
 
@@ -232,15 +227,21 @@ void Exclusion::keep(xcb_window_t window) {
   kept_.emplace(window, Kept{WindowPixmap(connection_, window), damage});
 }
 
-void Exclusion::request() {
+void Exclusion::layOutPieces() {
   layers_.clear();
+  layers_.reserve(plan_.layers.size());
   std::size_t bytes = 0;
   for (const auto& layer : plan_.layers) {
     const auto area = layer.region.extents();
-    layers_.push_back({{}, area, bytes});
+    layers_.push_back({area, bytes});
     bytes += packedBytes(area);
   }
-  growTo(pieces_, bytes, reader_);
+  if (bytes > pieces_.size()) {
+    pieces_ = reader_.makeBuffer(bytes);
+  }
+}
+
+void Exclusion::request() {
   for (std::size_t i = 0; i < layers_.size(); ++i) {
     const auto& window = stack_.windows[plan_.layers[i].window].window;
     auto& kept = kept_.at(window.top);

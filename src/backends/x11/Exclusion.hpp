@@ -47,7 +47,7 @@ class Exclusion {
   // and CaptureFailure for windows whose pixels are of an unknown kind.
   PixelRect refresh(const PixelRect& screen, const EventHandler& others);
 
-  // Reads what has to be painted over. Throws DesktopFailure.
+  // Reads what has to be painted over. Only sends: the caller may keep the server to itself meanwhile.
   void request();
   // False when a window has changed meanwhile.
   bool collect();
@@ -69,9 +69,9 @@ class Exclusion {
     bool isDamaged = false;
   };
   struct Piece {
-    PixelReader::Pending pending;
     PixelRect area; // of the root window
     std::size_t offset = 0;
+    PixelReader::Pending pending = {};
   };
 
   std::optional<PixelRect> handleDamage(const xcb_damage_notify_event_t& event);
@@ -88,6 +88,7 @@ class Exclusion {
   void watchNew(RepaintWatch& watch) const;
   void keep(xcb_window_t window);
   void dropUnused();
+  void layOutPieces();
   bool isOurOwn(xcb_window_t window) const;
 
   Connection& connection_;

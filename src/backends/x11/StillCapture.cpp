@@ -4,6 +4,7 @@
 #include "backends/x11/Cursor.hpp"
 #include "backends/x11/Displays.hpp"
 #include "backends/x11/Exclusion.hpp"
+#include "backends/x11/ServerGrab.hpp"
 #include "backends/x11/WindowPicture.hpp"
 
 #include <algorithm>
@@ -55,21 +56,6 @@ PixelRect areaOf(const DisplayLayout& layout, const ContentFilter& filter,
 Picture pictureOf(const PixelBuffer& buffer, const pixels::Canvas& canvas) {
   return {canvas.view(), buffer.memory()};
 }
-
-// Stops all other clients for as long as it exists.
-class ServerGrab {
- public:
-  explicit ServerGrab(Connection& connection) : connection_(connection) { xcb_grab_server(connection.get()); }
-  ~ServerGrab() {
-    xcb_ungrab_server(connection_.get());
-    xcb_flush(connection_.get());
-  }
-  ServerGrab(const ServerGrab&) = delete;
-  ServerGrab& operator=(const ServerGrab&) = delete;
-
- private:
-  Connection& connection_;
-};
 
 class X11StillCapturer final : public StillCapturer {
  public:

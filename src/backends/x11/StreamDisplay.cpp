@@ -1,5 +1,7 @@
 #include "backends/x11/StreamDisplay.hpp"
 
+#include "backends/x11/ServerGrab.hpp"
+
 namespace tessarin::x11 {
 
 StreamDisplay::StreamDisplay(Connection& connection, PixelReader& reader, const HostClock& clock,
@@ -70,17 +72,14 @@ void StreamDisplay::prepare(const PixelRect& screen, const EventHandler& others)
 void StreamDisplay::request(const PixelRect& wanted, const PixelBuffer& buffer,
                             const pixels::Canvas& canvas) {
   changes_.beginRead();
-  const bool isStill = exclusion_ && exclusion_->needsStillness();
-  if (isStill) { // for the time of the two readings, which the server does in one go
-    xcb_grab_server(connection_.get());
+  std::optional<ServerGrab> stillness; // for the time of the two readings, which the server does in one go
+  if (exclusion_ && exclusion_->needsStillness()) {
+    stillness.emplace(connection_);
   }
   xcb_damage_subtract(connection_.get(), damage_, XCB_NONE, XCB_NONE);
   canvasReader_.request(connection_.root(), screen_, wanted, buffer, canvas);
   if (exclusion_) {
     exclusion_->request();
-  }
-  if (isStill) {
-    xcb_ungrab_server(connection_.get());
   }
 }
 
