@@ -68,12 +68,36 @@ TEST_F(PanelInput, AHandlerMayMoveThePanelWithThePointer) {
   hands->release();
   settle();
   const auto told = tested->told();
+  ASSERT_GE(told.size(), 3U);
   EXPECT_EQ(told.front(), "down 120,130");
   EXPECT_EQ(told.back(), "up");
   EXPECT_EQ(told[told.size() - 2], "drag 420,230");
   EXPECT_EQ(std::count(told.begin(), told.end(), "up"), 1);
   EXPECT_TRUE(becomes(400, 200, 0x00FF00));
   EXPECT_TRUE(becomes(399, 200, 0));
+}
+
+TEST_F(PanelInput, AHandlerMayMakePanels) {
+  begin();
+  constexpr int count = 20;
+  std::vector<std::unique_ptr<Panel>> made; // on the main thread
+  const auto tested = shownPanel({100, 100, 80, 60});
+  const auto other = shownPanel({300, 300, 40, 40});
+  tested->onDrag([&](Panel&, const PointerLocation&) {
+    for (int i = 0; i < count; ++i) {
+      made.push_back(
+          factory->makePanel({.frame = {i * 20.0, 0, 20, 20}, .accessibilityLabel = "", .handlers = {}}));
+      made.back()->setPicture(plainPicture(20, 20, 0xFF0000FF));
+    }
+  });
+  hands->moveTo(120, 130);
+  hands->press();
+  hands->moveTo(125, 130);
+  EXPECT_TRUE(isTold(*tested, {"down 120,130", "drag 125,130"}));
+  EXPECT_TRUE(becomesLike({0, 0, count * 20, 20}, [](int, int) { return 0x0000FFU; }));
+  hands->release();
+  EXPECT_TRUE(isTold(*tested, {"down 120,130", "drag 125,130", "up"}));
+  mainThread.sync([&] { made.clear(); });
 }
 
 TEST_F(PanelInput, TheButtonIsTakenAwayWithTheWindow) {

@@ -6,23 +6,43 @@
 namespace tessarin {
 namespace {
 
-class PanelKeyboard : public PanelInput {};
+// Somebody else has the keyboard in the beginning.
+class PanelKeyboard : public PanelInput {
+ protected:
+  void beginBesideAnother() {
+    begin();
+    other = std::make_unique<Neighbour>(desktop->display(), x11::PixelRect{300, 300, 100, 100});
+    other->takeFocus();
+  }
+  // A panel is to be seen.
+  void beginBesideAPanel() {
+    beginBesideAnother();
+    tested = shownPanel({100, 100, 80, 60});
+  }
+  // Which has been given the keyboard.
+  void beginOnAPanel() {
+    beginBesideAPanel();
+    click();
+    ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
+    ASSERT_EQ(focus(), tested->id());
+  }
+
+  std::unique_ptr<Neighbour> other;
+  std::unique_ptr<TestedPanel> tested;
+};
 
 constexpr std::uint8_t keyA = 38;
 constexpr std::uint8_t keyControl = 37;
 constexpr std::uint8_t keyLeft = 113;
 
 TEST_F(PanelKeyboard, APressBringsTheKeyboardAndThePointersLeaveGivesItBack) {
-  begin();
-  Neighbour other(desktop->display(), {300, 300, 100, 100});
-  other.takeFocus();
-  const auto tested = shownPanel({100, 100, 80, 60});
-  EXPECT_EQ(focus(), other.window()); // showing a panel takes nothing
+  beginBesideAPanel();
+  EXPECT_EQ(focus(), other->window()); // showing a panel takes nothing
   hands->moveTo(120, 130);
   hands->pressKey(keyA);
   hands->releaseKey(keyA);
   EXPECT_TRUE(isTold(*tested, {}));
-  EXPECT_EQ(other.told(), Told{"key 38"});
+  EXPECT_EQ(other->told(), Told{"key 38"});
 
   hands->press();
   hands->release();
@@ -32,20 +52,17 @@ TEST_F(PanelKeyboard, APressBringsTheKeyboardAndThePointersLeaveGivesItBack) {
   hands->pressKey(keyLeft);
   hands->releaseKey(keyLeft);
   EXPECT_TRUE(isTold(*tested, {"key 105"}));
-  EXPECT_EQ(other.told(), Told{"key 38"});
+  EXPECT_EQ(other->told(), Told{"key 38"});
 
   hands->moveTo(10, 10);
-  EXPECT_TRUE(eventually([&] { return focus() == other.window(); }));
+  EXPECT_TRUE(eventually([&] { return focus() == other->window(); }));
   hands->pressKey(keyA);
   hands->releaseKey(keyA);
-  EXPECT_TRUE(eventually([&] { return other.told() == Told{"key 38", "key 38"}; }));
+  EXPECT_TRUE(eventually([&] { return other->told() == Told{"key 38", "key 38"}; }));
 }
 
 TEST_F(PanelKeyboard, AShortcutBehindADragReachesWhoeverHadTheKeyboard) {
-  begin();
-  Neighbour other(desktop->display(), {300, 300, 100, 100});
-  other.takeFocus();
-  const auto tested = shownPanel({100, 100, 80, 60});
+  beginBesideAPanel();
   hands->moveTo(120, 130);
   hands->press();
   hands->moveTo(125, 130);
@@ -62,15 +79,15 @@ TEST_F(PanelKeyboard, AShortcutBehindADragReachesWhoeverHadTheKeyboard) {
   ASSERT_TRUE(isTold(*tested, {"down 120,130", "drag 125,130", "key 29", "up", "key 105"}));
   tested->forget();
   hands->pressKey(keyControl);
-  EXPECT_TRUE(eventually([&] { return focus() == other.window(); }));
+  EXPECT_TRUE(eventually([&] { return focus() == other->window(); }));
   hands->pressKey(keyA);
   hands->releaseKey(keyA);
   hands->releaseKey(keyControl);
-  EXPECT_TRUE(eventually([&] { return other.told() == Told{"key 38"}; }));
+  EXPECT_TRUE(eventually([&] { return other->told() == Told{"key 38"}; }));
   EXPECT_TRUE(isTold(*tested, {"key 29"}));
   hands->pressKey(keyLeft);
   hands->releaseKey(keyLeft);
-  EXPECT_TRUE(eventually([&] { return other.told() == Told{"key 38", "key 113"}; }));
+  EXPECT_TRUE(eventually([&] { return other->told() == Told{"key 38", "key 113"}; }));
   // Another press brings it back.
   hands->press();
   hands->release();
@@ -78,10 +95,7 @@ TEST_F(PanelKeyboard, AShortcutBehindADragReachesWhoeverHadTheKeyboard) {
 }
 
 TEST_F(PanelKeyboard, BesideThePicturesRoundCornerAReleaseGivesTheKeyboardBack) {
-  begin();
-  Neighbour other(desktop->display(), {300, 300, 100, 100});
-  other.takeFocus();
-  const auto tested = shownPanel({100, 100, 80, 60});
+  beginBesideAPanel();
   tested->setPicture(pictureOf(80, 60, [](int x, int) { return x < 40 ? 0xFF00FF00U : 0U; }));
   ASSERT_TRUE(becomes(160, 130, 0));
   hands->moveTo(120, 130);
@@ -90,12 +104,12 @@ TEST_F(PanelKeyboard, BesideThePicturesRoundCornerAReleaseGivesTheKeyboardBack) 
   ASSERT_TRUE(isTold(*tested, {"down 120,130", "drag 160,130"}));
   EXPECT_EQ(focus(), tested->id());
   hands->release();
-  EXPECT_TRUE(eventually([&] { return focus() == other.window(); }));
+  EXPECT_TRUE(eventually([&] { return focus() == other->window(); }));
 }
 
 TEST_F(PanelKeyboard, RepetitionsOfAKeyAreToldToo) {
   begin();
-  const auto tested = shownPanel({100, 100, 80, 60});
+  tested = shownPanel({100, 100, 80, 60});
   click();
   ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
   tested->forget();
@@ -107,37 +121,27 @@ TEST_F(PanelKeyboard, RepetitionsOfAKeyAreToldToo) {
 }
 
 TEST_F(PanelKeyboard, TheKeyboardStaysWhileTheButtonIsDownAndGoesWithItBeyondThePanel) {
-  begin();
-  Neighbour other(desktop->display(), {300, 300, 100, 100});
-  other.takeFocus();
-  const auto tested = shownPanel({100, 100, 80, 60});
+  beginBesideAPanel();
   hands->moveTo(120, 130);
   hands->press();
   hands->moveTo(10, 10);
   ASSERT_TRUE(isTold(*tested, {"down 120,130", "drag 10,10"}));
   EXPECT_EQ(focus(), tested->id());
   hands->release();
-  EXPECT_TRUE(eventually([&] { return focus() == other.window(); }));
+  EXPECT_TRUE(eventually([&] { return focus() == other->window(); }));
 }
 
 TEST_F(PanelKeyboard, TheKeyboardIsNotTakenFromWhoeverGotItMeanwhile) {
-  begin();
-  Neighbour first(desktop->display(), {300, 300, 100, 100});
-  Neighbour second(desktop->display(), {420, 300, 100, 100});
-  first.takeFocus();
-  const auto tested = shownPanel({100, 100, 80, 60});
-  click();
-  ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
-  second.takeFocus();
+  beginOnAPanel();
+  Neighbour third(desktop->display(), {420, 300, 100, 100});
+  third.takeFocus();
   hands->moveTo(10, 10);
   settle();
-  EXPECT_EQ(focus(), second.window());
+  EXPECT_EQ(focus(), third.window());
 }
 
 TEST_F(PanelKeyboard, TheKeyboardIsGivenBackToTheFirstOwnerThroughSeveralPanels) {
-  begin();
-  Neighbour other(desktop->display(), {300, 300, 100, 100});
-  other.takeFocus();
+  beginBesideAnother();
   const auto left = shownPanel({100, 100, 80, 60});
   const auto right = shownPanel({180, 100, 80, 60});
   for (const auto& [x, panel] : {std::pair{120, &left}, std::pair{200, &right}}) {
@@ -147,48 +151,32 @@ TEST_F(PanelKeyboard, TheKeyboardIsGivenBackToTheFirstOwnerThroughSeveralPanels)
     ASSERT_TRUE(eventually([&] { return focus() == (*panel)->id(); }));
   }
   hands->moveTo(10, 10);
-  EXPECT_TRUE(eventually([&] { return focus() == other.window(); }));
+  EXPECT_TRUE(eventually([&] { return focus() == other->window(); }));
 }
 
 TEST_F(PanelKeyboard, TheKeyboardComesBackWhenThePanelIsHiddenOrClosed) {
-  begin();
-  Neighbour other(desktop->display(), {300, 300, 100, 100});
-  other.takeFocus();
-  auto tested = shownPanel({100, 100, 80, 60});
-  click();
-  EXPECT_EQ(focus(), tested->id());
+  beginOnAPanel();
   tested->setFrame({});
-  EXPECT_TRUE(eventually([&] { return focus() == other.window(); }));
+  EXPECT_TRUE(eventually([&] { return focus() == other->window(); }));
   tested->setFrame({100, 100, 80, 60});
   ASSERT_TRUE(becomes(110, 110, 0x00FF00));
   click();
   EXPECT_EQ(focus(), tested->id());
   tested.reset();
-  EXPECT_TRUE(eventually([&] { return focus() == other.window(); }));
+  EXPECT_TRUE(eventually([&] { return focus() == other->window(); }));
 }
 
 TEST_F(PanelKeyboard, AClosedPanelTakesTheKeyboardFromNobody) {
-  begin();
-  Neighbour first(desktop->display(), {300, 300, 100, 100});
-  Neighbour second(desktop->display(), {420, 300, 100, 100});
-  first.takeFocus();
-  auto tested = shownPanel({100, 100, 80, 60});
-  click();
-  ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
-  second.takeFocus();
+  beginOnAPanel();
+  Neighbour third(desktop->display(), {420, 300, 100, 100});
+  third.takeFocus();
   tested.reset();
   settle();
-  EXPECT_EQ(focus(), second.window());
+  EXPECT_EQ(focus(), third.window());
 }
 
 TEST_F(PanelKeyboard, APanelWithTheKeyboardIsClosedSoonThoughTheServerHangs) {
-  begin();
-  Neighbour other(desktop->display(), {300, 300, 100, 100});
-  other.takeFocus();
-  auto tested = shownPanel({100, 100, 80, 60});
-  click();
-  ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
-  EXPECT_EQ(focus(), tested->id());
+  beginOnAPanel();
   ASSERT_EQ(kill(desktop->serverPid(), SIGSTOP), 0);
   const auto before = std::chrono::steady_clock::now();
   tested.reset();
@@ -198,29 +186,32 @@ TEST_F(PanelKeyboard, APanelWithTheKeyboardIsClosedSoonThoughTheServerHangs) {
   // The server may have read what was asked of it last, or else ends the window by itself.
   EXPECT_TRUE(eventually([&] {
     const auto now = focus();
-    return now == other.window() || now == XCB_INPUT_FOCUS_POINTER_ROOT;
+    return now == other->window() || now == XCB_INPUT_FOCUS_POINTER_ROOT;
   }));
 }
 
 TEST_F(PanelKeyboard, TheKeyboardGoesToThePointerWhenItsOwnerIsGoneBeforeThePanel) {
-  begin();
-  Neighbour other(desktop->display(), {300, 300, 100, 100});
-  other.takeFocus();
-  auto tested = shownPanel({100, 100, 80, 60});
-  click();
-  EXPECT_EQ(focus(), tested->id());
-  other.destroy();
+  beginOnAPanel();
+  other->destroy();
   tested.reset();
   EXPECT_TRUE(eventually([&] { return focus() == XCB_INPUT_FOCUS_POINTER_ROOT; }));
 }
 
 TEST_F(PanelKeyboard, TheKeyboardGoesToThePointerWhenItsOwnerIsGone) {
-  begin();
-  Neighbour other(desktop->display(), {300, 300, 100, 100});
-  other.takeFocus();
-  const auto tested = shownPanel({100, 100, 80, 60});
+  beginOnAPanel();
+  other->destroy();
+  hands->moveTo(10, 10);
+  EXPECT_TRUE(eventually([&] { return focus() == XCB_INPUT_FOCUS_POINTER_ROOT; }));
+}
+
+// As a person who walks the windows by the keyboard may come to it.
+TEST_F(PanelKeyboard, APanelThatWasGivenTheKeyboardUnaskedLeavesItToThePointer) {
+  beginBesideAPanel();
+  xcb_set_input_focus(hands->connection().get(), XCB_INPUT_FOCUS_POINTER_ROOT, tested->id(),
+                      XCB_CURRENT_TIME);
   click();
-  other.destroy();
+  ASSERT_TRUE(isTold(*tested, {"down 120,130", "up"}));
+  EXPECT_EQ(focus(), tested->id());
   hands->moveTo(10, 10);
   EXPECT_TRUE(eventually([&] { return focus() == XCB_INPUT_FOCUS_POINTER_ROOT; }));
 }
@@ -231,7 +222,7 @@ TEST_F(PanelKeyboard, WorksUnderAWindowManager) {
   desktop->run({"xdotool", "windowactivate", "--sync", client->windowID()});
   const auto active = desktop->run({"xdotool", "getactivewindow"});
   const auto before = focus();
-  const auto tested = shownPanel({100, 100, 80, 60});
+  tested = shownPanel({100, 100, 80, 60});
   EXPECT_EQ(desktop->run({"xdotool", "getactivewindow"}), active);
   EXPECT_EQ(focus(), before);
   click();

@@ -22,14 +22,15 @@ class PanelFocus {
 
  private:
   struct Owner {
-    xcb_window_t window = 0; // or one of the protocol's words for none
-    std::uint8_t revertTo = 0;
+    xcb_window_t window; // or one of the protocol's words for none
+    std::uint8_t revertTo;
   };
 
   Connection& connection_;
   std::optional<xcb_window_t> panel_; // that has the keyboard, as far as we know
-  Owner before_;                      // who had it before any panel
-  xcb_timestamp_t takenAt_ = 0;       // server time; when a panel was given it last
+  // Who had it before any panel. One that has it without having asked for it leaves it to the pointer.
+  Owner before_{XCB_INPUT_FOCUS_POINTER_ROOT, XCB_INPUT_FOCUS_NONE};
+  xcb_timestamp_t takenAt_ = 0; // server time; when a panel was given it last
 };
 
 } // namespace tessarin::x11

@@ -162,9 +162,8 @@ void PanelServer::lose() {
   raiseTimer_.reset();
   // Not within whatever call has found it out.
   queue_.async([weak = weak_from_this()] {
-    const auto self = weak.lock();
-    for (const auto& panel : self ? self->panels_ : decltype(panels_)()) {
-      panel->loseButton();
+    if (const auto self = weak.lock()) {
+      self->forEachPanel([](PanelWindow& panel) { panel.loseButton(); });
     }
   });
 }
@@ -190,9 +189,7 @@ void PanelServer::takeEvents() {
       while (const auto event = connection_->pollEvent()) {
         handle(*event);
       }
-      for (const auto& panel : panels_) {
-        panel->finishHandling();
-      }
+      forEachPanel([](PanelWindow& panel) { panel.finishHandling(); });
       if (!std::exchange(mayBeCovered_, false)) {
         break;
       }
@@ -218,12 +215,18 @@ void PanelServer::handle(const xcb_generic_event_t& event) {
     return;
   }
   noteStacking(event);
-  // A handler may make a panel or end another one.
+  forEachPanel([&](PanelWindow& panel) {
+    if (concerns(event, panel.id())) {
+      panel.handle(event);
+    }
+  });
+}
+
+// A handler may make a panel or end another one.
+void PanelServer::forEachPanel(const std::function<void(PanelWindow&)>& action) {
   for (std::size_t i = 0; i < panels_.size(); ++i) {
     const auto panel = panels_[i];
-    if (concerns(event, panel->id())) {
-      panel->handle(event);
-    }
+    action(*panel);
   }
 }
 

@@ -40,6 +40,7 @@ class PanelServer : public std::enable_shared_from_this<PanelServer> {
   void scheduleTaking();
   void takeEvents();
   void handle(const xcb_generic_event_t& event);
+  void forEachPanel(const std::function<void(PanelWindow&)>& action);
   bool isOurs(xcb_window_t window) const;
   void noteStacking(const xcb_generic_event_t& event);
   bool isCovered();
