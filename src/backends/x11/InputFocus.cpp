@@ -68,12 +68,12 @@ xcb_window_t InputFocus::windowAt(std::int16_t x, std::int16_t y) {
       ->child;
 }
 
-// A client's base stands for it as well as any of its windows. The server cannot number processes of another
-// machine, nor those that it cannot see from where it runs: these are all 0, and none is ours.
+// A client's base stands for it as well as any of its windows. Processes that the server cannot number have
+// none.
 std::optional<std::int32_t> InputFocus::processOf(xcb_window_t window) {
   const auto processes = ProcessQuery(connection_, {window}).result();
   const auto found = processes.find(connection_.clientBase(window));
-  return found == processes.end() || found->second <= 0 ? std::nullopt : std::optional(found->second);
+  return found == processes.end() ? std::nullopt : std::optional(found->second);
 }
 
 } // namespace tessarin::x11

@@ -25,7 +25,8 @@ bool readStates(sd_bus_message* reply, StateBits& bits);
 class FocusSearch {
  public:
   using Found = std::function<void(const AccessibleObject& field)>;
-  // The bus outlives the search; done is called once, in a later turn of the loop than this.
+  // The bus outlives the search. Done is called once: in a later turn of the loop, or by the start where
+  // nothing can be asked.
   FocusSearch(AsyncBus& bus, Found found, std::function<void()> done)
       : bus_(bus), found_(std::move(found)), done_(std::move(done)) {}
   FocusSearch(const FocusSearch&) = delete;
