@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <csignal>
 #include <ctime>
+#include <mutex>
+#include <poll.h>
 #include <unistd.h>
 
 namespace tessarin {
@@ -37,6 +39,17 @@ class PipeSignalBlock {
   bool wasPending_ = false;
 };
 
+// Whether standard error takes a line within the time, or refuses it at once. A pipe that is writable takes
+// PIPE_BUF bytes without blocking, which is more than any line has.
+bool takesLine(int milliseconds) {
+  pollfd entry{STDERR_FILENO, POLLOUT, 0};
+  int count = 0;
+  do
+    count = poll(&entry, 1, milliseconds);
+  while (count < 0 && errno == EINTR);
+  return count != 0;
+}
+
 } // namespace
 
 DiagnosticsLine& DiagnosticsLine::item(std::string_view key, std::string_view value) {
@@ -51,6 +64,12 @@ DiagnosticsLine& DiagnosticsLine::item(std::string_view key, std::string_view va
 }
 
 void writeDiagnostics(const std::string& line) {
+  static std::mutex mutex;
+  static bool isFull = false; // since the line before, guarded by the mutex
+  const std::lock_guard guard(mutex);
+  isFull = !takesLine(isFull ? 0 : static_cast<int>(diagnosticsPatience.count()));
+  if (isFull)
+    return;
   const std::string whole = line + '\n';
   const PipeSignalBlock block;
   while (::write(STDERR_FILENO, whole.data(), whole.size()) == -1 && errno == EINTR) {

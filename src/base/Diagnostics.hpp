@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <concepts>
 #include <functional>
 #include <string>
@@ -31,8 +32,12 @@ class DiagnosticsLine {
 // Takes whole lines without their line feed; any thread.
 using DiagnosticsSink = std::function<void(const std::string& line)>;
 
+// How long a line waits for room in the pipe.
+inline constexpr std::chrono::milliseconds diagnosticsPatience{1000};
+
 // Writes the line and a line feed to standard error in one call; a failure to write, also of a pipe that
-// nobody reads any more, is ignored.
+// nobody reads any more, is ignored. A line for which there is no room in time is lost, and those behind it
+// do not wait until there is: a host that reads no diagnostics holds up nothing. Any thread.
 void writeDiagnostics(const std::string& line);
 
 } // namespace tessarin

@@ -4,7 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <climits>
 #include <csignal>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace tessarin {
@@ -68,6 +71,32 @@ TEST(DiagnosticsLine, AReaderThatIsGoneDoesNoHarm) {
   sigset_t pending;
   sigpending(&pending);
   EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+}
+
+TEST(DiagnosticsLine, APipeThatIsFullLosesLinesAndKeepsNobodyWaiting) {
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_NONBLOCK), 0);
+  std::size_t filled = 0;
+  const std::string page(PIPE_BUF, 'x');
+  while (::write(ends[1], page.data(), page.size()) > 0)
+    filled += page.size();
+  ASSERT_EQ(::fcntl(ends[1], F_SETFL, 0), 0); // as a host makes them
+  const auto begun = std::chrono::steady_clock::now();
+  {
+    const StandardErrorInstead redirected(ends[1]);
+    for (int i = 0; i < 50; ++i)
+      writeDiagnostics("lost");
+    EXPECT_GE(std::chrono::steady_clock::now() - begun, diagnosticsPatience);
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, 5 * diagnosticsPatience);
+    std::string read(filled, '\0');
+    EXPECT_EQ(::read(ends[0], read.data(), read.size()), static_cast<ssize_t>(filled));
+    writeDiagnostics("there is room again");
+  }
+  char text[64];
+  const ssize_t count = ::read(ends[0], text, sizeof text);
+  EXPECT_EQ(std::string(text, static_cast<std::size_t>(count)), "there is room again\n");
+  ::close(ends[0]);
+  ::close(ends[1]);
 }
 
 TEST(Failure, CarriesItsCase) {
