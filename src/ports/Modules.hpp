@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ports/MediaWriting.hpp"
+#include "ports/MovieEditing.hpp"
 #include "ports/Permissions.hpp"
 #include "ports/SecureInput.hpp"
 #include "ports/Typesetting.hpp"
@@ -38,6 +39,13 @@ struct MediaModule {
   std::unique_ptr<MediaFileWriterFactory> (*makeFileWriterFactory)(FileSystem& files,
                                                                    HardwareEncoderProbe probe);
   std::unique_ptr<AudioReencoder> (*makeAudioReencoder)(FileSystem& files);
+};
+
+// The module "editing". The file system outlives what is made.
+struct EditingModule {
+  ModuleHeader header;
+  std::unique_ptr<MediaAssets> (*makeMediaAssets)(FileSystem& files);
+  std::unique_ptr<MovieExporter> (*makeMovieExporter)(FileSystem& files);
 };
 
 // The module "portal".

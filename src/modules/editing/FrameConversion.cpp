@@ -1,0 +1,230 @@
+#include "modules/editing/FrameConversion.hpp"
+
+#include "modules/editing/SampleEntries.hpp"
+#include "pixels/ColorConversion.hpp"
+
+#include <libyuv/convert_argb.h>
+#include <libyuv/planar_functions.h>
+#include <libyuv/rotate.h>
+#include <libyuv/scale.h>
+#include <libyuv/scale_argb.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace tessarin::editing {
+
+namespace {
+
+[[noreturn]] void failNotComposable() {
+  throw MovieEditingFailure(MovieEditingError::notComposable);
+}
+
+// Throws for a negative result of the image library.
+void checkConversion(int result) {
+  if (result != 0)
+    failNotComposable();
+}
+
+bool isFullRange(const AVFrame& frame) {
+  return frame.color_range == AVCOL_RANGE_JPEG || frame.format == AV_PIX_FMT_YUVJ420P ||
+         frame.format == AV_PIX_FMT_YUVJ422P || frame.format == AV_PIX_FMT_YUVJ444P;
+}
+
+const libyuv::YuvConstants& constantsOf(const AVFrame& frame) {
+  const bool isFull = isFullRange(frame);
+  switch (frame.colorspace) {
+  case AVCOL_SPC_BT470BG:
+  case AVCOL_SPC_SMPTE170M:
+  case AVCOL_SPC_FCC:
+    return isFull ? libyuv::kYuvJPEGConstants : libyuv::kYuvI601Constants;
+  case AVCOL_SPC_BT2020_NCL:
+    return isFull ? libyuv::kYuvV2020Constants : libyuv::kYuv2020Constants;
+  default:
+    return isFull ? libyuv::kYuvF709Constants : libyuv::kYuvH709Constants;
+  }
+}
+
+// The functions for eight and for more bits take planes of another type, with strides in samples.
+template<class Sample, class Function>
+void convertPlanes(const AVFrame& frame, Function function, const pixels::Canvas& into) {
+  const auto plane = [&](int i) { return reinterpret_cast<const Sample*>(frame.data[i]); };
+  const auto stride = [&](int i) { return frame.linesize[i] / static_cast<int>(sizeof(Sample)); };
+  checkConversion(function(plane(0), stride(0), plane(1), stride(1), plane(2), stride(2), into.data,
+                           static_cast<int>(into.stride), &constantsOf(frame), frame.width, frame.height));
+}
+
+void convertToBgrx(const AVFrame& frame, const pixels::Canvas& into) {
+  switch (frame.format) {
+  case AV_PIX_FMT_YUV420P:
+  case AV_PIX_FMT_YUVJ420P:
+    return convertPlanes<std::uint8_t>(frame, libyuv::I420ToARGBMatrix, into);
+  case AV_PIX_FMT_YUV422P:
+  case AV_PIX_FMT_YUVJ422P:
+    return convertPlanes<std::uint8_t>(frame, libyuv::I422ToARGBMatrix, into);
+  case AV_PIX_FMT_YUV444P:
+  case AV_PIX_FMT_YUVJ444P:
+    return convertPlanes<std::uint8_t>(frame, libyuv::I444ToARGBMatrix, into);
+  case AV_PIX_FMT_YUV420P10:
+    return convertPlanes<std::uint16_t>(frame, libyuv::I010ToARGBMatrix, into);
+  case AV_PIX_FMT_YUV422P10:
+    return convertPlanes<std::uint16_t>(frame, libyuv::I210ToARGBMatrix, into);
+  case AV_PIX_FMT_YUV444P10:
+    return convertPlanes<std::uint16_t>(frame, libyuv::I410ToARGBMatrix, into);
+  default:
+    failNotComposable();
+  }
+}
+
+// Whether the frame's samples can be coded as they are.
+bool isCodable(const AVFrame& frame) {
+  return frame.format == AV_PIX_FMT_YUV420P && frame.color_range != AVCOL_RANGE_JPEG &&
+         (frame.colorspace == AVCOL_SPC_BT709 || frame.colorspace == AVCOL_SPC_UNSPECIFIED);
+}
+
+PixelSize even(PixelSize size) {
+  return {size.width & ~1, size.height & ~1};
+}
+
+pixels::I420Planes planesOf(AVFrame& frame) {
+  return {frame.data[0],     frame.data[1],     frame.data[2],
+          frame.linesize[0], frame.linesize[1], frame.linesize[2]};
+}
+
+std::shared_ptr<AVFrame> owning(AVFrame* frame) {
+  if (frame == nullptr)
+    throw MovieEditingFailure(MovieEditingError::unreadable);
+  return {frame, [](AVFrame* each) { av_frame_free(&each); }};
+}
+
+// Any form as 4:2:0 in even sizes, what is beyond them left out.
+SharedFrame asCodable(const SharedFrame& frame) {
+  const PixelSize size = even({frame->width, frame->height});
+  if (size.width < 2 || size.height < 2)
+    failNotComposable();
+  if (isCodable(*frame)) {
+    if (size == PixelSize{frame->width, frame->height})
+      return frame;
+    const auto cropped = owning(av_frame_clone(frame.get()));
+    cropped->width = size.width;
+    cropped->height = size.height;
+    return cropped;
+  }
+  pixels::PictureBuffers buffers;
+  const Picture picture = bgrxPicture(*frame, {frame->width, frame->height}, buffers);
+  const auto converted = newFrame(size);
+  PictureView view = picture.view;
+  view.width = size.width;
+  view.height = size.height;
+  pixels::convertToI420(view, planesOf(*converted));
+  return converted;
+}
+
+SharedFrame turned(const SharedFrame& frame, int quarterTurns) {
+  if (quarterTurns == 0)
+    return frame;
+  const bool isUpright = quarterTurns % 2 == 0;
+  const auto result =
+      newFrame(isUpright ? PixelSize{frame->width, frame->height} : PixelSize{frame->height, frame->width});
+  checkConversion(libyuv::I420Rotate(frame->data[0], frame->linesize[0], frame->data[1], frame->linesize[1],
+                                     frame->data[2], frame->linesize[2], result->data[0], result->linesize[0],
+                                     result->data[1], result->linesize[1], result->data[2],
+                                     result->linesize[2], frame->width, frame->height,
+                                     static_cast<libyuv::RotationMode>(quarterTurns * 90)));
+  return result;
+}
+
+SharedFrame mirrored(const SharedFrame& frame) {
+  const auto result = newFrame({frame->width, frame->height});
+  checkConversion(libyuv::I420Mirror(frame->data[0], frame->linesize[0], frame->data[1], frame->linesize[1],
+                                     frame->data[2], frame->linesize[2], result->data[0], result->linesize[0],
+                                     result->data[1], result->linesize[1], result->data[2],
+                                     result->linesize[2], frame->width, frame->height));
+  return result;
+}
+
+SharedFrame scaled(const SharedFrame& frame, PixelSize size) {
+  if (size == PixelSize{frame->width, frame->height})
+    return frame;
+  const auto result = newFrame(size);
+  checkConversion(libyuv::I420Scale(frame->data[0], frame->linesize[0], frame->data[1], frame->linesize[1],
+                                    frame->data[2], frame->linesize[2], frame->width, frame->height,
+                                    result->data[0], result->linesize[0], result->data[1],
+                                    result->linesize[1], result->data[2], result->linesize[2], size.width,
+                                    size.height, libyuv::kFilterBox));
+  return result;
+}
+
+} // namespace
+
+AffineTransform transformOf(const container::Track& track) {
+  constexpr double one = 65536;
+  const auto& matrix = track.matrix;
+  return {matrix[0] / one, matrix[1] / one, matrix[3] / one,
+          matrix[4] / one, matrix[6] / one, matrix[7] / one};
+}
+
+PixelSize naturalSizeOf(const container::Track& track) {
+  const container::SampleDescription& first = track.descriptions.front();
+  const double aspect = readSampleEntry(first, container::TrackKind::video).pixelAspect;
+  const double width = first.width * aspect;
+  constexpr double most = 16384;
+  if (!(width >= 1) || width > most || first.height < 1 || first.height > most)
+    failNotComposable();
+  return {static_cast<std::int32_t>(std::lround(width)), first.height};
+}
+
+Picture bgrxPicture(const AVFrame& frame, PixelSize size, pixels::PictureBuffers& buffers) {
+  const auto whole = buffers.take(frame.width, frame.height, PixelFormat::bgrx8);
+  convertToBgrx(frame, whole.canvas);
+  if (size == PixelSize{frame.width, frame.height})
+    return whole.picture();
+  const auto result = buffers.take(size.width, size.height, PixelFormat::bgrx8);
+  checkConversion(libyuv::ARGBScale(whole.canvas.data, static_cast<int>(whole.canvas.stride), frame.width,
+                                    frame.height, result.canvas.data, static_cast<int>(result.canvas.stride),
+                                    size.width, size.height, libyuv::kFilterBox));
+  return result.picture();
+}
+
+PictureShape uprightShape(const container::Track& track) {
+  const AffineTransform transform = transformOf(track);
+  const PixelSize natural = naturalSizeOf(track);
+  const RectDTO bounds =
+      transform.boundsOf({0, 0, static_cast<double>(natural.width), static_cast<double>(natural.height)});
+  constexpr double most = 16384;
+  if (!(bounds.width >= 2) || !(bounds.height >= 2) || bounds.width > most || bounds.height > most)
+    failNotComposable();
+  PictureShape shape;
+  shape.size = even({static_cast<std::int32_t>(std::floor(bounds.width)),
+                     static_cast<std::int32_t>(std::floor(bounds.height))});
+  const bool liesFlat = transform.a == 0 && transform.d == 0;
+  if (!liesFlat && (transform.b != 0 || transform.c != 0))
+    failNotComposable();
+  if (liesFlat) {
+    shape.quarterTurns = transform.b > 0 ? 1 : 3;
+    shape.isMirrored = (transform.b > 0) == (transform.c > 0);
+  } else {
+    shape.quarterTurns = transform.d > 0 ? 0 : 2;
+    shape.isMirrored = (transform.a > 0) != (transform.d > 0);
+  }
+  return shape;
+}
+
+SharedFrame shaped(const SharedFrame& frame, const PictureShape& shape) {
+  SharedFrame result = turned(asCodable(frame), shape.quarterTurns);
+  if (shape.isMirrored)
+    result = mirrored(result);
+  return scaled(result, shape.size);
+}
+
+std::shared_ptr<AVFrame> newFrame(PixelSize size) {
+  auto frame = owning(av_frame_alloc());
+  frame->format = AV_PIX_FMT_YUV420P;
+  frame->width = size.width;
+  frame->height = size.height;
+  if (av_frame_get_buffer(frame.get(), 0) < 0)
+    throw MovieEditingFailure(MovieEditingError::unreadable);
+  return frame;
+}
+
+} // namespace tessarin::editing
