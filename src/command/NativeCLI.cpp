@@ -9,8 +9,12 @@
 #include "desktop/CaptureService.hpp"
 #include "desktop/ContentService.hpp"
 #include "desktop/SpeechPermissionService.hpp"
+#include "editing/VideoAssetInspector.hpp"
+#include "editing/VideoEditExporter.hpp"
 #include "model/MediaErrors.hpp"
 #include "model/Permission.hpp"
+#include "narration/AudioWaveformService.hpp"
+#include "project/VideoEditRequestFile.hpp"
 #include "recording/RecordingDiskCapacityService.hpp"
 #include "recording/RecordingInputDeviceService.hpp"
 #include "recording/RecordingRecoveryService.hpp"
@@ -111,6 +115,35 @@ NativeExecution recover(const NativeServices& services, const std::string& reque
   return succeeded(RecordingRecoveryService(services.files, services.reencoder).recovery(request));
 }
 
+NativeExecution inspectEditSource(const NativeServices& services, const std::string& requestJSONBase64) {
+  const auto request = decoded<VideoAssetInspectionRequestDTO>(
+      requestJSONBase64, VideoAssetInspectionRequestError::invalidEncoding);
+  return succeeded(VideoAssetInspector(services.assets).inspect(request.validated()));
+}
+
+NativeExecution audioWaveform(const NativeServices& services, const std::string& requestJSONBase64) {
+  const auto request =
+      decoded<AudioWaveformRequestDTO>(requestJSONBase64, AudioWaveformRequestError::invalidEncoding);
+  return succeeded(AudioWaveformService(services.assets, services.makeQueue).generate(request.validated()));
+}
+
+// A request in a file has been checked by its reader, and is checked again like any other.
+ValidatedVideoEditExportRequest editInFile(const NativeServices& services, const std::string& path) {
+  return VideoEditRequestFile::read(services.files, path).validated();
+}
+
+NativeExecution exportEdit(const NativeServices& services, const ValidatedVideoEditExportRequest& request) {
+  ExportProgress progress(services.clock, services.progress);
+  const VideoEditExporter exporter(
+      {.files = services.files,
+       .assets = services.assets,
+       .movies = services.movies,
+       .prepareNarration = [](const auto&) -> ValidatedVideoEditExportRequest { throw NotBuiltYet(); },
+       .progress = [&](int permille) { progress.report(permille); },
+       .stop = services.stop()});
+  return succeeded(exporter.exportVideo(request));
+}
+
 NativeExecution answered(PermissionStatus status) {
   return succeeded(PermissionPayload{status});
 }
@@ -168,17 +201,27 @@ struct Dispatch {
     return recover(services, it.requestJSONBase64);
   }
   NativeExecution operator()(const c::InspectEditSource& it) const {
-    return later(it.requestJSONBase64, VideoAssetInspectionRequestError::invalidEncoding);
+    return inspectEditSource(services, it.requestJSONBase64);
   }
   NativeExecution operator()(const c::AudioWaveform& it) const {
-    return later(it.requestJSONBase64, AudioWaveformRequestError::invalidEncoding);
+    return audioWaveform(services, it.requestJSONBase64);
   }
-  NativeExecution operator()(const c::PrepareNarrationFile&) const { return later(); }
-  NativeExecution operator()(const c::TranscribeCaptions&) const { return later(); }
+  NativeExecution operator()(const c::PrepareNarrationFile& it) const {
+    (void)editInFile(services, it.path);
+    later();
+  }
+  NativeExecution operator()(const c::TranscribeCaptions& it) const {
+    (void)editInFile(services, it.path);
+    later();
+  }
   NativeExecution operator()(const c::ExportEdit& it) const {
-    return later(it.requestJSONBase64, VideoEditExportError::invalidRequest);
+    constexpr auto undecodable = VideoEditExportError::invalidRequest;
+    return exportEdit(services,
+                      decoded<VideoEditExportRequestDTO>(it.requestJSONBase64, undecodable).validated());
   }
-  NativeExecution operator()(const c::ExportEditFile&) const { return later(); }
+  NativeExecution operator()(const c::ExportEditFile& it) const {
+    return exportEdit(services, editInFile(services, it.path));
+  }
   NativeExecution operator()(const c::ExportGIF& it) const {
     return later(it.requestJSONBase64, GifExportError::invalidRequest);
   }

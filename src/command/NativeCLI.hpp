@@ -3,17 +3,20 @@
 #include "base/SerialQueue.hpp"
 #include "command/NativeResponse.hpp"
 #include "desktop/WindowCaptureActivator.hpp"
+#include "editing/ExportProgress.hpp"
 #include "model/Permission.hpp"
 #include "ports/Capture.hpp"
 #include "ports/Desktop.hpp"
 #include "ports/Devices.hpp"
 #include "ports/MediaWriting.hpp"
+#include "ports/MovieEditing.hpp"
 #include "ports/Permissions.hpp"
 #include "recording/RecordingModels.hpp"
 
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -38,6 +41,11 @@ struct NativeServices {
   FileSystem& files;
   const HostClock& clock;
   AudioReencoder& reencoder;
+  MediaAssets& assets;
+  MovieExporter& movies;
+  ProgressOutput progress; // of exports
+  // Is asked for when an export is to end early.
+  std::function<std::stop_token()> stop;
   std::optional<std::string> cachesDirectory; // the user's, absolute
   std::string temporaryDirectory;             // absolute
   QueueFactory makeQueue;

@@ -128,11 +128,6 @@ TEST_F(NativeCLITest, RequestsOfServicesBuiltLaterAreRefusedAsTheyWillBe) {
       {"recognize-qr", "", failure("invalidArguments", "The capture request is not valid base64 data.", 2)},
       {"recognize-text", "[]",
        failure("invalidArguments", "The capture request is not valid base64 data.", 2)},
-      {"inspect-edit-source", "1",
-       failure("invalidRequest", "The video inspection request could not be decoded.", 2)},
-      {"audio-waveform", "1",
-       failure("invalidRequest", "The audio waveform request could not be decoded.", 2)},
-      {"export-edit", "1", failure("invalidRequest", "The video edit export request is invalid.", 2)},
       {"export-gif", "1", failure("invalidRequest", "The GIF export request exceeds its safe limits.", 2)},
       {"thumbnail", "1", failure("invalidRequest", "The thumbnail request is not valid JSON.", 2)},
   };
@@ -148,17 +143,13 @@ TEST_F(NativeCLITest, CommandsWhoseServiceIsBuiltLaterFailAsUnexpected) {
            {"render-hdr", "--directory", "/d", "--format", "png"},
            {"copy-hdr", "--directory", "/d"},
            {"warm-text-recognition"},
-           {"prepare-narration", "--request-file", "/f"},
-           {"transcribe-captions", "--request-file", "/f", "--language", "en-US", "--audio", "mixed"},
-           {"export-edit", "--request-file", "/f"},
            {"copy", "--path", "/f"},
            {"copy-file", "--path", "/f"},
            {"share", "--path", "/f"},
            {"translate-text"},
        })
     EXPECT_EQ(run(arguments), unexpected) << arguments[0];
-  for (const char* const command : {"recognize-text", "recognize-qr", "inspect-edit-source", "audio-waveform",
-                                    "export-edit", "export-gif", "thumbnail"})
+  for (const char* const command : {"recognize-text", "recognize-qr", "export-gif", "thumbnail"})
     EXPECT_EQ(runWith(command, "{}"), unexpected) << command;
   EXPECT_EQ(machine.calls, 0);
 }

@@ -7,6 +7,7 @@
 #include "backends/posix/ModuleDevicePortal.hpp"
 #include "backends/posix/ModuleLoader.hpp"
 #include "backends/posix/ModuleMediaFileWriterFactory.hpp"
+#include "backends/posix/ModuleMovieEditing.hpp"
 #include "backends/posix/ModulePasswordFocus.hpp"
 #include "backends/posix/ModuleTypesetter.hpp"
 #include "backends/posix/UserDirectories.hpp"
@@ -25,6 +26,8 @@
 #include "desktop/ContentService.hpp"
 #include "desktop/SessionCaptureAuthorization.hpp"
 #include "desktop/SpeechPermissionService.hpp"
+#include "main/SignalledStop.hpp"
+#include "main/StandardStreams.hpp"
 #include "recording/ControlInput.hpp"
 #include "recording/RecordingEventWriter.hpp"
 #include "recording/RecordingService.hpp"
@@ -65,6 +68,9 @@ struct CompositionRoot::Backends {
                                      [this](const std::string& name) { return encoders.works(name); }};
 
   ModuleAudioReencoder reencoder{modules, machineFileSystem()};
+  ModuleMediaAssets assets{modules, machineFileSystem()};
+  ModuleMovieExporter movies{modules, machineFileSystem()};
+  SignalledStop stop{endSignals};
   ModuleDevicePortal portal{modules};
   const std::unique_ptr<CaptureDevices> devices = pipewire::makeCaptureDevices();
   SessionCaptureAuthorization captureAuthorization{*devices, portal};
@@ -127,6 +133,10 @@ NativeServices CompositionRoot::services() {
           .files = machineFileSystem(),
           .clock = backends_->clock,
           .reencoder = backends_->reencoder,
+          .assets = backends_->assets,
+          .movies = backends_->movies,
+          .progress = {writeDiagnostics, standardStreams::terminal()},
+          .stop = [this] { return backends_->stop.token(); },
           .cachesDirectory = userCachesDirectory(),
           .temporaryDirectory = temporaryFilesDirectory(),
           .makeQueue = makeThreadQueue,

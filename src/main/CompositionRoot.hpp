@@ -14,7 +14,8 @@ namespace tessarin {
 class CompositionRoot {
  public:
   // The main thread's queue outlives this. Windows live there, in application mode; otherwise there are none.
-  // The descriptor is readable once a recording is to end, as endSignals::hold() yields it; it stays open.
+  // The descriptor is readable once a recording or an export is to end, as endSignals::hold() yields it; it
+  // stays open.
   CompositionRoot(EventQueue& mainQueue, MainThreadMode mode, std::optional<int> endSignals);
   ~CompositionRoot();
   CompositionRoot(const CompositionRoot&) = delete;

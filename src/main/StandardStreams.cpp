@@ -40,4 +40,11 @@ void writeReply(std::string_view reply) {
   }
 }
 
+std::function<void(std::string_view)> terminal() {
+  if (::isatty(STDERR_FILENO) != 1)
+    return nullptr;
+  // What cannot be shown is lost.
+  return [](std::string_view text) { (void)!::write(STDERR_FILENO, text.data(), text.size()); };
+}
+
 } // namespace tessarin::standardStreams

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string_view>
 
 // What the process does with its standard descriptors and with the signal of a broken pipe.
@@ -18,5 +19,8 @@ void ignoreBrokenPipes();
 // in force, so a host that has gone ends the process here. Other failures are ignored: there is nobody to
 // tell.
 void writeReply(std::string_view reply);
+
+// Writes text as it stands to the terminal on standard error; null where that is no terminal.
+std::function<void(std::string_view)> terminal();
 
 } // namespace tessarin::standardStreams

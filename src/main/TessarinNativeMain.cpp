@@ -38,10 +38,12 @@ std::int32_t execute(const std::vector<std::string>& arguments, MainLoop& loop,
   return execution.exitCode;
 }
 
-// A recording is finished before it ends; every other job ends at once.
+// A recording is finished before it ends, and an export removes what it has written so far; every other job
+// ends at once.
 std::optional<int> heldEndSignals(const std::vector<std::string>& arguments) {
-  const bool isRecord = !arguments.empty() && arguments.front() == "record";
-  return isRecord ? endSignals::hold() : std::nullopt;
+  const bool endsInOrder =
+      !arguments.empty() && (arguments.front() == "record" || arguments.front() == "export-edit");
+  return endsInOrder ? endSignals::hold() : std::nullopt;
 }
 
 // The job ends before the process does, so no thread is left when static objects go.

@@ -7,6 +7,7 @@
 #include "support/FaultyFileSystem.hpp"
 #include "support/ManualQueue.hpp"
 #include "support/ScriptedDevices.hpp"
+#include "support/ScriptedMovieEditing.hpp"
 #include "support/ScriptedReencoder.hpp"
 #include "support/TemporaryDirectory.hpp"
 
@@ -15,6 +16,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -118,6 +120,10 @@ class CommandLineRig : public testing::Test {
                       .files = files,
                       .clock = clock,
                       .reencoder = reencoder,
+                      .assets = assets,
+                      .movies = movies,
+                      .progress = {[this](const std::string& line) { diagnostics.push_back(line); }, nullptr},
+                      .stop = [this] { return stop.get_token(); },
                       .cachesDirectory = directory.path(),
                       .temporaryDirectory = "/nowhere",
                       .makeQueue = scheduler.queueFactory(),
@@ -150,6 +156,10 @@ class CommandLineRig : public testing::Test {
   TemporaryDirectory directory;
   FaultyFileSystem files{machineFileSystem()};
   ScriptedReencoder reencoder;
+  ScriptedMediaAssets assets;
+  ScriptedMovieExporter movies;
+  std::vector<std::string> diagnostics;
+  std::stop_source stop;
   ManualClock clock;
   ManualScheduler scheduler{clock};
   std::function<void()> whileAsleep = [] {};

@@ -75,12 +75,15 @@ class ScriptedMediaAssets final : public MediaAssets {
 class ScriptedMovieExporter final : public MovieExporter {
  public:
   std::vector<MovieExport> movies;
+  bool wasToldToStop = false; // when it was asked last
   // Stands for the work.
   std::function<void(const MovieExport&, const std::function<void(int)>& progress)> work =
       [](const MovieExport&, const std::function<void(int)>&) {};
 
-  void run(const MovieExport& movie, const std::function<void(int)>& progress, std::stop_token) override {
+  void run(const MovieExport& movie, const std::function<void(int)>& progress,
+           std::stop_token stop) override {
     movies.push_back(movie);
+    wasToldToStop = stop.stop_requested();
     work(movie, progress);
   }
 };
