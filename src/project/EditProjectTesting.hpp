@@ -84,7 +84,7 @@ inline ArrowVideoEffectDTO arrow() {
   return {Kind::arrow, "arrow", 1000, 3000, {0.1, 0.1}, {0.5, 0.5}, "#ff0000", 0.01};
 }
 inline ShapeVideoEffectDTO shape(Kind kind = Kind::rectangle) {
-  return {kind, "shape", 1000, 3000, someRect, "#ff0000", "#00ff0000", 0.01};
+  return {kind, std::string(json::nameOf(kind)), 1000, 3000, someRect, "#ff0000", "#00ff0000", 0.01};
 }
 inline HighlightVideoEffectDTO highlight() {
   return {Kind::highlight, "highlight", 1000, 3000, someRect, "#ffff00", 0.5};

@@ -21,9 +21,9 @@ const std::string everyJson[] = {
         rectJson + R"(,"startMs":1000,"text":"A text"})",
     R"({"color":"#ff0000","end":{"x":0.5,"y":0.5},"endMs":3000,"id":"arrow","kind":"arrow",)"
     R"("start":{"x":0.1,"y":0.1},"startMs":1000,"strokeWidth":0.01})",
-    R"({"color":"#ff0000","endMs":3000,"fillColor":"#00ff0000","id":"shape","kind":"rectangle","rect":)" +
+    R"({"color":"#ff0000","endMs":3000,"fillColor":"#00ff0000","id":"rectangle","kind":"rectangle","rect":)" +
         rectJson + R"(,"startMs":1000,"strokeWidth":0.01})",
-    R"({"color":"#ff0000","endMs":3000,"fillColor":"#00ff0000","id":"shape","kind":"ellipse","rect":)" +
+    R"({"color":"#ff0000","endMs":3000,"fillColor":"#00ff0000","id":"ellipse","kind":"ellipse","rect":)" +
         rectJson + R"(,"startMs":1000,"strokeWidth":0.01})",
     R"({"color":"#ffff00","endMs":3000,"id":"highlight","kind":"highlight","opacity":0.5,"rect":)" +
         rectJson + R"(,"startMs":1000})",
