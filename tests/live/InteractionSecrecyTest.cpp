@@ -3,6 +3,7 @@
 #include <array>
 #include <filesystem>
 #include <fstream>
+#include <latch>
 #include <thread>
 
 namespace tessarin {
@@ -56,6 +57,34 @@ TEST_F(InteractionSecrecy, PasswordFieldsAreSecret) {
   EXPECT_TRUE(isSecret());
   passwords.focused = false;
   EXPECT_FALSE(isSecret());
+}
+
+// As a dialog for a password closes with the key that ends it.
+TEST_F(InteractionSecrecy, APressIsSecretThoughThePasswordHasLostTheFocusBeforeItIsTold) {
+  start();
+  std::latch mayGoOn(1);
+  InteractionHandlers handlers = presses.handlers();
+  handlers.onKey = [&, tell = handlers.onKey](const KeyPress& press) {
+    tell(press);
+    if (press.evdevCode == KEY_A)
+      mayGoOn.wait();
+  };
+  monitor = source->monitor(handlers);
+  ASSERT_TRUE(monitor);
+  input->tap(KEY_A); // what follows is told later
+  presses.keys(1);
+  std::this_thread::sleep_for(5ms);
+  passwords.focused = true;
+  input->tap(KEY_ENTER);
+  passwords.leave(clock.now());
+  std::this_thread::sleep_for(5ms);
+  input->tap(KEY_B);
+  mayGoOn.count_down();
+  const auto keys = keysSoFar();
+  ASSERT_EQ(keys.size(), 3U);
+  EXPECT_FALSE(keys[0].isSecureInput);
+  EXPECT_TRUE(keys[1].isSecureInput);
+  EXPECT_FALSE(keys[2].isSecureInput);
 }
 
 TEST_F(InteractionSecrecy, WhatIsTypedWhileAnotherHasTheKeyboardIsSecret) {

@@ -93,9 +93,17 @@ class ScriptedPasswordFocus final : public PasswordFocus {
  public:
   void begin() override { ++beginnings; }
   bool isFocused() override { return focused; }
+  bool wasFocusedSince(MediaTime hostTime) override {
+    return focused || (hostTime.isNumeric() && hostTime <= MediaTime::nanoseconds(leftAt));
+  }
+  void leave(MediaTime now) {
+    leftAt = now.convertedTo(MediaTime::nanosecondScale).value();
+    focused = false;
+  }
 
   std::atomic<int> beginnings = 0;
   std::atomic<bool> focused = false;
+  std::atomic<std::int64_t> leftAt = -1; // host time in nanoseconds
 };
 
 // What a monitor tells.

@@ -51,6 +51,13 @@ class InteractionTrace : public InteractionFixture {
     }));
   }
 
+  bool isSoonNoSecret() {
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (source->isSecureInput() && std::chrono::steady_clock::now() < deadline)
+      std::this_thread::sleep_for(1ms);
+    return !source->isSecureInput();
+  }
+
   template<class Event> std::vector<Event> events() {
     std::vector<Event> found;
     for (const auto& each : InteractionEventFile::load(machineFileSystem(), path))
@@ -123,13 +130,12 @@ TEST_F(InteractionTrace, HasNothingOfWhatIsTyped) {
   input->tap(KEY_ENTER);
   input->tap(KEY_F9);
   holder.command("ungrab");
-  while (source->isSecureInput())
-    std::this_thread::sleep_for(1ms);
+  EXPECT_TRUE(isSoonNoSecret());
   passwords.focused = true;
   input->chord({KEY_LEFTCTRL}, KEY_J);
   input->tap(KEY_HOME);
-  std::this_thread::sleep_for(300ms);
-  passwords.focused = false;
+  passwords.leave(clock.now()); // of what was typed not all has been told yet
+  std::this_thread::sleep_for(5ms);
   input->tap(KEY_F6);
   awaitBadge({"F6"});
   recorder->finish();

@@ -1,5 +1,6 @@
 #include "modules/accessibility/WatchedPasswordFocus.hpp"
 
+#include "base/HostClock.hpp"
 #include "support/PrivateAccessibility.hpp"
 #include "support/PrivateSoundServer.hpp"
 
@@ -81,6 +82,30 @@ TEST_F(PasswordFocusTest, FollowsTheFocusIntoAPasswordAndOutOfIt) {
   entry.command("focus password");
   EXPECT_TRUE(becomes(focus, true));
   EXPECT_TRUE(stays(focus, true));
+}
+
+TEST_F(PasswordFocusTest, APasswordThatHasLostTheFocusIsKnownToHaveHadIt) {
+  TestEntry entry(accessible);
+  focus.begin();
+  const MonotonicHostClock clock;
+  // A field that turned out to be a plain one has never been one for passwords.
+  EXPECT_FALSE(focus.wasFocusedSince(MediaTime::zero()));
+  bool isKnown = false;
+  for (milliseconds wait(10); !isKnown && wait < seconds(5); wait *= 4) {
+    const MediaTime before = clock.now();
+    EXPECT_FALSE(focus.wasFocusedSince(before));
+    entry.command("focus password");
+    EXPECT_TRUE(becomes(focus, true));
+    EXPECT_TRUE(focus.wasFocusedSince(clock.now()));
+    EXPECT_TRUE(focus.wasFocusedSince(MediaTime()));
+    std::this_thread::sleep_for(wait); // until it has said what it is
+    entry.command("focus plain");
+    EXPECT_TRUE(becomes(focus, false));
+    isKnown = focus.wasFocusedSince(before);
+    EXPECT_FALSE(focus.wasFocusedSince(clock.now()));
+    EXPECT_FALSE(focus.wasFocusedSince(MediaTime()));
+  }
+  EXPECT_TRUE(isKnown);
 }
 
 TEST_F(PasswordFocusTest, AFieldThatHasTheFocusAlreadyIsKnownWhenBeginReturns) {

@@ -21,4 +21,9 @@ bool ModulePasswordFocus::isFocused() {
   return focus != nullptr && focus->isFocused();
 }
 
+bool ModulePasswordFocus::wasFocusedSince(MediaTime hostTime) {
+  PasswordFocus* const focus = opened_;
+  return focus != nullptr && focus->wasFocusedSince(hostTime);
+}
+
 } // namespace tessarin

@@ -18,6 +18,7 @@ class ModulePasswordFocus final : public PasswordFocus {
 
   void begin() override;
   bool isFocused() override;
+  bool wasFocusedSince(MediaTime hostTime) override;
 
  private:
   ModuleLoader& loader_;

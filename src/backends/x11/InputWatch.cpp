@@ -160,9 +160,11 @@ void InputWatch::tell(const xcb_button_press_event_t& event) {
       {*button, {event.root_x / scale_, event.root_y / scale_}, times_.hostTime(event.time, clock_.now())});
 }
 
+// A press may itself have taken the focus away from a password by now.
 void InputWatch::tell(RecordedKeyPress recorded) {
-  recorded.press.isSecureInput = recorded.press.isSecureInput || passwords_.isFocused();
   recorded.press.hostTime = times_.hostTime(recorded.serverTime, clock_.now());
+  recorded.press.isSecureInput =
+      recorded.press.isSecureInput || passwords_.wasFocusedSince(recorded.press.hostTime);
   handlers_.onKey(recorded.press);
 }
 

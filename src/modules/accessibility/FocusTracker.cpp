@@ -82,11 +82,19 @@ void FocusTracker::checkAll() {
       ask(application, field);
 }
 
-bool FocusTracker::isPasswordFocused() const {
-  return std::any_of(fields_.begin(), fields_.end(), [](const auto& entry) {
+template<class Counts> bool FocusTracker::isAnyFocused(const Counts& counts) const {
+  return std::any_of(fields_.begin(), fields_.end(), [&](const auto& entry) {
     const Field& field = entry.second;
-    return field.hasFocus && field.answers && field.kind != Kind::plain;
+    return field.hasFocus && field.answers && counts(field.kind);
   });
+}
+
+bool FocusTracker::isPasswordFocused() const {
+  return isAnyFocused([](Kind kind) { return kind != Kind::plain; });
+}
+
+bool FocusTracker::isKnownPasswordFocused() const {
+  return isAnyFocused([](Kind kind) { return kind == Kind::password; });
 }
 
 bool FocusTracker::needsChecking() const {

@@ -51,6 +51,8 @@ class FocusTracker {
   void clear() { fields_.clear(); }
 
   bool isPasswordFocused() const;
+  // The same without fields of which it is not known what they are.
+  bool isKnownPasswordFocused() const;
   // Whether checkAll() has anything to do, now or later.
   bool needsChecking() const;
   // Whether a field has been told of or found that has not said yet what it is.
@@ -69,6 +71,7 @@ class FocusTracker {
   };
   using Fields = std::map<std::string, Field>; // by application
 
+  template<class Counts> bool isAnyFocused(const Counts& counts) const;
   void ask(const std::string& application, Field& field);
   void checkOthers(const std::string& application);
   Field* fieldOf(const AccessibleObject& object);

@@ -30,6 +30,10 @@ class FocusTrackerTest : public testing::Test {
   void answer(const AccessibleObject& field, FieldAnswer answer) {
     tracker.answered(questionTo(field), answer);
   }
+  void focusPlain() {
+    tracker.focusGained(plain);
+    answer(plain, isFocusedPlain);
+  }
   void focusPassword() {
     tracker.focusGained(password);
     answer(password, isFocusedPassword);
@@ -54,6 +58,7 @@ TEST_F(FocusTrackerTest, NothingIsFocusedAtFirst) {
 TEST_F(FocusTrackerTest, AFieldCountsAsSecretUntilItHasSaidWhatItIs) {
   tracker.focusGained(plain);
   EXPECT_TRUE(tracker.isPasswordFocused());
+  EXPECT_FALSE(tracker.isKnownPasswordFocused());
   EXPECT_TRUE(tracker.isAsking());
   answer(plain, isFocusedPlain);
   EXPECT_FALSE(tracker.isPasswordFocused());
@@ -64,17 +69,18 @@ TEST_F(FocusTrackerTest, AFieldCountsAsSecretUntilItHasSaidWhatItIs) {
 TEST_F(FocusTrackerTest, APasswordIsFocusedUntilItLosesTheFocus) {
   focusPassword();
   EXPECT_TRUE(tracker.isPasswordFocused());
+  EXPECT_TRUE(tracker.isKnownPasswordFocused());
   EXPECT_TRUE(tracker.needsChecking());
   tracker.focusLost(plain);
   EXPECT_TRUE(tracker.isPasswordFocused());
   tracker.focusLost(password);
   EXPECT_FALSE(tracker.isPasswordFocused());
+  EXPECT_FALSE(tracker.isKnownPasswordFocused());
 }
 
 TEST_F(FocusTrackerTest, AnotherFieldOfTheApplicationTakesTheFocusWithoutAWordOfTheFirst) {
   focusPassword();
-  tracker.focusGained(plain);
-  answer(plain, isFocusedPlain);
+  focusPlain();
   EXPECT_FALSE(tracker.isPasswordFocused());
 }
 
@@ -140,8 +146,7 @@ TEST_F(FocusTrackerTest, WhatIsFoundAgainIsAskedAgainOnlyWhenItHadLostTheFocus) 
 }
 
 TEST_F(FocusTrackerTest, WhatTheApplicationTellsIsNewerThanWhatIsFound) {
-  tracker.focusGained(plain);
-  answer(plain, isFocusedPlain);
+  focusPlain();
   tracker.foundFocused(password);
   EXPECT_EQ(asked.size(), 1U);
   EXPECT_FALSE(tracker.isPasswordFocused());
@@ -209,8 +214,7 @@ TEST_F(FocusTrackerTest, AFieldOrAnApplicationThatIsGoneHasNoFocus) {
 }
 
 TEST_F(FocusTrackerTest, AFieldMayBecomeAPasswordAndCeaseToBeOne) {
-  tracker.focusGained(plain);
-  answer(plain, isFocusedPlain);
+  focusPlain();
   tracker.kindChanged(password);
   EXPECT_EQ(asked.size(), 1U);
   tracker.kindChanged(plain);

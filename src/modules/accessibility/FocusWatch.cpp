@@ -227,7 +227,7 @@ void FocusWatch::lost() {
 }
 
 void FocusWatch::settle() {
-  reports_.focus(tracker_.isPasswordFocused());
+  reports_.focus(tracker_.isPasswordFocused(), tracker_.isKnownPasswordFocused());
   if (!isKnown_ && isSearched_ && !tracker_.isAsking()) {
     isKnown_ = true;
     reports_.known();

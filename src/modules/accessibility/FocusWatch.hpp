@@ -24,8 +24,9 @@ namespace tessarin::accessibility {
 class FocusWatch {
  public:
   struct Reports {
-    std::function<void(bool isFocused)> focus; // each time it may have changed
-    std::function<void()> known;               // once: what has the focus now is known, or cannot be
+    // Each time it may have changed; whether the field that counts as secret is known to be one, too.
+    std::function<void(bool isFocused, bool isKnownPassword)> focus;
+    std::function<void()> known; // once: what has the focus now is known, or cannot be
   };
   // The loop outlives it. The reports are called in later turns of the loop, known perhaps in start().
   FocusWatch(sd_event* loop, Reports reports);

@@ -1,11 +1,14 @@
 #include "modules/accessibility/WatchedPasswordFocus.hpp"
 
+#include "base/HostClock.hpp"
 #include "modules/accessibility/FocusWatch.hpp"
 
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
+
+#include <utility>
 
 namespace tessarin::accessibility {
 
@@ -43,14 +46,26 @@ void WatchedPasswordFocus::run() {
   const int isMade = sd_event_new(&made);
   const EventLoop loop(made);
   if (isMade >= 0 && sd_event_add_io(made, nullptr, stop_, EPOLLIN, endLoop, nullptr) >= 0) {
-    FocusWatch watch(made, {.focus = [this](bool isFocused) { isFocused_ = isFocused; },
-                            .known = [this] { tellKnown(); }});
+    FocusWatch watch(
+        made, {.focus = [this](bool isFocused, bool isKnownPassword) { note(isFocused, isKnownPassword); },
+               .known = [this] { tellKnown(); }});
     watch.start();
     sd_event_loop(made);
   }
   // Without the loop nothing would notice a change.
-  isFocused_ = false;
+  note(false, false);
   tellKnown();
+}
+
+void WatchedPasswordFocus::note(bool isFocused, bool isKnownPassword) {
+  if (std::exchange(isKnownPassword_, isKnownPassword) && !isKnownPassword)
+    passwordLeftAt_ = MonotonicHostClock().now().convertedTo(MediaTime::nanosecondScale).value();
+  isFocused_ = isFocused;
+}
+
+bool WatchedPasswordFocus::wasFocusedSince(MediaTime hostTime) {
+  return isFocused_ || (hostTime.isNumeric() &&
+                        hostTime.convertedTo(MediaTime::nanosecondScale).value() <= passwordLeftAt_);
 }
 
 void WatchedPasswordFocus::tellKnown() {

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <thread>
 
@@ -25,12 +26,16 @@ class WatchedPasswordFocus final : public PasswordFocus {
 
   void begin() override;
   bool isFocused() override { return isFocused_; }
+  bool wasFocusedSince(MediaTime hostTime) override;
 
  private:
+  void note(bool isFocused, bool isKnownPassword);
   void run();
   void tellKnown();
 
   std::atomic<bool> isFocused_ = false;
+  std::atomic<std::int64_t> passwordLeftAt_ = -1; // host time in nanoseconds, told before the focus is
+  bool isKnownPassword_ = false;                  // the thread's
   int stop_ = -1; // an eventfd: set once by begin(), written by the destructor
   std::mutex mutex_;
   std::condition_variable changed_;
