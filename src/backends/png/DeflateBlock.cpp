@@ -82,14 +82,40 @@ struct Frequencies {
   std::uint64_t extraBits = 0;
 };
 
+// Counts in four places in turn, since counting one byte again and again waits for itself.
+class LiteralCounts {
+ public:
+  void add(const std::uint8_t* bytes, std::size_t count) {
+    std::size_t i = 0;
+    for (; i + 8 <= count; i += 8) {
+      std::uint64_t word = 0;
+      std::memcpy(&word, bytes + i, sizeof word);
+      ++counts_[0][word & 0xFF];
+      ++counts_[1][word >> 8 & 0xFF];
+      ++counts_[2][word >> 16 & 0xFF];
+      ++counts_[3][word >> 24 & 0xFF];
+      ++counts_[0][word >> 32 & 0xFF];
+      ++counts_[1][word >> 40 & 0xFF];
+      ++counts_[2][word >> 48 & 0xFF];
+      ++counts_[3][word >> 56];
+    }
+    for (; i < count; ++i)
+      ++counts_[i % 4][bytes[i]];
+  }
+  std::uint32_t of(std::size_t byte) const {
+    return counts_[0][byte] + counts_[1][byte] + counts_[2][byte] + counts_[3][byte];
+  }
+
+ private:
+  std::array<std::array<std::uint32_t, 256>, 4> counts_{};
+};
+
 Frequencies frequenciesOf(std::span<const std::uint8_t> bytes, std::span<const Sequence> sequences) {
   Frequencies result;
-  // Counted in four places in turn, since counting one byte again and again waits for itself.
-  std::array<std::array<std::uint32_t, 256>, 4> counts{};
+  LiteralCounts counts;
   const std::uint8_t* next = bytes.data();
   for (const Sequence& sequence : sequences) {
-    for (std::size_t i = 0; i < sequence.literals; ++i)
-      ++counts[i % 4][next[i]];
+    counts.add(next, sequence.literals);
     next += sequence.literals + sequence.length;
     if (sequence.length == 0)
       continue;
@@ -101,7 +127,7 @@ Frequencies frequenciesOf(std::span<const std::uint8_t> bytes, std::span<const S
     });
   }
   for (std::size_t byte = 0; byte < 256; ++byte)
-    result.literals[byte] = counts[0][byte] + counts[1][byte] + counts[2][byte] + counts[3][byte];
+    result.literals[byte] = counts.of(byte);
   result.literals[endOfBlock] = 1;
   return result;
 }
@@ -216,21 +242,40 @@ void writeStored(BitWriter& out, std::span<const std::uint8_t> bytes, bool isLas
   } while (!bytes.empty());
 }
 
+// Literals as they are, several between two looks at the room in a word.
+void writeLiterals(BitWriter& out, const std::uint8_t* bytes, std::size_t count,
+                   std::span<const CodeWord> codes) {
+  // In registers, whatever is written to memory.
+  BitWriter bits = out;
+  const CodeWord* const table = codes.data();
+  const auto add = [&](std::uint64_t byte) { bits.add(table[byte].bits, table[byte].length); };
+  std::size_t i = 0;
+  for (; i + 8 <= count; i += 8) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, bytes + i, sizeof word);
+    add(word & 0xFF);
+    add(word >> 8 & 0xFF);
+    add(word >> 16 & 0xFF);
+    add(word >> 24 & 0xFF);
+    bits.flush();
+    add(word >> 32 & 0xFF);
+    add(word >> 40 & 0xFF);
+    add(word >> 48 & 0xFF);
+    add(word >> 56);
+    bits.flush();
+  }
+  for (; i < count; ++i) {
+    add(bytes[i]);
+    bits.flush();
+  }
+  out = bits;
+}
+
 void writeSequences(BitWriter& out, const std::uint8_t* next, std::span<const Sequence> sequences,
                     std::span<const CodeWord> literals, std::span<const CodeWord> distances) {
   const auto add = [&out](const CodeWord& code) { out.add(code.bits, code.length); };
   for (const Sequence& sequence : sequences) {
-    std::size_t i = 0;
-    for (; i + 4 <= sequence.literals; i += 4) {
-      add(literals[next[i]]);
-      add(literals[next[i + 1]]);
-      add(literals[next[i + 2]]);
-      add(literals[next[i + 3]]);
-      out.flush();
-    }
-    for (; i < sequence.literals; ++i)
-      add(literals[next[i]]);
-    out.flush();
+    writeLiterals(out, next, sequence.literals, literals);
     next += sequence.literals + sequence.length;
     if (sequence.length == 0)
       continue;

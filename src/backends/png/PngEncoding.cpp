@@ -1,17 +1,23 @@
 #include "backends/png/PngEncoding.hpp"
 
 #include "backends/png/PngRows.hpp"
-#include "backends/png/ZlibStream.hpp"
+#include "backends/png/PngStrips.hpp"
 
 #include <libdeflate.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <initializer_list>
 #include <limits>
+#include <mutex>
 #include <new>
 #include <string_view>
+#include <system_error>
+#include <thread>
 
 namespace tessarin::png {
 
@@ -24,8 +30,21 @@ constexpr std::uint32_t gamma = 45455;
 constexpr std::array<std::uint32_t, 8> chromaticities = {31270, 32900, 64000, 33000,
                                                          30000, 60000, 15000, 6000};
 
-// Room for all of a file but the contents of its data chunk.
-constexpr std::size_t frameSize = 256;
+// Room for all of a file before its first data chunk, and for its end.
+constexpr std::size_t headerSize = 256;
+constexpr std::size_t endSize = 12;
+
+// The stream of the data chunks: deflate with its largest window, made fast, and a checksum at its end.
+constexpr std::array<std::uint8_t, 2> streamHeader = {0x78, 0x01};
+constexpr std::size_t checksumSize = 4;
+
+// A chunk's length and type before its contents, and its own checksum behind them.
+constexpr std::size_t chunkHeadSize = 8;
+constexpr std::size_t chunkSumSize = 4;
+
+constexpr std::size_t chunkBound(std::size_t contents) {
+  return chunkHeadSize + streamHeader.size() + contents + checksumSize + chunkSumSize;
+}
 
 // Appends to memory that is large enough.
 class Cursor {
@@ -33,17 +52,20 @@ class Cursor {
   explicit Cursor(std::byte* start) : start_(start) {}
 
   std::byte* position() const { return start_ + size_; }
-  std::size_t size() const { return size_; }
-  void advance(std::size_t count) { size_ += count; }
-  void advanceTo(const std::byte* position) { size_ = static_cast<std::size_t>(position - start_); }
+  std::span<const std::byte> written() const { return {start_, size_}; }
+  void skip(std::size_t count) { size_ += count; }
+  void skipTo(const std::uint8_t* position) {
+    size_ = static_cast<std::size_t>(position - reinterpret_cast<const std::uint8_t*>(start_));
+  }
 
-  void bytes(std::initializer_list<std::uint8_t> values) {
+  template<class Bytes> void bytes(const Bytes& values) {
     for (const std::uint8_t value : values)
       start_[size_++] = static_cast<std::byte>(value);
   }
+  void bytes(std::initializer_list<std::uint8_t> values) { bytes<>(values); }
   void text(std::string_view text) {
     std::memcpy(position(), text.data(), text.size());
-    advance(text.size());
+    skip(text.size());
   }
   void number(std::uint32_t value) {
     for (const int shift : {24, 16, 8, 0})
@@ -53,13 +75,13 @@ class Cursor {
   // A chunk whose contents the function appends.
   template<class Contents> void chunk(std::string_view type, Contents contents) {
     Cursor length(position());
-    advance(4);
+    skip(4);
     const std::byte* const checked = position();
     text(type);
-    const std::size_t before = size_;
     contents();
-    length.number(static_cast<std::uint32_t>(size_ - before));
-    number(libdeflate_crc32(0, checked, static_cast<std::size_t>(position() - checked)));
+    const auto checkedSize = static_cast<std::size_t>(position() - checked);
+    length.number(static_cast<std::uint32_t>(checkedSize - type.size()));
+    number(libdeflate_crc32(0, checked, checkedSize));
   }
 
  private:
@@ -84,33 +106,120 @@ void appendHeader(Cursor& out, const PictureView& picture) {
   });
 }
 
-// Each row by a filter byte and its samples.
-void appendRows(Cursor& out, const PictureView& picture, std::size_t rowSize) {
-  ZlibStream stream(rowSize, reinterpret_cast<std::uint8_t*>(out.position()));
-  for (std::ptrdiff_t y = 0; y < picture.height; ++y) {
-    std::uint8_t* const row = stream.piece();
-    row[0] = filterSub;
-    filterRow(picture.data + y * picture.stride, picture.format, static_cast<std::size_t>(picture.width),
-              row + 1);
-    stream.append(rowSize);
+// The strips of a picture, coded by several threads into a data chunk each.
+class StripChunks {
+ public:
+  StripChunks(const PictureView& picture, const StripLayout& layout, std::byte* out)
+      : picture_(picture), layout_(layout), chunks_(layout.count) {
+    for (std::size_t strip = 0; strip < layout.count; ++strip) {
+      chunks_[strip].start = out;
+      out += chunkBound(DeflateStream::bound(layout.byteCount(strip)));
+    }
   }
-  out.advanceTo(reinterpret_cast<std::byte*>(stream.finish()));
-}
+
+  // In so many threads, of which one is the caller's, or in fewer where the system refuses more.
+  void code(std::size_t threads) {
+    std::vector<std::thread> helpers;
+    helpers.reserve(threads);
+    try {
+      while (helpers.size() + 1 < std::min(threads, layout_.count))
+        helpers.emplace_back([this] { codeNextStrips(); });
+    } catch (const std::system_error&) {
+    }
+    codeNextStrips();
+    for (std::thread& helper : helpers)
+      helper.join();
+    if (failure_)
+      std::rethrow_exception(failure_);
+  }
+
+  // Only after code.
+  void appendParts(std::vector<std::span<const std::byte>>& parts) {
+    std::uint32_t checksum = 1;
+    for (std::size_t strip = 0; strip < layout_.count; ++strip)
+      checksum = joinedChecksum(checksum, chunks_[strip].coded.checksum, layout_.byteCount(strip));
+    finish(chunks_.back(), [checksum](Cursor& out) { out.number(checksum); });
+    for (const Chunk& chunk : chunks_)
+      parts.push_back(chunk.whole);
+  }
+
+ private:
+  struct Chunk {
+    std::byte* start = nullptr;
+    StripCoder::Coded coded;
+    std::span<const std::byte> whole;
+  };
+
+  // Each thread takes the next strip when it has ended one.
+  void codeNextStrips() noexcept {
+    try {
+      StripCoder coder(picture_, layout_);
+      for (std::size_t strip = next_++; strip < layout_.count; strip = next_++) {
+        Chunk& chunk = chunks_[strip];
+        Cursor out(chunk.start);
+        out.skip(chunkHeadSize);
+        if (strip == 0)
+          out.bytes(streamHeader);
+        chunk.coded = coder.code(strip, reinterpret_cast<std::uint8_t*>(out.position()));
+        if (strip + 1 < layout_.count)
+          finish(chunk, [](Cursor&) {});
+      }
+    } catch (...) {
+      next_ = layout_.count;
+      const std::lock_guard lock(mutex_);
+      failure_ = std::current_exception();
+    }
+  }
+
+  // Puts a chunk around what was coded and what the function adds.
+  template<class Addition> static void finish(Chunk& chunk, Addition add) {
+    Cursor out(chunk.start);
+    out.chunk("IDAT", [&] {
+      out.skipTo(chunk.coded.end);
+      add(out);
+    });
+    chunk.whole = out.written();
+  }
+
+  const PictureView& picture_;
+  const StripLayout& layout_;
+  std::vector<Chunk> chunks_; // each for the thread that has taken it, until all have ended
+  std::atomic<std::size_t> next_ = 0;
+  std::mutex mutex_;
+  std::exception_ptr failure_; // guarded by the mutex
+};
 
 } // namespace
 
-EncodedPicture encode(const PictureView& picture) {
+std::size_t encodingThreads() {
+  return std::max(std::thread::hardware_concurrency(), 1U);
+}
+
+EncodedPicture encode(const PictureView& picture, std::size_t threads) {
   const std::size_t rowSize = 1 + static_cast<std::size_t>(picture.width) * bytesPerPixel(picture.format);
-  const std::size_t bound = ZlibStream::bound(rowSize * static_cast<std::size_t>(picture.height));
-  if (bound > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
+  constexpr auto limit = static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max());
+  if (rowSize * static_cast<std::size_t>(picture.height) > limit)
+    throw std::bad_alloc();
+  const StripLayout layout(picture);
+  std::size_t bound = headerSize + endSize;
+  for (std::size_t strip = 0; strip < layout.count; ++strip)
+    bound += chunkBound(DeflateStream::bound(layout.byteCount(strip)));
+  if (bound > limit)
     throw std::bad_alloc();
 
-  EncodedPicture encoded{std::make_unique_for_overwrite<std::byte[]>(frameSize + bound), 0};
-  Cursor out(encoded.buffer.get());
-  appendHeader(out, picture);
-  out.chunk("IDAT", [&] { appendRows(out, picture, rowSize); });
-  out.chunk("IEND", [] {});
-  encoded.size = out.size();
+  EncodedPicture encoded{std::make_unique_for_overwrite<std::byte[]>(bound), {}};
+  encoded.parts.reserve(layout.count + 2);
+  Cursor header(encoded.buffer.get());
+  appendHeader(header, picture);
+  encoded.parts.push_back(header.written());
+
+  StripChunks chunks(picture, layout, encoded.buffer.get() + headerSize);
+  chunks.code(threads);
+  chunks.appendParts(encoded.parts);
+
+  Cursor end(encoded.buffer.get() + bound - endSize);
+  end.chunk("IEND", [] {});
+  encoded.parts.push_back(end.written());
   return encoded;
 }
 

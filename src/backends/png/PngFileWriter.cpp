@@ -9,7 +9,11 @@ void PngFileWriter::write(const PictureView& picture, const std::string& path) {
   const EncodedPicture encoded = encode(picture);
   const auto file = files_.open(path, OpenMode::createTruncated);
   TemporaryFile unfinished(files_, path);
-  file->write(0, encoded.bytes());
+  std::uint64_t offset = 0;
+  for (const std::span<const std::byte> part : encoded.parts) {
+    file->write(offset, part);
+    offset += part.size();
+  }
   unfinished.keep();
 }
 

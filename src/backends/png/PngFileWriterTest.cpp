@@ -1,7 +1,6 @@
 #include "backends/png/PngFileWriter.hpp"
 
 #include "backends/png/PngEncoding.hpp"
-#include "backends/png/PngRows.hpp"
 #include "support/FaultyFileSystem.hpp"
 #include "support/TemporaryDirectory.hpp"
 
@@ -47,6 +46,13 @@ Painted noise(std::int32_t width, std::int32_t height, PixelFormat format) {
                   {static_cast<std::uint8_t>(random()), static_cast<std::uint8_t>(random()),
                    static_cast<std::uint8_t>(random()), static_cast<std::uint8_t>(random())});
   return picture;
+}
+
+std::vector<std::byte> joined(const EncodedPicture& encoded) {
+  std::vector<std::byte> bytes;
+  for (const auto part : encoded.parts)
+    bytes.insert(bytes.end(), part.begin(), part.end());
+  return bytes;
 }
 
 struct Read {
@@ -110,7 +116,7 @@ std::vector<std::uint8_t> opaqueSamples(const PictureView& picture) {
 TEST(PngEncoding, AnOpaquePictureReadsBackExactlyAtEveryWidth) {
   for (int width = 1; width <= 40; ++width) {
     const Painted picture = noise(width, 3, PixelFormat::bgrx8);
-    const Read read = readBack(encode(picture.view).bytes());
+    const Read read = readBack(joined(encode(picture.view)));
     EXPECT_EQ(read.width, width);
     EXPECT_EQ(read.height, 3);
     EXPECT_EQ(read.bitDepth, 8);
@@ -121,7 +127,7 @@ TEST(PngEncoding, AnOpaquePictureReadsBackExactlyAtEveryWidth) {
 
 TEST(PngEncoding, ALargePictureReadsBackExactly) {
   const Painted picture = noise(1500, 700, PixelFormat::bgrx8);
-  EXPECT_EQ(readBack(encode(picture.view).bytes()).samples, opaqueSamples(picture.view));
+  EXPECT_EQ(readBack(joined(encode(picture.view))).samples, opaqueSamples(picture.view));
 }
 
 TEST(PngEncoding, APictureOfExtremeSizeReadsBackExactly) {
@@ -131,7 +137,7 @@ TEST(PngEncoding, APictureOfExtremeSizeReadsBackExactly) {
   } cases[] = {{1, 1}, {1, 2}, {65535, 1}, {65536, 2}, {100000, 3}, {1, 65535}};
   for (const auto& each : cases) {
     const Painted opaque = noise(each.width, each.height, PixelFormat::bgrx8);
-    const Read read = readBack(encode(opaque.view).bytes());
+    const Read read = readBack(joined(encode(opaque.view)));
     EXPECT_EQ(read.width, each.width);
     EXPECT_EQ(read.height, each.height);
     EXPECT_EQ(read.samples, opaqueSamples(opaque.view)) << each.width << "x" << each.height;
@@ -140,7 +146,7 @@ TEST(PngEncoding, APictureOfExtremeSizeReadsBackExactly) {
     Painted translucent = noise(each.width, each.height, PixelFormat::bgra8Premultiplied);
     for (std::size_t i = 3; i < translucent.bytes.size(); i += 4)
       translucent.bytes[i] = 255;
-    const Read withAlpha = readBack(encode(translucent.view).bytes());
+    const Read withAlpha = readBack(joined(encode(translucent.view)));
     std::vector<std::uint8_t> colours;
     for (std::size_t i = 0; i < withAlpha.samples.size(); ++i)
       if (i % 4 != 3)
@@ -160,21 +166,62 @@ TEST(PngEncoding, APictureBeyondOneChunkIsRefusedBeforeAPixelIsRead) {
 }
 
 TEST(PngEncoding, IsTaggedAsSRGB) {
-  const Read read = readBack(encode(noise(2, 2, PixelFormat::bgrx8).view).bytes());
+  const Read read = readBack(joined(encode(noise(2, 2, PixelFormat::bgrx8).view)));
   EXPECT_EQ(read.intent, PNG_sRGB_INTENT_PERCEPTUAL);
   EXPECT_NEAR(read.gamma, 0.45455, 1e-6);
 }
 
-TEST(PngEncoding, TheWideAndThePlainRowAreTheSame) {
-  for (int width = 1; width <= 70; ++width) {
-    const Painted picture = noise(width, 1, PixelFormat::bgrx8);
-    const auto count = static_cast<std::size_t>(width);
-    std::vector<std::uint8_t> chosen(3 * count);
-    std::vector<std::uint8_t> plain(3 * count);
-    filterRow(picture.bytes.data(), PixelFormat::bgrx8, count, chosen.data());
-    filterOpaqueRowPortably(picture.bytes.data(), count, plain.data());
-    EXPECT_EQ(chosen, plain) << width;
+// Bands of flat colour, of one line again and again, of smooth colours with grain, and of noise.
+Painted bands(std::int32_t width, std::int32_t height, PixelFormat format) {
+  Painted picture = noise(width, height, format);
+  std::mt19937 random(9);
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) {
+      const int band = y / 37 % 4;
+      const auto grain = static_cast<int>(random() % 9);
+      const auto value = [&](int slope) { return static_cast<std::uint8_t>((x * slope + y) / 16 + grain); };
+      if (band == 0)
+        picture.set(x, y, {12, 200, 100, 255});
+      else if (band == 1)
+        picture.set(x, y, {static_cast<std::uint8_t>(x * x >> 3), 7, static_cast<std::uint8_t>(x), 255});
+      else if (band == 2)
+        picture.set(x, y, {value(1), value(2), value(3), 255});
+    }
+  return picture;
+}
+
+TEST(PngEncoding, APictureOfSeveralStripsReadsBackExactly) {
+  // Below and above what makes a second strip; strips of unequal rows; rows as large as a strip.
+  const struct {
+    std::int32_t width;
+    std::int32_t height;
+  } cases[] = {{1000, 349}, {1000, 350}, {1919, 1080}, {1921, 547}, {333, 4001}, {7680, 500}, {200001, 5}};
+  for (const auto& each : cases) {
+    const Painted picture = bands(each.width, each.height, PixelFormat::bgrx8);
+    EXPECT_TRUE(readBack(joined(encode(picture.view))).samples == opaqueSamples(picture.view))
+        << each.width << "x" << each.height;
   }
+}
+
+TEST(PngEncoding, TheNumberOfThreadsChangesNoByte) {
+  for (const PixelFormat format : {PixelFormat::bgrx8, PixelFormat::bgra8Premultiplied}) {
+    const Painted picture = bands(1600, 1200, format);
+    const auto alone = joined(encode(picture.view, 1));
+    for (const std::size_t threads : {0U, 2U, 3U, 8U, 100U})
+      EXPECT_TRUE(joined(encode(picture.view, threads)) == alone) << threads;
+  }
+}
+
+TEST(PngEncoding, PicturesWithAlphaReadBackInStrips) {
+  Painted picture = bands(1300, 900, PixelFormat::bgra8Premultiplied);
+  for (std::size_t i = 3; i < picture.bytes.size(); i += 4)
+    picture.bytes[i] = 255;
+  const Read read = readBack(joined(encode(picture.view)));
+  std::vector<std::uint8_t> colours;
+  for (std::size_t i = 0; i < read.samples.size(); ++i)
+    if (i % 4 != 3)
+      colours.push_back(read.samples[i]);
+  EXPECT_TRUE(colours == opaqueSamples(picture.view));
 }
 
 TEST(PngEncoding, AlphaIsStraightInTheFile) {
@@ -199,7 +246,7 @@ TEST(PngEncoding, AlphaIsStraightInTheFile) {
       picture.set(x, y, each.bgra);
       expected.insert(expected.end(), each.rgba.begin(), each.rgba.end());
     }
-  const Read read = readBack(encode(picture.view).bytes());
+  const Read read = readBack(joined(encode(picture.view)));
   EXPECT_EQ(read.colourType, PNG_COLOR_TYPE_RGB_ALPHA);
   EXPECT_EQ(read.samples, expected);
 }
@@ -214,7 +261,7 @@ TEST(PngEncoding, EveryColourThatWasPremultipliedComesBack) {
       const std::uint8_t value = premultiplied(colour, alpha);
       picture.set(alpha - 1, colour, {value, value, value, static_cast<std::uint8_t>(alpha)});
     }
-  const Read read = readBack(encode(picture.view).bytes());
+  const Read read = readBack(joined(encode(picture.view)));
   for (int alpha = 1; alpha <= 255; ++alpha)
     for (int colour = 0; colour < 256; ++colour) {
       const std::uint8_t* sample = read.samples.data() + 4 * (colour * 255 + alpha - 1);
