@@ -50,12 +50,8 @@ std::optional<OpenedMovie> openMovie(FileSystem& files, const std::string& path)
   }
 }
 
-bool isUsable(MediaTime time) {
-  return time.isNumeric() && time > MediaTime::zero();
-}
-
 std::int64_t usableMilliseconds(MediaTime time) {
-  return isUsable(time) ? time.wholeMilliseconds() : 0;
+  return time > MediaTime::zero() ? time.wholeMilliseconds() : 0;
 }
 
 bool areInStep(const Track& first, const Track& other) {
@@ -99,7 +95,8 @@ ValidatedMedia validateRecording(FileSystem& files, const std::string& path, Med
   tracks.insert(tracks.end(), audio.begin(), audio.end());
   require(samplesAreMonotonic(tracks));
 
-  const MediaTime duration = isUsable(opened->movie.duration) ? opened->movie.duration : fallbackDuration;
+  const MediaTime duration =
+      opened->movie.duration > MediaTime::zero() ? opened->movie.duration : fallbackDuration;
   const std::int64_t durationMs = usableMilliseconds(duration);
   if (!video.empty())
     require(std::all_of(tracks.begin(), tracks.end(),
@@ -119,7 +116,7 @@ bool validateAudio(FileSystem& files, const std::string& path, std::int64_t expe
   if (!opened->movie.tracksOf(TrackKind::video).empty() || audio.size() != 1)
     return false;
   const MediaTime duration = audio.front()->duration;
-  return isUsable(duration) && hasCanonicalAudioFormat(*audio.front()) &&
+  return duration > MediaTime::zero() && hasCanonicalAudioFormat(*audio.front()) &&
          std::llabs(duration.wholeMilliseconds() - expectedDurationMs) <= audioLengthToleranceMs &&
          samplesAreMonotonic(audio);
 }

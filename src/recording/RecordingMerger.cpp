@@ -27,10 +27,6 @@ void refuse(bool condition, RecordingMergeError error) {
     fail(error);
 }
 
-bool isUsable(MediaTime duration) {
-  return duration.isNumeric() && duration > MediaTime::zero();
-}
-
 // A source that stays open while pieces of it are joined.
 struct Source {
   std::unique_ptr<OpenFile> file;
@@ -127,6 +123,7 @@ std::int64_t exportReencoded(FileSystem& files, AudioReencoder& reencoder, const
     const std::optional<std::int64_t> size = regularFileSize(files, outputPath);
     refuse(!size || *size < 1, RecordingMergeError::exportFailed);
     made.keep();
+    syncDirectoryQuietly(files, directoryOf(outputPath));
     return *size;
   } catch (const std::exception&) {
     fail(RecordingMergeError::exportFailed);
@@ -147,7 +144,7 @@ JoinPiece videoPiece(const Source& source, std::int64_t index, const RecordingMe
 JoinPiece trimmedAudioPiece(const Source& source, const Track& track,
                             const RecordingMergeInsertion& insertion) {
   const MediaTime duration = std::min(track.duration, insertion.duration);
-  refuse(!isUsable(duration), RecordingMergeError::invalidSegment);
+  refuse(duration <= MediaTime::zero(), RecordingMergeError::invalidSegment);
   return {source.file.get(), &track, insertion.start, duration};
 }
 
@@ -192,7 +189,7 @@ RecordingMergePlan::RecordingMergePlan(std::span<const MediaTime> segmentDuratio
   refuse(segmentDurations.empty(), RecordingMergeError::noSegments);
   insertions.reserve(segmentDurations.size());
   for (const MediaTime duration : segmentDurations) {
-    refuse(!isUsable(duration), RecordingMergeError::invalidSegment);
+    refuse(duration <= MediaTime::zero(), RecordingMergeError::invalidSegment);
     insertions.push_back({total, duration});
     total = total + duration;
   }
@@ -267,7 +264,7 @@ std::int64_t RecordingMerger::mergeShareVideo(const std::string& screenPath,
              !screen.movie.tracksOf(TrackKind::audio).empty(),
          RecordingMergeError::invalidSegment);
   const RecordingMergeInsertion whole{MediaTime::zero(), screen.movie.duration};
-  refuse(!isUsable(whole.duration), RecordingMergeError::invalidSegment);
+  refuse(whole.duration <= MediaTime::zero(), RecordingMergeError::invalidSegment);
   if (audioPaths.empty())
     return cloneOrCopyMedia(files_, *screen.file, outputPath);
 

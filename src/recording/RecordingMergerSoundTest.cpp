@@ -60,10 +60,13 @@ TEST_F(RecordingMergerTest, CodesSoundAnewWhenItCannotBeJoinedAsItIs) {
                           segment({videoOf(500), audioOf(500), audioOf(600)})};
   for (const FileOperation operation : {FileOperation::write, FileOperation::copy, FileOperation::sync}) {
     reencoder.calls.clear();
+    files.clearLog();
     files.inject({operation, "/out/", 0, 1, EIO, std::nullopt});
     EXPECT_EQ(merger.mergeAudio(segments, out("microphone.m4a"), 1), 10);
     EXPECT_EQ(outputs(), Paths{"microphone.m4a"}) << "nothing is left of the first try";
     EXPECT_EQ(bytesOf(out("microphone.m4a")), "coded anew");
+    EXPECT_EQ(files.log().back().operation, FileOperation::sync) << "its name is on the disk";
+    EXPECT_EQ(files.log().back().path, directory / "out");
     ASSERT_EQ(reencoder.calls.size(), 1U);
     const std::vector<AudioPiece>& pieces = reencoder.calls[0];
     ASSERT_EQ(pieces.size(), 2U);

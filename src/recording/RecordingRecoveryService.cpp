@@ -38,10 +38,6 @@ void requireMedia(bool condition) {
     fail(RecordingRecoveryError::invalidMedia);
 }
 
-bool isUsable(MediaTime time) {
-  return time.isNumeric() && time > MediaTime::zero();
-}
-
 bool areOfOneLength(MediaTime a, MediaTime b) {
   const MediaTime difference = a > b ? a - b : b - a;
   return difference <= lengthTolerance;
@@ -114,7 +110,7 @@ InspectedVideo inspectVideo(FileSystem& files, const std::string& path) {
     InspectedVideo video;
     video.sizeBytes = sizeOf(files, path);
     const Movie movie = openMovie(files, path);
-    requireMedia(isUsable(movie.duration));
+    requireMedia(movie.duration > MediaTime::zero());
     const std::vector<const Track*> tracks = movie.tracksOf(TrackKind::video);
     requireMedia(!tracks.empty());
     const SizeDTO size = displayedSize(*tracks.front());
@@ -134,7 +130,7 @@ std::int64_t inspectAudio(FileSystem& files, const std::string& path, MediaTime 
     const Movie movie = openMovie(files, path);
     const std::vector<const Track*> audio = movie.tracksOf(TrackKind::audio);
     requireMedia(audio.size() == 1 && movie.tracksOf(TrackKind::video).empty());
-    requireMedia(isUsable(movie.duration) && areOfOneLength(movie.duration, expected));
+    requireMedia(movie.duration > MediaTime::zero() && areOfOneLength(movie.duration, expected));
     requireMedia(RecordingMediaValidator::hasCanonicalAudioFormat(*audio.front()));
     return movie.duration.wholeMilliseconds();
   });
