@@ -40,8 +40,7 @@ void CameraOverlayView::mouseUp() {
 bool CameraOverlayView::keyDown(std::uint16_t evdevCode) {
   switch (InteractionShortcutPrivacy::keyCode(evdevCode).value_or(0)) {
   case escapeKey:
-    cancelDrag();
-    return true;
+    return cancelDrag();
   case leftKey:
     step({-1, 0});
     return true;
@@ -60,11 +59,12 @@ bool CameraOverlayView::keyDown(std::uint16_t evdevCode) {
 }
 
 // The button is still down; what follows until it comes up is no drag any more.
-void CameraOverlayView::cancelDrag() {
+bool CameraOverlayView::cancelDrag() {
   if (!previous_)
-    return;
+    return false;
   previous_.reset();
   handlers_.onMove(difference(dragStartOrigin_, handlers_.panelOrigin()));
+  return true;
 }
 
 void CameraOverlayView::step(const PointerLocation& delta) {

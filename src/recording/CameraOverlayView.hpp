@@ -25,11 +25,11 @@ class CameraOverlayView {
   void mouseDragged(const PointerLocation& location);
   void mouseUp();
   // An arrow moves the panel by a point. Escape ends a drag and takes the panel back to where it began. False
-  // for any other key.
+  // for any other key, which is Escape too while nothing is dragged.
   bool keyDown(std::uint16_t evdevCode);
 
  private:
-  void cancelDrag();
+  bool cancelDrag(); // false without one
   void step(const PointerLocation& delta);
 
   const Handlers handlers_;

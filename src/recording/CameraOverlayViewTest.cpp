@@ -50,7 +50,7 @@ TEST_F(CameraOverlayViewTest, EscapeTakesThePanelBackToWhereTheDragBeganAndEndsI
   view.mouseDown({1100, 600});
   view.mouseDragged({1130, 590});
   view.mouseDragged({1150, 580});
-  view.keyDown(KEY_ESC);
+  EXPECT_TRUE(view.keyDown(KEY_ESC));
   EXPECT_EQ(origin, (PointerLocation{1000, 500}));
   view.mouseDragged({1200, 700});
   view.keyDown(KEY_ESC);
@@ -74,8 +74,12 @@ TEST_F(CameraOverlayViewTest, TheNextDragBeginsAnewBehindAnEscape) {
   EXPECT_THAT(calls, ElementsAre("move 1 0", "finish", "move 10 0", "move -10 0"));
 }
 
-TEST_F(CameraOverlayViewTest, EscapeWithoutADragDoesNothing) {
-  EXPECT_TRUE(view.keyDown(KEY_ESC));
+TEST_F(CameraOverlayViewTest, EscapeWithoutADragIsNotForThePanel) {
+  EXPECT_FALSE(view.keyDown(KEY_ESC));
+  view.mouseDown({1100, 600});
+  view.mouseUp();
+  calls.clear();
+  EXPECT_FALSE(view.keyDown(KEY_ESC));
   EXPECT_THAT(calls, IsEmpty());
 }
 
