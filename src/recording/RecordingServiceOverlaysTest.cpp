@@ -10,19 +10,11 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace tessarin::testing;
-using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using Rig = RecordingRig;
 
-constexpr std::uint16_t keyC = 46;
-constexpr KeyModifiers control{.control = true};
 const std::string layoutFile = "camera-layout.json";
-const std::string outputFailed =
-    failed("outputFailed", "The screenshot could not be written to its temporary output.");
-const std::string contentUnavailable =
-    failed("contentUnavailable", "Shareable screen content is temporarily unavailable.");
 
 // With a camera, and badges of shortcuts. The camera's panel is the first.
 struct PanelRig : Rig {
@@ -148,7 +140,7 @@ TEST(RecordingServiceOverlays, TheCameraGoesWithTheStopBeforeTheLastSegmentIsFin
   };
   rig.then([&] {
     rig.record(1s);
-    rig.interactions.key(keyC, control);
+    rig.pressShortcut();
     rig.scheduler.runPending();
     EXPECT_TRUE(rig.badge().showsPicture());
     rig.send("stop");
@@ -160,12 +152,12 @@ TEST(RecordingServiceOverlays, ABadgeGoesWithItsTimeAndWithAPause) {
   PanelRig rig;
   rig.then([&] {
     rig.record(1s);
-    rig.interactions.key(keyC, control);
+    rig.pressShortcut();
     rig.scheduler.advance(1499ms);
     EXPECT_TRUE(rig.badge().showsPicture());
     rig.scheduler.advance(1ms);
     EXPECT_FALSE(rig.badge().showsPicture());
-    rig.interactions.key(keyC, control);
+    rig.pressShortcut();
     rig.scheduler.runPending();
     EXPECT_TRUE(rig.badge().showsPicture());
     rig.send("pause");
@@ -173,7 +165,7 @@ TEST(RecordingServiceOverlays, ABadgeGoesWithItsTimeAndWithAPause) {
   rig.then([&] {
     rig.scheduler.runPending();
     EXPECT_FALSE(rig.badge().showsPicture());
-    rig.interactions.key(keyC, control);
+    rig.pressShortcut();
     rig.scheduler.runPending();
     EXPECT_FALSE(rig.badge().showsPicture()) << "nothing is recorded now";
     rig.send("cancel");
@@ -263,7 +255,7 @@ TEST(RecordingServiceOverlays, AFailedSessionKeepsTheCamerasWayAndTakesTheBadgeD
     rig.record(1s);
     rig.cameraPanel().mouseDown(1700, 900);
     rig.cameraPanel().mouseDragged(1600, 900);
-    rig.interactions.key(keyC, control);
+    rig.pressShortcut();
     rig.scheduler.runPending();
     EXPECT_TRUE(rig.badge().showsPicture());
     rig.endInput();

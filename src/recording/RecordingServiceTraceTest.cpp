@@ -17,19 +17,10 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using Rig = RecordingRig;
 
-constexpr std::uint16_t keyC = 46;
-constexpr KeyModifiers control{.control = true};
 const std::string trace = "interaction-events.jsonl";
 
-// The pointer is shown, followed and clicks with, in the middle of the display.
 struct TracingRig : Rig {
-  TracingRig() {
-    request.settings.showsCursor = true;
-    request.settings.showMouseClicks = true;
-    request.settings.recordKeyboardShortcuts = true;
-    hasListenEventAccess = true;
-    interactions.moveTo(100 + 960, 50 + 540);
-  }
+  TracingRig() { useTrace(); }
 };
 
 std::string lines(const std::vector<std::string>& each) {
@@ -60,18 +51,18 @@ TEST(RecordingServiceTrace, WhatTheUserDoesIsWrittenInActiveTimeAndListed) {
   rig.then([&] {
     rig.record(1s);
     rig.interactions.click();
-    rig.interactions.key(keyC, control);
+    rig.pressShortcut();
     rig.send("pause");
   });
   rig.then([&] {
     rig.clock.advance(10min);
     rig.interactions.click();
-    rig.interactions.key(keyC, control);
+    rig.pressShortcut();
     rig.send("resume");
   });
   rig.then([&] {
     rig.record(500ms);
-    rig.interactions.key(keyC, control);
+    rig.pressShortcut();
     rig.send("stop");
   });
   ASSERT_EQ(rig.run(), 0);
@@ -174,9 +165,7 @@ TEST(RecordingServiceTrace, AnOlderTraceIsNotAddedTo) {
   TracingRig rig;
   rig.write(trace, "old\n");
   EXPECT_EQ(rig.run(), 1);
-  EXPECT_THAT(
-      rig.events(),
-      ElementsAre(failed("outputFailed", "The screenshot could not be written to its temporary output.")));
+  EXPECT_THAT(rig.events(), ElementsAre(outputFailed));
   EXPECT_THAT(rig.diagnostics(), ElementsAre(failedLine("interaction-recorder", "outputFailed")));
   EXPECT_EQ(rig.read(trace), "old\n");
   EXPECT_THAT(rig.streams.streams, IsEmpty());
@@ -202,8 +191,7 @@ TEST(RecordingServiceTrace, ATraceThatIsNotWholeFailsTheStopAndLosesNothingElse)
     rig.send("stop");
   });
   EXPECT_EQ(rig.run(), 1);
-  EXPECT_EQ(rig.lastEvent(),
-            failed("outputFailed", "The screenshot could not be written to its temporary output."));
+  EXPECT_EQ(rig.lastEvent(), outputFailed);
   EXPECT_EQ(rig.lastDiagnostics(), failedLine("stop-interactions", "outputFailed"));
   EXPECT_EQ(manifestSegments(rig).size(), 1u);
   for (const char* const output : {"recording.mp4", "screen.mp4", "segments/segment-0000.mp4"})
@@ -228,7 +216,7 @@ TEST(RecordingServiceTrace, AFailedSessionKeepsItsTraceUpToTheFailure) {
   rig.then([&] {
     rig.record(1s);
     rig.interactions.click();
-    rig.onEvent = [&](const std::string&) { rig.interactions.key(keyC, control); }; // while it is finished
+    rig.onEvent = [&](const std::string&) { rig.pressShortcut(); }; // while it is finished
     rig.endInput();
   });
   EXPECT_EQ(rig.run(), 1);

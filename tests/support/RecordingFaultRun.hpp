@@ -15,26 +15,19 @@
 // A whole session on a file layer that is told to fail, and what has to hold of it whatever failed.
 namespace tessarin::testing {
 
-// The pointer in the middle of the display; of devices only what a scenario asks for.
+// Of devices and traces only what a scenario asks for.
 struct FaultRig : RecordingRig {
-  FaultRig() {
-    interactions.moveTo(100 + 960, 50 + 540);
-    files.spareSyncs();
-  }
+  FaultRig() { files.spareSyncs(); }
 
   void useEverything() {
     use(true, true, true);
-    request.settings.showsCursor = true;
-    request.settings.showMouseClicks = true;
-    request.settings.recordKeyboardShortcuts = true;
-    hasListenEventAccess = true;
+    useTrace();
   }
   // Half a second in which the user does something of each kind.
   void act() {
-    constexpr std::uint16_t keyC = 46;
     record(Milliseconds(500));
     interactions.click();
-    interactions.key(keyC, {.control = true});
+    pressShortcut();
     if (request.settings.camera) {
       ScriptedPanel& panel = *panels.panels.at(0);
       panel.mouseDown(1700, 900);

@@ -150,6 +150,20 @@ class RecordingRig {
     request.settings.camera = camera;
   }
 
+  // A trace of all that a person does, and badges of shortcuts. The pointer is in the middle of the display.
+  void useTrace() {
+    request.settings.showsCursor = true;
+    request.settings.showMouseClicks = true;
+    request.settings.recordKeyboardShortcuts = true;
+    hasListenEventAccess = true;
+    interactions.moveTo(100 + 960, 50 + 540);
+  }
+  // Control and C, a shortcut.
+  void pressShortcut() {
+    constexpr std::uint16_t keyC = 46;
+    interactions.key(keyC, {.control = true});
+  }
+
   // Of another kind of capture, of its sample, in the same directory and without a trace.
   void ask(CaptureKind kind) {
     const std::string outputDirectory = request.outputDirectory;

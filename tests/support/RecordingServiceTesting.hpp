@@ -73,6 +73,10 @@ inline const std::string cancelled = R"({"event":"cancelled","schemaVersion":2,"
 inline const std::string recordingFailed =
     failed("recordingFailed", "The screen recording could not be completed.");
 
+inline const std::string outputFailed =
+    failed("outputFailed", "The screenshot could not be written to its temporary output.");
+inline const std::string contentUnavailable =
+    failed("contentUnavailable", "Shareable screen content is temporarily unavailable.");
 inline const std::string microphoneUnavailable =
     failed("microphoneUnavailable",
            "The selected microphone is unavailable. Finalized screen recording segments were preserved.");
