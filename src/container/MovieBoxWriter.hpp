@@ -12,6 +12,9 @@ class SampleTable {
   void beginChunk(std::uint64_t offset, std::uint32_t description);
   void add(std::uint32_t size, std::uint32_t duration, std::int32_t compositionOffset, bool isSync);
 
+  // All samples lie so many bytes further behind.
+  void moveChunks(std::uint64_t by);
+
   std::uint64_t duration() const { return duration_; }
   // When what is presented last ends, counted from the first decode time.
   std::int64_t presentationEnd() const { return presentationEnd_; }

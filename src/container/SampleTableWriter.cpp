@@ -20,6 +20,11 @@ void SampleTable::add(std::uint32_t size, std::uint32_t duration, std::int32_t c
   presentationEnd_ = std::max(presentationEnd_, static_cast<std::int64_t>(duration_) + compositionOffset);
 }
 
+void SampleTable::moveChunks(std::uint64_t by) {
+  for (Chunk& chunk : chunks_)
+    chunk.offset += by;
+}
+
 void SampleTable::addToRuns(std::vector<Run>& runs, std::uint32_t value) {
   if (runs.empty() || runs.back().value != value)
     runs.push_back({0, value});
