@@ -32,15 +32,6 @@ const Case cases[] = {
     {"no line between the corners", 20, 10, {0, 0, 20, 10, 5}, 0},
 };
 
-std::vector<std::vector<std::uint8_t>> covered(const RoundedRect& rect, int width, int height) {
-  std::vector<std::vector<std::uint8_t>> lines;
-  for (int y = 0; y < height; ++y) {
-    lines.emplace_back(static_cast<std::size_t>(width));
-    rect.cover(y, lines.back());
-  }
-  return lines;
-}
-
 TEST(BorderedMask, LaysThePictureOverWhiteWithinTheShape) {
   for (const Case& c : cases)
     for (const bool isOpaque : {false, true}) {

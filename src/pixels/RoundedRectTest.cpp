@@ -1,4 +1,5 @@
 #include "pixels/RoundedRect.hpp"
+#include "pixels/TestPictures.hpp"
 
 #include <gtest/gtest.h>
 
@@ -10,18 +11,6 @@
 
 namespace tessarin::pixels {
 namespace {
-
-using Line = std::vector<std::uint8_t>;
-
-// The lines of a target of that size.
-std::vector<Line> covered(const RoundedRect& rect, int width, int height) {
-  std::vector<Line> lines;
-  for (int y = 0; y < height; ++y) {
-    lines.emplace_back(static_cast<std::size_t>(width), std::uint8_t{77});
-    rect.cover(y, lines.back());
-  }
-  return lines;
-}
 
 bool isInside(const RoundedRect& rect, double x, double y) {
   if (x < rect.left || x > rect.right || y < rect.top || y > rect.bottom)
@@ -69,22 +58,22 @@ TEST(RoundedRect, CoversEachPixelByItsArea) {
 
 TEST(RoundedRect, CoversStraightEdgesExactly) {
   const auto lines = covered({0.5, 1.25, 3.2, 3, 0}, 5, 4);
-  EXPECT_EQ(lines[0], (Line{0, 0, 0, 0, 0}));
-  EXPECT_EQ(lines[1], (Line{96, 191, 191, 38, 0})); // three quarters, of a half and of a fifth
-  EXPECT_EQ(lines[2], (Line{128, 255, 255, 51, 0}));
-  EXPECT_EQ(lines[3], (Line{0, 0, 0, 0, 0}));
+  EXPECT_EQ(lines[0], (CoveredLine{0, 0, 0, 0, 0}));
+  EXPECT_EQ(lines[1], (CoveredLine{96, 191, 191, 38, 0})); // three quarters, of a half and of a fifth
+  EXPECT_EQ(lines[2], (CoveredLine{128, 255, 255, 51, 0}));
+  EXPECT_EQ(lines[3], (CoveredLine{0, 0, 0, 0, 0}));
 }
 
 TEST(RoundedRect, CoversACircleOfOnePixelByAQuarterOfPi) {
-  EXPECT_EQ(covered({0, 0, 1, 1, 0.5}, 1, 1)[0], Line{200}); // 255 * pi / 4 is 200.3
-  EXPECT_EQ(covered({0, 0, 2, 2, 1}, 2, 2), (std::vector<Line>{{200, 200}, {200, 200}}));
+  EXPECT_EQ(covered({0, 0, 1, 1, 0.5}, 1, 1)[0], CoveredLine{200}); // 255 * pi / 4 is 200.3
+  EXPECT_EQ(covered({0, 0, 2, 2, 1}, 2, 2), (std::vector<CoveredLine>{{200, 200}, {200, 200}}));
 }
 
 // Rounding each pixel adds up to little, where every pixel is exact.
 TEST(RoundedRect, HasTheAreaOfItsShape) {
   for (const double radius : {0.0, 10.0, 41.7, 150.0}) {
     double sum = 0;
-    for (const Line& line : covered({1, 2, 401, 302, radius}, 402, 303))
+    for (const CoveredLine& line : covered({1, 2, 401, 302, radius}, 402, 303))
       sum = std::accumulate(line.begin(), line.end(), sum);
     const double area = 400 * 300 - (4 - std::numbers::pi) * radius * radius;
     EXPECT_NEAR(sum / 255, area, 0.1) << radius;
@@ -122,8 +111,8 @@ TEST(RoundedRect, CoversNothingWhereItIsNot) {
   for (const RoundedRect& rect :
        {RoundedRect{20, 2, 30, 8, 2}, RoundedRect{-30, 2, -20, 8, 2}, RoundedRect{2, 20, 8, 30, 2},
         RoundedRect{5, 2, 5, 8, 0}, RoundedRect{5, 2, 4, 8, 0}, RoundedRect{2, 8, 8, 2, 0}})
-    for (const Line& line : covered(rect, 12, 9))
-      EXPECT_EQ(line, Line(12, 0));
+    for (const CoveredLine& line : covered(rect, 12, 9))
+      EXPECT_EQ(line, CoveredLine(12, 0));
 }
 
 TEST(RoundedRect, InsetKeepsTheCentresOfItsCornersWhileItCan) {

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "pixels/Canvas.hpp"
+#include "pixels/RoundedRect.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <random>
 #include <vector>
@@ -32,5 +34,18 @@ class TestPicture {
   std::ptrdiff_t stride_;
   std::vector<std::uint8_t> bytes_;
 };
+
+using CoveredLine = std::vector<std::uint8_t>;
+
+// Which share of each pixel the rectangle covers, line by line of a target of that size.
+inline std::vector<CoveredLine> covered(const RoundedRect& rect, int width, int height) {
+  std::vector<CoveredLine> lines;
+  lines.reserve(static_cast<std::size_t>(height));
+  for (int y = 0; y < height; ++y) {
+    lines.emplace_back(static_cast<std::size_t>(width), std::uint8_t{77}); // to be overwritten
+    rect.cover(y, lines.back());
+  }
+  return lines;
+}
 
 } // namespace tessarin::pixels
