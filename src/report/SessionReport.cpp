@@ -46,12 +46,33 @@ const char* nameOf(container::ContainerError error) {
   return "too large to be read";
 }
 
+// Names and identifiers are anybody's: as they may be printed on a terminal, in one line. Characters that
+// control it, and what is no text, are replaced.
+std::string shown(std::string_view text) {
+  static constexpr std::string_view replacement = "\uFFFD";
+  const std::string repaired = repairedUtf8(text);
+  std::string result;
+  result.reserve(repaired.size());
+  for (std::size_t i = 0; i < repaired.size(); ++i) {
+    const auto byteAt = [&](std::size_t at) {
+      return at < repaired.size() ? static_cast<unsigned char>(repaired[at]) : 0U;
+    };
+    const bool isSecondSet = byteAt(i) == 0xC2 && byteAt(i + 1) < 0xA0; // U+0080 to U+009F
+    if (byteAt(i) < 0x20 || byteAt(i) == 0x7F || isSecondSet)
+      result += replacement;
+    else
+      result += repaired[i];
+    i += isSecondSet ? 1 : 0;
+  }
+  return result;
+}
+
 class Reporter {
  public:
   Reporter(FileSystem& files, const std::string& directory) : files_(files), paths_(directory) {}
 
   SessionReport run() {
-    out_ << "session " << paths_.sessionDirectory << '\n';
+    out_ << "session " << shown(paths_.sessionDirectory) << '\n';
     try {
       if (!isRealDirectory(files_, paths_.sessionDirectory))
         return finished("  not a directory");
@@ -79,7 +100,7 @@ class Reporter {
 
   // Runs what describes a file; what goes wrong in it becomes a line.
   template<class Describe> void describe(const std::string& path, const Describe& what) {
-    out_ << path.substr(paths_.sessionDirectory.size() + 1);
+    out_ << shown(path.substr(paths_.sessionDirectory.size() + 1));
     try {
       const std::optional<std::int64_t> size = regularFileSize(files_, path);
       if (!size)
@@ -93,6 +114,22 @@ class Reporter {
     }
   }
 
+  // Sorted. None, and a complaint, where there are too many to be looked at.
+  std::vector<std::string> namesIn(const std::string& directory) {
+    std::optional<std::vector<std::string>> names = files_.list(directory, mostEntries);
+    if (!names) {
+      complain("too many files to be looked at: " + shown(directory));
+      return {};
+    }
+    std::sort(names->begin(), names->end());
+    return std::move(*names);
+  }
+
+  void checkOwner(const std::string& sessionID) {
+    if (sessionID != lastPathComponent(paths_.sessionDirectory))
+      complain("  is of another session");
+  }
+
   void reportManifest() {
     if (!exists(files_, paths_.manifest)) {
       out_ << "no manifest: no segment was finished\n";
@@ -101,10 +138,9 @@ class Reporter {
     describe(paths_.manifest, [&] {
       const auto manifest =
           json::decode<NativeRecordingManifest>(readWholeFile(files_, paths_.manifest, manifestLimit));
-      out_ << ", schema " << manifest.schemaVersion << ", session " << manifest.sessionID << ", "
+      out_ << ", schema " << manifest.schemaVersion << ", session " << shown(manifest.sessionID) << ", "
            << manifest.segments.size() << " segments\n";
-      if (manifest.sessionID != lastPathComponent(paths_.sessionDirectory))
-        complain("  is of another session");
+      checkOwner(manifest.sessionID);
       for (const NativeRecordingSegment& segment : manifest.segments) {
         manifested_[segment.path] = segment;
         if (regularFileSize(files_, segment.path) != segment.sizeBytes)
@@ -116,10 +152,9 @@ class Reporter {
   void reportSegments() {
     if (!exists(files_, paths_.segmentsDirectory))
       return complain("no segments");
-    std::vector<std::string> names =
-        files_.list(paths_.segmentsDirectory, mostEntries).value_or(std::vector<std::string>());
-    std::sort(names.begin(), names.end());
-    for (const std::string& name : names) {
+    if (!isRealDirectory(files_, paths_.segmentsDirectory))
+      return complain("segments: not a directory");
+    for (const std::string& name : namesIn(paths_.segmentsDirectory)) {
       const std::string path = paths_.segmentsDirectory + '/' + name;
       const auto entry = manifested_.find(path);
       reportMovie(path, entry == manifested_.end() ? ", not in the manifest" : ", in the manifest");
@@ -151,7 +186,7 @@ class Reporter {
 
   void reportTrack(const container::Track& track) {
     const container::SampleDescription& description = track.descriptions.front();
-    out_ << "  " << nameOf(track.kind) << ' ' << description.codec;
+    out_ << "  " << nameOf(track.kind) << ' ' << shown(description.codec);
     if (track.kind == container::TrackKind::video)
       out_ << ' ' << description.width << 'x' << description.height;
     if (track.kind == container::TrackKind::audio)
@@ -188,6 +223,7 @@ class Reporter {
       if (!positions.empty())
         out_ << " up to " << positions.back().sourceTimeMs << " ms";
       out_ << '\n';
+      checkOwner(layout.sessionID);
     });
   }
 
@@ -197,12 +233,9 @@ class Reporter {
     known.insert(known.end(),
                  {paths_.segmentsDirectory, paths_.interactionEvents, paths_.sensorData, paths_.manifest,
                   paths_.sessionDirectory + '/' + RecordedCameraLayout::fileName});
-    std::vector<std::string> names =
-        files_.list(paths_.sessionDirectory, mostEntries).value_or(std::vector<std::string>());
-    std::sort(names.begin(), names.end());
-    for (const std::string& name : names)
+    for (const std::string& name : namesIn(paths_.sessionDirectory))
       if (std::find(known.begin(), known.end(), paths_.sessionDirectory + '/' + name) == known.end())
-        out_ << name << ": no part of a session"
+        out_ << shown(name) << ": no part of a session"
              << (name.ends_with(".tmp") ? "; left by something that was cut short" : "") << '\n';
   }
 

@@ -35,6 +35,13 @@ class SessionReportTest : public ::testing::Test {
                                       path("segments/segment-0000.mp4") + R"(","sizeBytes":)" +
                                       std::to_string(bytes) + R"(}],"sessionId":")" + of + "\"}\n");
   }
+  void layout(const std::string& of) const {
+    write("camera-layout.json",
+          R"({"camera":{"recordedPositions":[{"rect":{"height":1,"width":1,"x":0,"y":0},"sourceTimeMs":40}],)"
+          R"("rect":{"height":1,"width":1,"x":0,"y":0},"shape":"rounded","visible":true},"schemaVersion":1,)"
+          R"("sessionId":")" +
+              of + "\"}");
+  }
   SessionReport report() const { return reportOnSession(machineFileSystem(), directory / session); }
 
   TemporaryDirectory directory;
@@ -47,10 +54,7 @@ TEST_F(SessionReportTest, TellsAllOfAWholeSession) {
                                     "\n"
                                     R"({"keys":["Control","C"],"kind":"shortcut","timestampMs":700})"
                                     "\n");
-  write("camera-layout.json",
-        R"({"camera":{"recordedPositions":[{"rect":{"height":1,"width":1,"x":0,"y":0},"sourceTimeMs":40}],)"
-        R"("rect":{"height":1,"width":1,"x":0,"y":0},"shape":"rounded","visible":true},"schemaVersion":1,)"
-        R"("sessionId":"s"})");
+  layout(session);
   const SessionReport found = report();
   EXPECT_TRUE(found.isWhole) << found.text;
   EXPECT_THAT(found.text, HasSubstr("session " + (directory / session) + "\n"));
@@ -92,6 +96,8 @@ TEST_F(SessionReportTest, ComplainsOfWhatIsMissingOrNotWhatItShouldBe) {
        ", 0 events\n  its last line was cut short\n"},
       {"bad trace", [&] { write("interaction-events.jsonl", "{}\n"); },
        "cannot be read as what it should be\n"},
+      {"stranger's layout", [&] { layout("0b8c6a52-3c5a-4f1b-9e43-1f2d3c4b5a69"); },
+       "positions of the camera up to 40 ms\n  is of another session\n"},
       {"folder", [&] { std::filesystem::create_directory(path("camera-layout.json")); },
        "camera-layout.json: not a regular file\n"}};
   for (const Row& row : rows) {
@@ -114,6 +120,15 @@ TEST_F(SessionReportTest, TellsOfFilesThatAreNoPartOfASession) {
   EXPECT_TRUE(found.isWhole);
   EXPECT_THAT(found.text, HasSubstr(".tmp: no part of a session; left by something that was cut short\n"));
   EXPECT_THAT(found.text, HasSubstr("notes.txt: no part of a session\n"));
+}
+
+TEST_F(SessionReportTest, TellsOfMoreFilesThanItLooksAt) {
+  manifest(movie("segments/segment-0000.mp4", 1000));
+  for (int i = 1; i <= 10'000; ++i)
+    write("segments/" + std::to_string(i), "");
+  const SessionReport found = report();
+  EXPECT_FALSE(found.isWhole);
+  EXPECT_THAT(found.text, HasSubstr("\ntoo many files to be looked at: " + path("segments") + "\n"));
 }
 
 TEST_F(SessionReportTest, ADirectoryThatIsNoneIsToldOf) {
