@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -44,9 +45,9 @@ struct Pipe {
 };
 
 [[noreturn]] void becomeProgram(const std::vector<std::string>& arguments, const ProgramSettings& settings,
-                                int output, int diagnostics) {
+                                int input, int output, int diagnostics) {
   if (settings.hasStandardInput)
-    ::dup2(::open("/dev/null", O_RDONLY), STDIN_FILENO);
+    ::dup2(input, STDIN_FILENO);
   else
     ::close(STDIN_FILENO);
   ::dup2(diagnostics, STDERR_FILENO);
@@ -69,6 +70,14 @@ struct Pipe {
   if (::chdir(settings.workingDirectory.c_str()) == 0)
     ::execv(TESSARIN_PROGRAM, values.data());
   ::_exit(127);
+}
+
+// A file without a name that holds the bytes, read from its beginning.
+int fileOf(const std::string& bytes) {
+  const int file = ::memfd_create("input", MFD_CLOEXEC);
+  if (file < 0 || ::pwrite(file, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size()))
+    throw std::runtime_error("no input");
+  return file;
 }
 
 // Until both ends are at their end.
@@ -98,11 +107,13 @@ void collect(int output, int diagnostics, ProgramResult& result) {
 ProgramResult runProgram(const std::vector<std::string>& arguments, const ProgramSettings& settings) {
   Pipe output;
   Pipe diagnostics;
+  const int input = fileOf(settings.standardInput);
   const pid_t child = ::fork();
   if (child < 0)
     throw std::runtime_error("no process");
   if (child == 0)
-    becomeProgram(arguments, settings, output.writeEnd, diagnostics.writeEnd);
+    becomeProgram(arguments, settings, input, output.writeEnd, diagnostics.writeEnd);
+  ::close(input);
   output.closeWriteEnd();
   diagnostics.closeWriteEnd();
 

@@ -15,7 +15,8 @@ struct ProgramSettings {
   std::string workingDirectory = "/";
   // In place of a pipe that collects it; -1 leaves it closed.
   std::optional<int> standardOutput = std::nullopt;
-  bool hasStandardInput = true; // an empty one
+  bool hasStandardInput = true;   // otherwise it is closed
+  std::string standardInput = {}; // its bytes
 };
 
 struct ProgramResult {
