@@ -1,6 +1,7 @@
 #include "command/ErrorMapping.hpp"
 
 #include "base/Failure.hpp"
+#include "base/FileSystem.hpp"
 #include "command/CommandParser.hpp"
 #include "command/NativeResponse.hpp"
 #include "model/MediaErrors.hpp"
@@ -202,6 +203,8 @@ TEST(ErrorMapping, AnythingElseIsUnexpected) {
       {std::make_exception_ptr(std::bad_alloc()), "internalError", message, 1},
       {std::make_exception_ptr(42), "internalError", message, 1},
       {thrown(ModelValidationError::invalidDisplayGeometry), "internalError", message, 1},
+      {std::make_exception_ptr(json::DecodingFailure("missing key: project")), "internalError", message, 1},
+      {std::make_exception_ptr(FileFailure(FileOperation::info, 2)), "internalError", message, 1},
   });
 }
 
