@@ -39,8 +39,7 @@ class RecordingKillTest : public RegionRecordingFixture {
 
   // One finished segment, and a pause behind it.
   static void recordAndPause(RecordingProcess& recording) {
-    recording.waitFor("recording");
-    std::this_thread::sleep_for(400ms);
+    recording.recordFor(400ms);
     recording.send("pause");
     recording.waitFor("paused");
   }
@@ -81,8 +80,7 @@ class RecordingKillTest : public RegionRecordingFixture {
 
 TEST_F(RecordingKillTest, BeforeTheFirstFragmentThereIsNothingToRecover) {
   RecordingProcess recording = record();
-  recording.waitFor("recording");
-  std::this_thread::sleep_for(300ms);
+  recording.waitFor("recording"); // the fragment comes a second later
   kill(recording);
   expectSegments(0);
   EXPECT_FALSE(holdsAnything(0));
@@ -131,8 +129,7 @@ TEST_F(RecordingKillTest, DuringTheSecondWriteOfTheManifestItIsOneOrTheOther) {
   RecordingProcess recording = record();
   recordAndPause(recording);
   recording.send("resume");
-  recording.waitFor("recording");
-  std::this_thread::sleep_for(300ms);
+  recording.recordFor(300ms);
   recording.send("pause");
   waitUntil([&] { return isWritingManifest() || manifestSegments(session()).size() == 2; });
   kill(recording);
@@ -170,8 +167,7 @@ TEST_F(RecordingKillTest, DuringAMergeBothSegmentsAreInTheManifest) {
   RecordingProcess recording = record();
   recordAndPause(recording);
   recording.send("resume");
-  recording.waitFor("recording");
-  std::this_thread::sleep_for(300ms);
+  recording.recordFor(300ms);
   recording.send("stop");
   recording.waitForEvent("segmentFinalized");
   kill(recording);

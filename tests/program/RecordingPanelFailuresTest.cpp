@@ -1,6 +1,7 @@
 // How recordings with a trace and panels fail by the built program, and what they keep.
 
 #include "InteractionsFixture.hpp"
+#include "RecordedFiles.hpp"
 
 #include "support/SmallVolume.hpp"
 
@@ -24,11 +25,6 @@ class RecordingPanelFailuresTest : public InteractionsFixture {
  protected:
   void write(const std::string& path, const std::string& text) const { std::ofstream(path) << text; }
   std::string segmentPath() const { return session() + "/segments/segment-0000.mp4"; }
-  // Pictures that can be decoded.
-  int picturesOf(const std::string& path) const {
-    return std::stoi(desktop.run({"ffprobe", "-v", "error", "-count_frames", "-select_streams", "v:0",
-                                  "-show_entries", "stream=nb_read_frames", "-of", "csv=p=0", path}));
-  }
   bool manifestNames(const std::string& segment) const {
     return textOf(session() + "/native-manifest.json").find(segment) != std::string::npos;
   }
@@ -110,8 +106,8 @@ TEST_F(RecordingPanelFailuresTest, ATraceThatCouldNotBeWrittenFailsTheStopAndSeg
   recording->send("stop");
   expectFailure(*recording, "outputFailed", notWritten, "stop-interactions");
   EXPECT_TRUE(manifestNames("segment-0000.mp4"));
-  EXPECT_GE(picturesOf(segmentPath()), 20);
-  EXPECT_GE(picturesOf(session() + "/recording.mp4"), 20);
+  EXPECT_GE(decodedPictures(segmentPath()), 20);
+  EXPECT_GE(decodedPictures(session() + "/recording.mp4"), 20);
 }
 
 TEST_F(RecordingPanelFailuresTest, AFullVolumeEndsTheRecordingAndWhatWasWrittenCanBeRead) {
@@ -125,7 +121,7 @@ TEST_F(RecordingPanelFailuresTest, AFullVolumeEndsTheRecordingAndWhatWasWrittenC
   expectFailure(*recording, "recordingStorageLow", storageLow, "unexpected-stream-stop");
   EXPECT_FALSE(trace().empty());
   volume.setFreeBytes(64 * mib);
-  EXPECT_GE(picturesOf(segmentPath()), 10);
+  EXPECT_GE(decodedPictures(segmentPath()), 10);
 }
 
 TEST_F(RecordingPanelFailuresTest, ADisplayThatDiesTakesThePanelsWithIt) {
@@ -138,7 +134,7 @@ TEST_F(RecordingPanelFailuresTest, ADisplayThatDiesTakesThePanelsWithIt) {
   std::this_thread::sleep_for(milliseconds(100)); // the badge is shown
   expectEndWithTheDisplay(*recording);
   EXPECT_TRUE(manifestNames("segment-0000.mp4"));
-  EXPECT_GE(picturesOf(segmentPath()), 10);
+  EXPECT_GE(decodedPictures(segmentPath()), 10);
   EXPECT_EQ(shortcuts(), (Shortcuts{{"Control", "J"}}));
   EXPECT_FALSE(textOf(layoutPath()).empty());
 }

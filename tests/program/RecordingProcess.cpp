@@ -2,7 +2,10 @@
 
 #include "base/Text.hpp"
 
+#include <cerrno>
+#include <csignal>
 #include <stdexcept>
+#include <thread>
 
 namespace tessarin {
 
@@ -60,6 +63,17 @@ void RecordingProcess::send(const std::string& command) {
   if (!process_.writeLine(R"({"schemaVersion":2,"command":")" + command + R"(","sessionId":")" + sessionID_ +
                           "\"}"))
     throw std::runtime_error("the recording reads no more");
+}
+
+std::optional<int> RecordingProcess::waitForEnd(std::chrono::milliseconds limit) {
+  const std::optional<int> status = process_.waitForEnd(limit);
+  const bool isAlone = ::kill(-process_.pid(), 0) == -1 && errno == ESRCH;
+  return isAlone ? status : std::nullopt;
+}
+
+void RecordingProcess::recordFor(std::chrono::milliseconds time) {
+  waitFor("recording");
+  std::this_thread::sleep_for(time);
 }
 
 } // namespace tessarin

@@ -31,6 +31,11 @@ class RecordingProcess {
   // Reads events until one of that name comes; throws when none does.
   json::Document waitForEvent(const std::string& name);
   void send(const std::string& command);
+  // Reads events until it records, and lets it do so for a while.
+  void recordFor(std::chrono::milliseconds time);
+  // The exit status, once it has ended; nothing when it has not within the time, and when a process that it
+  // has started stays behind it.
+  std::optional<int> waitForEnd(std::chrono::milliseconds limit = std::chrono::seconds(10));
   // All events so far that have been read, a line each.
   const std::string& output() const { return output_; }
   ChildProcess& process() { return process_; }

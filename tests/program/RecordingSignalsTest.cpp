@@ -5,7 +5,6 @@
 
 #include "base/Text.hpp"
 
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <stdexcept>
@@ -22,10 +21,17 @@ class RecordingSignalsTest : public RegionRecordingFixture {
     ASSERT_EQ(::kill(recording.process().pid(), number), 0);
   }
 
-  // The program ends, and no process that it has started stays behind it.
-  static void expectEnd(RecordingProcess& recording, int status) {
-    EXPECT_EQ(recording.process().waitForEnd(10s), status);
-    EXPECT_TRUE(::kill(-recording.process().pid(), 0) == -1 && errno == ESRCH);
+  // It has made its files of the one segment.
+  void expectCompletion(RecordingProcess& recording) const {
+    recording.waitForEvent("completed");
+    EXPECT_EQ(recording.waitForEnd(), 0);
+    expectSegments(1);
+  }
+
+  static void suspend(RecordingProcess& recording, std::chrono::milliseconds time) {
+    signal(recording, SIGSTOP);
+    std::this_thread::sleep_for(time);
+    signal(recording, SIGCONT);
   }
 
   // As at the end of the control lines.
@@ -35,7 +41,7 @@ class RecordingSignalsTest : public RegionRecordingFixture {
     EXPECT_EQ(error.member("code")->string(), "recordingFailed");
     EXPECT_EQ(error.member("message")->string(), "The screen recording could not be completed.");
     EXPECT_TRUE(error.member("recoverable")->boolean());
-    expectEnd(recording, 1);
+    EXPECT_EQ(recording.waitForEnd(), 1);
     EXPECT_NE(directory.read("diagnostics")
                   .find("tessarin-native recording-failed stage=unexpected-stream-stop "
                         "nativeCode=recordingFailed\n"),
@@ -57,8 +63,7 @@ TEST_P(RecordingEndSignalTest, WhileRecordingKeepsTheSegment) {
 
 TEST_P(RecordingEndSignalTest, WhilePausedKeepsWhatIsFinished) {
   RecordingProcess recording = record();
-  recording.waitFor("recording");
-  std::this_thread::sleep_for(300ms);
+  recording.recordFor(300ms);
   recording.send("pause");
   recording.waitFor("paused");
   signal(recording, GetParam());
@@ -84,15 +89,12 @@ TEST_P(RecordingEndSignalTest, InStartUpIsHeardWhenTheRecordingHasBegun) {
 // What has to be done for a stop is done, also when the line is still unread as the signal comes.
 TEST_P(RecordingEndSignalTest, BehindAStopEndsNothing) {
   RecordingProcess recording = record();
-  recording.waitFor("recording");
-  std::this_thread::sleep_for(500ms);
+  recording.recordFor(500ms);
   recording.send("stop");
   signal(recording, GetParam());
   recording.waitFor("stopping");
   signal(recording, GetParam());
-  recording.waitForEvent("completed");
-  expectEnd(recording, 0);
-  expectSegments(1);
+  expectCompletion(recording);
   EXPECT_EQ(pictureTimes(session() + "/screen.mp4").size(), pictureTimes(segment(0)).size());
   EXPECT_EQ(pictureTimes(session() + "/recording.mp4").size(), pictureTimes(segment(0)).size());
 }
@@ -102,8 +104,7 @@ INSTANTIATE_TEST_SUITE_P(Signals, RecordingEndSignalTest, testing::Values(SIGTER
 
 TEST_F(RecordingSignalsTest, MoreSignalsNeitherEndItEarlierNorSpoilAnything) {
   RecordingProcess recording = record();
-  recording.waitFor("recording");
-  std::this_thread::sleep_for(500ms);
+  recording.recordFor(500ms);
   for (int round = 0; round < 50 && recording.process().isRunning(); ++round) {
     for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGTERM})
       ::kill(recording.process().pid(), number);
@@ -121,9 +122,7 @@ TEST_F(RecordingSignalsTest, ASignalThatTheParentHasItIgnoreEndsNothing) {
   signal(recording, SIGINT);
   std::this_thread::sleep_for(300ms);
   recording.send("stop");
-  recording.waitForEvent("completed");
-  expectEnd(recording, 0);
-  expectSegments(1);
+  expectCompletion(recording);
 }
 
 TEST_F(RecordingSignalsTest, ACommandThatRecordsNothingEndsAtOnce) {
@@ -152,27 +151,21 @@ TEST_F(RecordingSignalsTest, NobodyLeftToReadTheEventsIsTheEndEvenWhenTheControl
 
 TEST_F(RecordingSignalsTest, ASuspendedRecordingGoesOnAfterAFewSeconds) {
   RecordingProcess recording = record();
-  recording.waitFor("recording");
-  std::this_thread::sleep_for(500ms);
-  signal(recording, SIGSTOP);
-  std::this_thread::sleep_for(4s);
-  signal(recording, SIGCONT);
+  recording.recordFor(500ms);
+  suspend(recording, 4s);
   std::this_thread::sleep_for(1s);
   recording.send("stop");
   const json::Document completed = recording.waitForEvent("completed");
   EXPECT_GE(completed.root().member("clock")->member("programDurationMs")->number(), 5000);
-  expectEnd(recording, 0);
+  EXPECT_EQ(recording.waitForEnd(), 0);
   expectSegments(1);
 }
 
 // Longer than a screen may stand still; what could be recorded is kept, and nothing hangs.
 TEST_F(RecordingSignalsTest, ALongSuspendedRecordingGoesOnOrEndsInOrder) {
   RecordingProcess recording = record();
-  recording.waitFor("recording");
-  std::this_thread::sleep_for(500ms);
-  signal(recording, SIGSTOP);
-  std::this_thread::sleep_for(9s);
-  signal(recording, SIGCONT);
+  recording.recordFor(500ms);
+  suspend(recording, 9s);
   std::this_thread::sleep_for(1500ms);
   try {
     recording.send("stop");
@@ -187,7 +180,7 @@ TEST_F(RecordingSignalsTest, ALongSuspendedRecordingGoesOnOrEndsInOrder) {
       EXPECT_EQ(event.root().member("error")->member("code")->string(), "recordingScreenStalled");
     }
   }
-  expectEnd(recording, last == "failed" ? 1 : 0);
+  EXPECT_EQ(recording.waitForEnd(), last == "failed" ? 1 : 0);
   expectSegments(1);
 }
 

@@ -2,6 +2,7 @@
 // finished files of one that was paused.
 
 #include "DesktopFixture.hpp"
+#include "RecordedFiles.hpp"
 #include "RecordingProcess.hpp"
 
 #include "support/PrivateSoundServer.hpp"
@@ -10,14 +11,11 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <thread>
 
@@ -76,23 +74,14 @@ class RecordingSourcesTest : public DesktopFixture {
     EXPECT_EQ(error.member("code")->string(), code);
     EXPECT_EQ(error.member("message")->string(), message);
     EXPECT_TRUE(error.member("recoverable")->boolean());
-    expectEnd(recording, 1);
-  }
-  // The program ends, and no process that it has started stays behind it.
-  static void expectEnd(RecordingProcess& recording, int status) {
-    EXPECT_EQ(recording.process().waitForEnd(std::chrono::seconds(5)), status);
-    EXPECT_TRUE(::kill(-recording.process().pid(), 0) == -1 && errno == ESRCH);
+    EXPECT_EQ(recording.waitForEnd(), 1);
   }
 
   // The files that the manifest lists.
-  std::vector<std::string> manifestSegments() const {
-    std::ifstream file(session() + "/native-manifest.json");
-    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    const json::Document manifest(text);
-    const json::Value segments = *manifest.root().member("segments");
+  std::vector<std::string> finishedSegments() const {
     std::vector<std::string> paths;
-    for (std::size_t i = 0; i < segments.arraySize(); ++i)
-      paths.push_back(segments.at(i).member("path")->string());
+    for (const ManifestSegment& segment : manifestSegments(session()))
+      paths.push_back(segment.path);
     return paths;
   }
 
@@ -111,11 +100,6 @@ class RecordingSourcesTest : public DesktopFixture {
     for (const ReadTrack& track : tracksOf(path))
       kinds.push_back(track.kind);
     return kinds;
-  }
-  // Every coded picture of the file can be decoded; their number.
-  int picturesOf(const std::string& path) const {
-    return std::stoi(desktop.run({"ffprobe", "-v", "error", "-count_frames", "-select_streams", "v:0",
-                                  "-show_entries", "stream=nb_read_frames", "-of", "csv=p=0", path}));
   }
   // Of the first sound of a file from a time on, in milliseconds, to its end; 1 is full scale.
   double peakOf(const std::string& path, double from) const {
@@ -147,9 +131,9 @@ TEST_F(RecordingSourcesTest, AnUnpluggedMicrophoneEndsTheRecordingAndItsSegmentI
   microphone->unplug();
   expectFailure(recording, "microphoneUnavailable", microphoneGone);
   const std::string segment = session() + "/segments/segment-0000.mp4";
-  EXPECT_THAT(manifestSegments(), ElementsAre(segment));
+  EXPECT_THAT(finishedSegments(), ElementsAre(segment));
   EXPECT_EQ(kindsOf(segment), fourTracks);
-  EXPECT_GE(picturesOf(segment), 10);
+  EXPECT_GE(decodedPictures(segment), 10);
 }
 
 TEST_F(RecordingSourcesTest, AnUnpluggedCameraEndsTheRecordingAndItsSegmentsCanBeRead) {
@@ -162,13 +146,13 @@ TEST_F(RecordingSourcesTest, AnUnpluggedCameraEndsTheRecordingAndItsSegmentsCanB
   camera->unplug();
   expectFailure(recording, "cameraUnavailable", cameraGone);
   // Whether the second segment could still be finished depends on the screen's next picture.
-  const std::vector<std::string> kept = manifestSegments();
+  const std::vector<std::string> kept = finishedSegments();
   ASSERT_FALSE(kept.empty());
   EXPECT_EQ(kept.front(), session() + "/segments/segment-0000.mp4");
   for (const std::string name : {"segment-0000.mp4", "segment-0001.mp4"}) {
     const std::string segment = session() + "/segments/" + name;
     EXPECT_EQ(kindsOf(segment), fourTracks);
-    EXPECT_GE(picturesOf(segment), 10);
+    EXPECT_GE(decodedPictures(segment), 10);
   }
 }
 
@@ -179,7 +163,7 @@ TEST_F(RecordingSourcesTest, AMicrophoneThatGoesDuringAPauseEndsTheRecordingAtOn
   recording.waitFor("paused");
   microphone->unplug();
   expectFailure(recording, "microphoneUnavailable", microphoneGone);
-  EXPECT_THAT(manifestSegments(), ElementsAre(session() + "/segments/segment-0000.mp4"));
+  EXPECT_THAT(finishedSegments(), ElementsAre(session() + "/segments/segment-0000.mp4"));
 }
 
 TEST_F(RecordingSourcesTest, ADeadSoundServerEndsARecordingOfTheComputersSound) {
@@ -188,9 +172,9 @@ TEST_F(RecordingSourcesTest, ADeadSoundServerEndsARecordingOfTheComputersSound) 
   sound.killServer();
   expectFailure(recording, "recordingFailed", couldNotBeCompleted);
   const std::string segment = session() + "/segments/segment-0000.mp4";
-  EXPECT_THAT(manifestSegments(), ElementsAre(segment));
+  EXPECT_THAT(finishedSegments(), ElementsAre(segment));
   EXPECT_THAT(kindsOf(segment), ElementsAre("video", "audio"));
-  EXPECT_GE(picturesOf(segment), 10);
+  EXPECT_GE(decodedPictures(segment), 10);
 }
 
 TEST_F(RecordingSourcesTest, ADeadSoundServerIsAMicrophoneThatIsGone) {
@@ -199,7 +183,7 @@ TEST_F(RecordingSourcesTest, ADeadSoundServerIsAMicrophoneThatIsGone) {
   sound.killServer();
   expectFailure(recording, "microphoneUnavailable", microphoneGone);
   const std::string segment = session() + "/segments/segment-0000.mp4";
-  EXPECT_THAT(manifestSegments(), ElementsAre(segment));
+  EXPECT_THAT(finishedSegments(), ElementsAre(segment));
   EXPECT_THAT(kindsOf(segment), ElementsAre("video", "audio", "audio"));
 }
 
@@ -213,7 +197,7 @@ TEST_F(RecordingSourcesTest, ASoundServerThatStandsStillForAWhileEndsNothing) {
   std::this_thread::sleep_for(std::chrono::milliseconds(700));
   recording.send("stop");
   recording.waitForEvent("completed");
-  expectEnd(recording, 0);
+  EXPECT_EQ(recording.waitForEnd(), 0);
   EXPECT_EQ(kindsOf(session() + "/segments/segment-0000.mp4"), fourTracks);
   const std::string heard = session() + "/microphone.m4a";
   const double length = tracksOf(heard).at(0).milliseconds;
@@ -232,7 +216,7 @@ TEST_F(RecordingSourcesTest, ARecordingThatIsSuspendedForAWhileGoesOnInStep) {
   std::this_thread::sleep_for(std::chrono::milliseconds(1000));
   recording.send("stop");
   recording.waitForEvent("completed");
-  expectEnd(recording, 0);
+  EXPECT_EQ(recording.waitForEnd(), 0);
   const std::vector<ReadTrack> tracks = tracksOf(session() + "/recording.mp4");
   ASSERT_EQ(tracks.size(), 3U);
   for (const ReadTrack& track : tracks) {
@@ -247,7 +231,7 @@ TEST_F(RecordingSourcesTest, ADeadDisplayServerEndsTheRecordingAndItsSegmentIsKe
   recording.waitForEvent("healthChanged");
   desktop.killServer();
   expectFailure(recording, "recordingFailed", couldNotBeCompleted);
-  EXPECT_THAT(manifestSegments(), ElementsAre(session() + "/segments/segment-0000.mp4"));
+  EXPECT_THAT(finishedSegments(), ElementsAre(session() + "/segments/segment-0000.mp4"));
 }
 
 // Each finished track is as long as the segments' pictures together.
@@ -260,11 +244,11 @@ TEST_F(RecordingSourcesTest, APausedRecordingOfAllSourcesEndsWithFilesOfTheSegme
   recording.waitForEvent("healthChanged");
   recording.send("stop");
   const json::Document completed = recording.waitForEvent("completed");
-  expectEnd(recording, 0);
+  EXPECT_EQ(recording.waitForEnd(), 0);
 
   double sum = 0;
-  ASSERT_EQ(manifestSegments().size(), 2U);
-  for (const std::string& segment : manifestSegments()) {
+  ASSERT_EQ(finishedSegments().size(), 2U);
+  for (const std::string& segment : finishedSegments()) {
     EXPECT_EQ(kindsOf(segment), fourTracks);
     sum += tracksOf(segment).at(0).milliseconds;
   }
