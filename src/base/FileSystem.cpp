@@ -212,10 +212,20 @@ int openFlags(OpenMode mode) {
   return O_RDONLY;
 }
 
+// Opening something else than a file may have an effect of its own: it wakes whoever waits at the other end
+// of a FIFO, and rewinds a tape. So that is looked for before, and again once it is open.
+void refuseWhatIsNoFile(const char* name) {
+  struct stat status {};
+  if (::lstat(name, &status) == 0 && kindOf(status.st_mode) != FileKind::regular)
+    failWith(FileOperation::open, EINVAL);
+}
+
 class MachineFileSystem final : public FileSystem {
  public:
   std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode, std::uint32_t permissions) override {
     const char* name = systemPath(path, FileOperation::open);
+    if (mode != OpenMode::createExclusive)
+      refuseWhatIsNoFile(name);
     const int flags = openFlags(mode) | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
     Descriptor descriptor(retrying([&] { return ::open(name, flags, permissions); }));
     if (descriptor.get() == -1) {

@@ -87,8 +87,8 @@ class FileSystem {
  public:
   virtual ~FileSystem() = default;
 
-  // Never follows a symbolic link in the last component, and never blocks on a FIFO or device: anything but
-  // a regular file fails with EINVAL. New files have the permissions given, less the umask.
+  // Never follows a symbolic link in the last component, and neither opens nor blocks on a FIFO or device:
+  // anything but a regular file fails with EINVAL. New files have the permissions given, less the umask.
   virtual std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode,
                                          std::uint32_t permissions = 0644) = 0;
   // Of the path itself, links not followed; nothing when it does not exist.

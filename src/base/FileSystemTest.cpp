@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <fcntl.h>
 #include <limits>
+#include <poll.h>
 #include <string>
 #include <string_view>
 #include <sys/socket.h>
@@ -150,6 +152,20 @@ TEST_F(MachineFiles, OpensNothingButRegularFilesAndNeverBlocks) {
          {directory / "fifo", directory / "folder", directory / "socket", "/dev/null"s})
       EXPECT_EQ(openError(path, mode), EINVAL) << path;
   ::close(socket);
+}
+
+TEST_F(MachineFiles, WhoeverWaitsAtAFifoIsNotWoken) {
+  const std::string path = directory / "fifo";
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_NE(reader, -1);
+  for (const OpenMode mode : everyMode)
+    EXPECT_NE(openError(path, mode), 0);
+  pollfd entry{reader, POLLIN, 0};
+  EXPECT_EQ(::poll(&entry, 1, 0), 0) << "a writer that came and went would be seen here";
+  ::close(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+  EXPECT_EQ(::poll(&entry, 1, 0), 1);
+  ::close(reader);
 }
 
 TEST_F(MachineFiles, APathWithANulInsideIsRefused) {

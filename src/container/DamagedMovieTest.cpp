@@ -319,6 +319,18 @@ MemoryFile smallMovie(bool isFinished) {
   return file;
 }
 
+TEST(DamagedMovie, ZerosBehindAMovieAreNoPartOfIt) {
+  for (const bool isFinished : {true, false}) {
+    MemoryFile file = smallMovie(isFinished);
+    const std::uint64_t whole = file.bytes.size();
+    file.bytes.resize(file.bytes.size() + 5000);
+    const Movie movie = readMovie(file);
+    EXPECT_EQ(movie.usableBytes, whole) << isFinished;
+    EXPECT_THAT(movie.tracks, SizeIs(2));
+    EXPECT_THAT(movie.tracks[0].samples, SizeIs(isFinished ? 6 : 4)) << isFinished;
+  }
+}
+
 // A hostile file is read or refused, and what is read lies in the file.
 void expectSafe(const MemoryFile& file) {
   try {

@@ -83,7 +83,8 @@ struct Movie {
   MediaTime duration;        // the latest end of a track; numeric
   std::vector<Track> tracks; // in file order
   bool isFragmented = false; // the index was gathered from fragments
-  // Up to where the file is whole: its size, or the end of the last whole fragment of a torn file.
+  // Up to where the file is whole: its size, or the end of the last whole fragment of a torn file, or of the
+  // last box of a finished one behind which something else stands.
   std::uint64_t usableBytes = 0;
 
   std::vector<const Track*> tracksOf(TrackKind kind) const;
@@ -91,7 +92,7 @@ struct Movie {
 
 // Reads the index of a finished file, or of a fragmented one up to its last whole fragment, without reading
 // media. Every sample lies inside `usableBytes`, and decode times never go back. The tables of one movie may
-// hold up to 20 million samples. Throws ContainerFailure and FileFailure. Any thread.
+// hold up to 20 million samples and take up to 1 GiB. Throws ContainerFailure and FileFailure. Any thread.
 Movie readMovie(const OpenFile& file);
 
 } // namespace tessarin::container

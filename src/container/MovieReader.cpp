@@ -8,6 +8,8 @@ namespace tessarin::container {
 namespace {
 
 constexpr std::uint64_t maximumIndexBox = std::uint64_t{256} << 20;
+// Of all index boxes together: as much as the tables of 20 million samples and half as much again.
+constexpr std::uint64_t maximumIndexBytes = std::uint64_t{1} << 30;
 constexpr std::uint32_t maximumBoxes = 1'000'000;
 
 struct TopLevelBox {
@@ -42,6 +44,7 @@ class MovieReader {
 
   FileWindow window_;
   SampleBudget budget_;
+  std::uint64_t indexBytesLeft_ = maximumIndexBytes;
   std::optional<MovieIndex> index_;
   std::uint64_t wholeFragments_ = 0; // their number
   std::uint64_t wholeEnd_ = 0;       // end of the last whole fragment
@@ -61,7 +64,8 @@ std::optional<TopLevelBox> MovieReader::boxAt(std::uint64_t offset) {
     return std::nullopt;
   }
   const std::uint64_t left = window_.fileSize() - offset;
-  if (!header || header->size > left)
+  // No box is without a type: zeros are what a file system leaves for bytes that never came.
+  if (!header || header->type == 0 || header->size > left)
     return std::nullopt;
   return TopLevelBox{header->type, offset, offset + header->headerSize,
                      offset + (header->size == 0 ? left : header->size)};
@@ -69,8 +73,9 @@ std::optional<TopLevelBox> MovieReader::boxAt(std::uint64_t offset) {
 
 std::span<const std::byte> MovieReader::content(const TopLevelBox& box) {
   const std::uint64_t size = box.end - box.contentOffset;
-  if (size > maximumIndexBox)
+  if (size > maximumIndexBox || size > indexBytesLeft_)
     throw ContainerFailure(ContainerError::tooLarge);
+  indexBytesLeft_ -= size;
   const auto bytes = window_.view(box.contentOffset, size);
   if (bytes.size() != size)
     failDamaged(); // the file has become shorter
