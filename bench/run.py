@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Measures the program against peers on this machine.
 
-Usage: run.py BUILD-FOLDER [name...]   names: stills, recording, still-screen, stop, session, loaded, trace, index;
-stop-long and session-long, which record for ten minutes; kills, which kills two hundred recordings. Default all but
-the last three. Prints a line a figure: a ratio or a share, its bound, and whether it holds.
+Usage: run.py BUILD-FOLDER [name...]   names: stills, recording, still-screen, stop, session, loaded, trace, index,
+worker; stop-long and session-long, which record for ten minutes; kills, which kills two hundred recordings;
+worker-long, with ten thousand requests. Default all but the last four. Prints a line a figure: a ratio or a share, its
+bound, and whether it holds.
 Exits with 1 when a bound is missed.
 """
 import pathlib
@@ -14,6 +15,7 @@ import recording
 import session
 import stills
 import tracing
+import worker
 from harness import Report
 
 benches = {
@@ -25,11 +27,13 @@ benches = {
     "loaded": session.run_loaded,
     "trace": tracing.run,
     "index": tracing.run_index,
+    "worker": worker.run,
+    "worker-long": worker.run_endurance,
     "stop-long": lambda build, report: recording.run_stop(build, report, seconds=600),
     "session-long": lambda build, report: session.run(build, report, seconds=600),
     "kills": kills.run,
 }
-by_name_only = ("stop-long", "session-long", "kills")
+by_name_only = ("stop-long", "session-long", "kills", "worker-long")
 
 
 def main():
