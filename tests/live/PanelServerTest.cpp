@@ -3,6 +3,7 @@
 #include "backends/x11/Discovery.hpp"
 
 #include <sched.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -60,6 +61,41 @@ TEST_F(PanelFixture, ALossIsFoundOutByACallAsWell) {
   tested->setPicture(plainPicture(40, 40, 0xFF00FF00));
   tested->setFrame({0, 0, 20, 20}); // and the next one does nothing
   EXPECT_EQ(tested->pixelSize(), before);
+}
+
+// A client may keep the server to itself for long. Nobody waits for it but what has to be taken down, a
+// second.
+TEST_F(PanelFixture, AServerThatDoesNotReadKeepsNobodyWaiting) {
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{}, std::vector<std::string>{"-extension", "MIT-SHM"}}) {
+    start({.width = 640, .height = 480, .serverArguments = arguments});
+    auto tested = panel({0, 0, 400, 400});
+    auto second = panel({400, 0, 200, 400}, true);
+    tested->setPicture(plainPicture(400, 400, 0xFF00FF00));
+    second->setPicture(plainPicture(200, 400, 0xFF00FF00));
+    ASSERT_TRUE(becomes(390, 390, 0x00FF00));
+    ASSERT_TRUE(becomes(590, 390, 0x00FF00));
+    ASSERT_EQ(kill(desktop->serverPid(), SIGSTOP), 0);
+    const auto begun = std::chrono::steady_clock::now();
+    for (int i = 0; i < 60; ++i) {
+      tested->setPicture(plainPicture(400, 400, i % 2 == 0 ? 0xFFFF0000 : 0xFF0000FF));
+      second->setPicture(plainPicture(200, 400, i % 2 == 0 ? 0xFFFF0000 : 0xFF0000FF));
+      mainThread.sync([] {});
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(3));
+    ASSERT_EQ(kill(desktop->serverPid(), SIGCONT), 0);
+    EXPECT_TRUE(becomes(390, 390, 0x0000FF)); // the newest one, whole
+    EXPECT_TRUE(becomes(10, 10, 0x0000FF));
+    EXPECT_TRUE(becomes(590, 390, 0x0000FF));
+
+    ASSERT_EQ(kill(desktop->serverPid(), SIGSTOP), 0);
+    tested->setPicture(plainPicture(400, 400, 0xFFFFFFFF));
+    const auto closing = std::chrono::steady_clock::now();
+    tested.reset();
+    second.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - closing, std::chrono::seconds(4));
+    desktop->killServer();
+  }
 }
 
 TEST_F(PanelFixture, WithoutAServerThereIsNoPanel) {

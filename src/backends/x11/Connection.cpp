@@ -177,6 +177,7 @@ Connection::Answer Connection::await(unsigned int sequence) {
   xcb_generic_error_t* error = nullptr;
   const auto hasCome = [&] { return xcb_poll_for_reply(connection_, sequence, &answer.reply, &error) != 0; };
   if (!hasCome()) {
+    awaitRoom();
     xcb_flush(connection_); // which takes in what can be read meanwhile
     while (!hasCome()) {
       waitForInput(start);
@@ -187,6 +188,17 @@ Connection::Answer Connection::await(unsigned int sequence) {
     throw DesktopFailure();
   }
   return answer;
+}
+
+// The library waits without end for a server that does not read.
+void Connection::awaitRoom() const {
+  if (!patience_) {
+    return;
+  }
+  pollfd output{descriptor(), POLLOUT, 0};
+  if (poll(&output, 1, static_cast<int>(patience_->count())) == 0) {
+    shutdown(descriptor(), SHUT_RDWR);
+  }
 }
 
 // Takes in what the server sends next. When patience is at its end the connection is cut, which ends all
@@ -238,6 +250,7 @@ bool Connection::dropEvents() {
 }
 
 void Connection::flush() {
+  awaitRoom();
   if (xcb_flush(connection_) <= 0) {
     throw DesktopFailure();
   }
@@ -267,6 +280,7 @@ DisplayServer::DisplayServer(std::optional<std::string> displayName, Connection:
 
 Connection& DisplayServer::connection() {
   if (!connection_ || !connection_->dropEvents()) {
+    stillMemory_.reset();
     connection_ = open();
   }
   return *connection_;

@@ -50,7 +50,8 @@ struct ExtensionInfo {
 // becomes a DesktopFailure everywhere. Send all requests of a step first, then fetch the replies: a step
 // then costs one round trip however many requests it has.
 //
-// A server that is there but does not answer within the connection's patience counts as lost, and stays so.
+// A server that is there but does not answer, or does not read, within the connection's patience counts as
+// lost, and stays so. What is sent without a wait has to fit into the socket.
 //
 // A lost server raises SIGPIPE on the next write; the process must ignore that signal.
 class Connection {
@@ -143,6 +144,7 @@ class Connection {
   void findScreen();
   void agree();
   Answer await(unsigned int sequence);
+  void awaitRoom() const;
   void waitForInput(std::chrono::steady_clock::time_point start);
   void willWait(unsigned int sequence);
   void requireAlive() const;
@@ -166,6 +168,8 @@ struct OwnWindow {
 // Instance and class of all of them.
 inline constexpr std::string_view ownWindowClass = "tessarin-native";
 
+class PixelBuffer;
+
 // The display server of this job: opened on first use, then shared by the services that run one at a time.
 // None of them asks for events on the shared connection.
 class DisplayServer {
@@ -179,6 +183,9 @@ class DisplayServer {
   Connection& connection();
   // A connection of the caller's own, for another thread. Throws DesktopFailure.
   std::unique_ptr<Connection> open() const;
+  // Memory that the shared connection's server knows, kept from one still to the next. May be empty; ends
+  // before the connection. Used by whom uses the connection.
+  std::shared_ptr<PixelBuffer>& stillMemory() { return stillMemory_; }
 
   // The windows of our own, which belong to the desktop's content even while nothing of them is to be seen.
   // Any thread.
@@ -190,6 +197,7 @@ class DisplayServer {
   std::optional<std::string> displayName_;
   Connection::Patience patience_;
   std::unique_ptr<Connection> connection_;
+  std::shared_ptr<PixelBuffer> stillMemory_; // on the connection
 
   mutable std::mutex lock_;
   std::vector<OwnWindow> ownWindows_; // guarded by lock_

@@ -15,7 +15,9 @@ namespace {
 constexpr std::int32_t longestSide = 32'767;
 // A request of so many stays below what every server takes.
 constexpr std::size_t rectanglesAtOnce = 8'000;
-constexpr std::size_t bytesAtOnce = 200'000;
+// A socket counts as full when a fourth of it is, about 50,000 bytes; so much of each of two panels may be
+// unread.
+constexpr std::size_t bytesAtOnce = 16'000;
 
 PictureView limited(PictureView view) {
   view.width = view.data ? std::clamp(view.width, 0, longestSide) : 0;
@@ -82,7 +84,9 @@ bool PanelSurface::handle(const xcb_generic_event_t& event) {
     return false;
   }
   reading_.reset();
-  if (const auto next = std::exchange(next_, std::nullopt)) {
+  if (rowsPut_ < pixmapHeight_) {
+    putRows();
+  } else if (const auto next = std::exchange(next_, std::nullopt)) {
     take(*next);
   }
   return true;
@@ -105,9 +109,7 @@ void PanelSurface::take(const Kept& kept) {
     copyOpaquePicture(view, buffer_.data());
     seen_ = touched_;
   }
-  put(view.width, view.height);
-  applyShapes();
-  xcb_clear_area(connection_.get(), 0, window_, 0, 0, 0, 0);
+  put();
 }
 
 // Room for a picture of that size in the server and in the memory shared with it.
@@ -133,32 +135,41 @@ void PanelSurface::reserve(std::int32_t width, std::int32_t height) {
 }
 
 // From the memory to the server, which tells when it has read it.
-void PanelSurface::put(std::int32_t width, std::int32_t height) {
-  if (buffer_.segment() != 0) {
-    const auto w = static_cast<std::uint16_t>(width);
-    const auto h = static_cast<std::uint16_t>(height);
-    reading_ = xcb_shm_put_image(connection_.get(), pixmap_, graphics_, w, h, 0, 0, w, h, 0, 0, depth_,
-                                 XCB_IMAGE_FORMAT_Z_PIXMAP, 1, buffer_.segment(), 0)
-                   .sequence;
-  } else {
-    reading_ = putThroughConnection(width, height);
+void PanelSurface::put() {
+  rowsPut_ = 0;
+  if (buffer_.segment() == 0) {
+    putRows();
+    return;
   }
-  // A server may have made a copy of the background, so that it is told again.
-  xcb_change_window_attributes(connection_.get(), window_, XCB_CW_BACK_PIXMAP, &pixmap_);
+  const auto w = static_cast<std::uint16_t>(pixmapWidth_);
+  const auto h = static_cast<std::uint16_t>(pixmapHeight_);
+  reading_ = xcb_shm_put_image(connection_.get(), pixmap_, graphics_, w, h, 0, 0, w, h, 0, 0, depth_,
+                               XCB_IMAGE_FORMAT_Z_PIXMAP, 1, buffer_.segment(), 0)
+                 .sequence;
+  rowsPut_ = pixmapHeight_;
+  present();
+}
+
+// Without shared memory the picture goes through the connection piece by piece, each when the server has read
+// the one before: a server that does not read keeps nobody waiting.
+void PanelSurface::putRows() {
+  const auto rowBytes = static_cast<std::size_t>(pixmapWidth_) * 4;
+  const auto rows = static_cast<std::int32_t>(std::max<std::size_t>(1, bytesAtOnce / rowBytes));
+  const auto count = std::min(rows, pixmapHeight_ - rowsPut_);
+  xcb_put_image(connection_.get(), XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap_, graphics_,
+                static_cast<std::uint16_t>(pixmapWidth_), static_cast<std::uint16_t>(count), 0,
+                static_cast<std::int16_t>(rowsPut_), 0, depth_,
+                static_cast<std::uint32_t>(rowBytes * static_cast<std::size_t>(count)),
+                buffer_.data() + static_cast<std::size_t>(rowsPut_) * rowBytes);
+  rowsPut_ += count;
+  reading_ = askForAnswer();
+  if (rowsPut_ == pixmapHeight_) {
+    present();
+  }
 }
 
 // The request that has an answer when the server has got so far: a message to ourselves.
-std::uint32_t PanelSurface::putThroughConnection(std::int32_t width, std::int32_t height) {
-  const auto rowBytes = static_cast<std::size_t>(width) * 4;
-  const auto rows = static_cast<std::int32_t>(std::max<std::size_t>(1, bytesAtOnce / rowBytes));
-  for (std::int32_t y = 0; y < height; y += rows) {
-    const auto count = std::min(rows, height - y);
-    xcb_put_image(connection_.get(), XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap_, graphics_,
-                  static_cast<std::uint16_t>(width), static_cast<std::uint16_t>(count), 0,
-                  static_cast<std::int16_t>(y), 0, depth_,
-                  static_cast<std::uint32_t>(rowBytes * static_cast<std::size_t>(count)),
-                  buffer_.data() + static_cast<std::size_t>(y) * rowBytes);
-  }
+std::uint32_t PanelSurface::askForAnswer() {
   xcb_client_message_event_t message{};
   message.response_type = XCB_CLIENT_MESSAGE;
   message.format = 32;
@@ -167,6 +178,14 @@ std::uint32_t PanelSurface::putThroughConnection(std::int32_t width, std::int32_
   return xcb_send_event(connection_.get(), 0, window_, XCB_EVENT_MASK_NO_EVENT,
                         reinterpret_cast<const char*>(&message))
       .sequence;
+}
+
+// Shows what has been put.
+void PanelSurface::present() {
+  // A server may have made a copy of the background, so that it is told again.
+  xcb_change_window_attributes(connection_.get(), window_, XCB_CW_BACK_PIXMAP, &pixmap_);
+  applyShapes();
+  xcb_clear_area(connection_.get(), 0, window_, 0, 0, 0, 0);
 }
 
 void PanelSurface::applyShapes() {

@@ -43,8 +43,10 @@ class PanelSurface {
   void take(const Kept& kept);
   void reserve(std::int32_t width, std::int32_t height);
   bool hasRead(const xcb_generic_event_t& event) const;
-  void put(std::int32_t width, std::int32_t height);
-  std::uint32_t putThroughConnection(std::int32_t width, std::int32_t height);
+  void put();
+  void putRows();
+  std::uint32_t askForAnswer();
+  void present();
   void applyShapes();
   void applyShape(xcb_shape_sk_t kind, const std::vector<PixelRect>& wanted,
                   std::optional<std::vector<PixelRect>>& present);
@@ -59,7 +61,8 @@ class PanelSurface {
   std::int32_t pixmapWidth_ = 0;
   std::int32_t pixmapHeight_ = 0;
   PixelBuffer buffer_;
-  std::optional<std::uint32_t> reading_; // the request by which the server has yet to read it
+  std::int32_t rowsPut_ = 0;             // of the picture in the buffer
+  std::optional<std::uint32_t> reading_; // the request by which the server has yet to read them
   std::optional<Kept> next_;             // to be shown when it has
   std::vector<PixelRect> seen_;          // of the picture
   std::vector<PixelRect> touched_;       // likewise
