@@ -10,12 +10,18 @@ object a line, on standard output. Diagnostics go to standard error and are for 
         recording.wait_for("recording")
         recording.send("stop")
         completed = recording.finish()
+
+What a person waits for is asked of a worker, which is one child process for many requests:
+
+    with host.worker() as worker:  # started in advance
+        context = worker.run("list", "--exclude-parent-application")
 """
 import base64
 import json
 import queue
 import subprocess
 import threading
+import uuid
 
 
 class JobFailed(Exception):
@@ -49,6 +55,50 @@ class Host:
 
     def record(self, request):
         return Recording(self, request)
+
+    def worker(self):
+        return Worker(self)
+
+
+class Worker:
+    """A running `capture-worker`. Use it as a context: leaving it ends the worker."""
+
+    def __init__(self, host):
+        self.process = subprocess.Popen([host.program, "capture-worker"], stdin=subprocess.PIPE,
+                                        stdout=subprocess.PIPE, env=host.environment)
+        self.is_ready = False  # told before the first response
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, kind, value, trace):
+        try:
+            self.process.stdin.close()
+        except BrokenPipeError:
+            pass
+        self.process.wait(20)
+        self.process.stdout.close()
+
+    def run(self, *arguments, request=None):
+        """Has one command run, as Host.run does: `list --exclude-parent-application` or `prepare-capture`."""
+        line = {"schemaVersion": 1, "requestId": str(uuid.uuid4()),
+                "arguments": [*arguments, *(request_arguments(request) if request is not None else [])]}
+        self.process.stdin.write(json.dumps(line).encode() + b"\n")
+        self.process.stdin.flush()
+        if not self.is_ready:
+            self.is_ready = self._next().get("ready") is True
+        envelope = self._next()
+        if envelope.get("requestId") != line["requestId"]:
+            raise RuntimeError("the worker answers another request")
+        if not envelope["ok"]:
+            raise JobFailed(envelope["error"], 1)
+        return envelope["data"]
+
+    def _next(self):
+        line = self.process.stdout.readline()
+        if not line:
+            raise RuntimeError(f"the worker has ended with status {self.process.wait(20)}")
+        return json.loads(line)
 
 
 class Recording:
