@@ -85,6 +85,26 @@ TEST_F(StillCapture, GivesTheExactPixelsOfAnyRectangleOfTheScreen) {
   }
 }
 
+TEST_F(StillCapture, APictureStaysAsItIsWhileOthersAreTaken) {
+  start();
+  ContentFilter filter;
+  filter.displayID = display;
+  std::optional before(capturer->captureImage(filter, {}));
+  const auto empty = pixelsOf(before->view);
+  open(photo);
+  const auto all = screen();
+  ASSERT_FALSE(areSame(empty, all));
+  EXPECT_TRUE(areSame(capture(), all));
+  EXPECT_TRUE(areSame(pixelsOf(before->view), empty));
+  // Memory that nobody looks at any more serves the next ones, also for less, and for more.
+  const auto* const memory = capturer->captureImage(filter, {}).view.data;
+  EXPECT_EQ(capturer->captureImage(filter, {}).view.data, memory);
+  before.reset();
+  EXPECT_TRUE(areSame(capture(RectDTO{13, 7, 101, 57}), cut(all, 13, 7, 101, 57)));
+  EXPECT_TRUE(areSame(cut(capture(RectDTO{0, 0, 700, 500}), 0, 0, screenWidth, screenHeight), all));
+  EXPECT_TRUE(areSame(capture(), all));
+}
+
 TEST_F(StillCapture, FillsWhatLiesOutsideOfTheScreenWithBlack) {
   start();
   open(photo);

@@ -8,6 +8,7 @@
 #include "backends/x11/WindowPicture.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 
 namespace tessarin::x11 {
@@ -94,7 +95,7 @@ class X11StillCapturer final : public StillCapturer {
     }
     PixelReader reader(connection);
     CanvasReader canvasReader(reader);
-    const auto buffer = reader.makeBuffer(packedBytes(area));
+    const PixelBuffer& buffer = memoryFor(packedBytes(area), reader);
     const auto canvas = packedCanvas(buffer.data(), area.width, area.height, PixelFormat::bgrx8);
     canvasReader.request(connection.root(), layout.root, area, buffer, canvas);
     std::optional<Cursor> cursor;
@@ -107,6 +108,19 @@ class X11StillCapturer final : public StillCapturer {
     }
     blend(cursor, canvas, area);
     return pictureOf(buffer, canvas);
+  }
+
+  // Memory that the server and this process have written to before costs either of them no new pages, which
+  // would take longer than the pixels. It serves again when nobody looks at what is in it any more.
+  const PixelBuffer& memoryFor(std::size_t bytes, PixelReader& reader) {
+    auto& kept = server_->stillMemory();
+    const bool isFree = kept && kept->size() >= bytes && kept->memory().use_count() == 1;
+    std::atomic_thread_fence(std::memory_order_acquire); // what others read, they have read
+    if (!isFree) {
+      kept.reset();
+      kept = std::make_shared<PixelBuffer>(reader.makeBuffer(bytes));
+    }
+    return *kept;
   }
 
   static void blend(std::optional<Cursor>& cursor, const pixels::Canvas& canvas, const PixelRect& area) {
