@@ -30,12 +30,13 @@ std::string nameOf(int output) {
 
 } // namespace
 
+// On a seat of its own it leaves the machine's consoles alone, and needs none.
 PrivateOutputs::PrivateOutputs() {
   const std::string file = directory_.write("xorg.conf", configuration);
   server_ = std::make_unique<ChildProcess>(
       std::vector<std::string>{"Xorg", "-displayfd", "1", "-config", file, "-logfile", directory_ / "log",
-                               "-nolisten", "tcp", "-noreset", "-ac", "-novtswitch", "-sharevts", "-keeptty",
-                               "vt7"},
+                               "-nolisten", "tcp", "-noreset", "-ac", "-seat", "seat-tests", "-novtswitch",
+                               "-sharevts", "-keeptty"},
       ChildProcess::Settings());
   const auto number = server_->readLine(std::chrono::seconds(20));
   if (!number || number->empty())

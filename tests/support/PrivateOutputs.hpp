@@ -10,8 +10,7 @@
 namespace tessarin {
 
 // An X server of a test's own with up to sixteen real outputs, which can be plugged in, arranged and turned
-// off as those of a graphics card: Xorg with a driver without a card. It must run as the super-user. Ended by
-// its process id.
+// off as those of a graphics card: Xorg with a driver that needs no card. Ended by its process id.
 class PrivateOutputs {
  public:
   static constexpr int most = 16;
