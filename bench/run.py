@@ -2,9 +2,9 @@
 """Measures the program against peers on this machine.
 
 Usage: run.py BUILD-FOLDER [name...]   names: stills, recording, still-screen, stop, session, loaded, trace, index,
-worker; stop-long and session-long, which record for ten minutes; kills, which kills two hundred recordings;
-worker-long, with ten thousand requests. Default all but the last four. Prints a line a figure: a ratio or a share, its
-bound, and whether it holds.
+worker; stop-long and session-long, which record for ten minutes; kills, which kills two hundred recordings; servers,
+in which the servers of recordings die; worker-long, with ten thousand requests. Default all but the last five. Prints
+a line a figure: a ratio or a share, its bound, and whether it holds.
 Exits with 1 when a bound is missed.
 """
 import pathlib
@@ -12,6 +12,7 @@ import sys
 
 import kills
 import recording
+import servers
 import session
 import stills
 import tracing
@@ -32,8 +33,9 @@ benches = {
     "stop-long": lambda build, report: recording.run_stop(build, report, seconds=600),
     "session-long": lambda build, report: session.run(build, report, seconds=600),
     "kills": kills.run,
+    "servers": servers.run,
 }
-by_name_only = ("stop-long", "session-long", "kills", "worker-long")
+by_name_only = ("stop-long", "session-long", "kills", "servers", "worker-long")
 
 
 def main():
