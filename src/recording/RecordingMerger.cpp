@@ -153,9 +153,21 @@ JoinPiece audioPiece(const Source& source, std::int64_t index, const RecordingMe
       source, trackAt(source, TrackKind::audio, index, RecordingMergeError::compositionFailed), insertion);
 }
 
+// Whether a copy of the file takes little along that is neither coded samples nor their index: a file of a
+// terabyte may be one of a second with a hole behind it.
+bool isMostlyMedia(const Source& source) {
+  constexpr std::uint64_t indexBytesPerSample = 64;
+  std::uint64_t expected = std::uint64_t{1} << 20;
+  for (const Track& track : source.movie.tracks)
+    for (const container::Sample& sample : track.samples)
+      expected += sample.size + indexBytesPerSample;
+  return static_cast<std::uint64_t>(source.file->info().sizeBytes) <= expected;
+}
+
 // A segment that was cut off by a crash is joined anew, so that what comes out is an ordinary file.
 bool isFinishedWith(const Source& source, std::size_t videoTracks, std::size_t audioTracks) {
-  return !source.movie.isFragmented && source.movie.tracksOf(TrackKind::video).size() == videoTracks &&
+  return !source.movie.isFragmented && isMostlyMedia(source) &&
+         source.movie.tracksOf(TrackKind::video).size() == videoTracks &&
          source.movie.tracksOf(TrackKind::audio).size() == audioTracks;
 }
 
@@ -265,7 +277,7 @@ std::int64_t RecordingMerger::mergeShareVideo(const std::string& screenPath,
          RecordingMergeError::invalidSegment);
   const RecordingMergeInsertion whole{MediaTime::zero(), screen.movie.duration};
   refuse(whole.duration <= MediaTime::zero(), RecordingMergeError::invalidSegment);
-  if (audioPaths.empty())
+  if (audioPaths.empty() && isMostlyMedia(screen))
     return cloneOrCopyMedia(files_, *screen.file, outputPath);
 
   const std::vector<Source> sounds = openSources(files_, audioPaths);

@@ -67,6 +67,9 @@ RecordingSegmentStore::RecordingSegmentStore(FileSystem& files, std::string sess
   checkSessionDirectory(files_, sessionID_, paths_.sessionDirectory);
   try {
     files_.makeDirectory(paths_.segmentsDirectory);
+    // A link to a directory would take the recording out of the session's.
+    if (!isRealDirectory(files_, paths_.segmentsDirectory))
+      fail(RecordingSegmentStoreError::filesystem);
   } catch (const FileFailure&) {
     fail(RecordingSegmentStoreError::filesystem);
   }
@@ -110,9 +113,10 @@ void RecordingSegmentStore::finalize(const PendingRecordingSegment& pending, std
   }
 }
 
-// Only what is known to be on disk may take the place of the old manifest. Once it has, the new one is in
-// force for every reader; making the directory entry durable can no longer be undone by reporting a failure,
-// and a crash at that moment leaves one of the two manifests whole.
+// Whatever stands in the temporary's place, a file that a crash has left or a link, is removed and not
+// written into. Only what is known to be on disk may take the place of the old manifest. Once it has, the new
+// one is in force for every reader; making the directory entry durable can no longer be undone by reporting a
+// failure, and a crash at that moment leaves one of the two manifests whole.
 void RecordingSegmentStore::persistManifestLocked() const {
   const std::string temporary = paths_.manifest + ".tmp";
   try {
@@ -120,7 +124,9 @@ void RecordingSegmentStore::persistManifestLocked() const {
         json::encode(NativeRecordingManifest{NativeRecordingManifest::currentSchemaVersion, sessionID_,
                                              storedSegments_}) +
         '\n';
-    const std::unique_ptr<OpenFile> file = files_.open(temporary, OpenMode::createTruncated);
+    if (exists(files_, temporary))
+      files_.remove(temporary);
+    const std::unique_ptr<OpenFile> file = files_.open(temporary, OpenMode::createExclusive);
     file->write(0, std::as_bytes(std::span(text)));
     file->sync();
     files_.rename(temporary, paths_.manifest);
