@@ -89,6 +89,7 @@ inline const std::vector<std::pair<std::string, bool>> colors = {
 inline std::vector<Case>
 colorCases(const std::function<std::function<void(Project&)>(const std::string&)>& set) {
   std::vector<Case> cases;
+  cases.reserve(colors.size());
   for (const auto& [color, holds] : colors)
     cases.push_back({color.c_str(), set(color), holds ? passes : fails});
   return cases;

@@ -83,7 +83,7 @@ VideoEditExportRequestDTO read(FileSystem& files, const std::string& path) {
   require(isPlainAbsolutePath(path));
   require(nameAbove(path, 1) == editExportsDirectoryName && nameIsValid(lastPathComponent(path)));
   requireRealDirectory(files, directoryPath(path));
-  const auto request = json::decode<VideoEditExportRequestDTO>(std::string_view(ownFile(files, path)));
+  auto request = json::decode<VideoEditExportRequestDTO>(std::string_view(ownFile(files, path)));
   require(request.sessionID == nameAbove(path, 2));
   require(haveSameParent(request.outputPath, path));
   (void)request.validated();
