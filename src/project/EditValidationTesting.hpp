@@ -1,8 +1,8 @@
 #pragma once
 
+#include "base/Failure.hpp"
 #include "model/MediaErrors.hpp"
 #include "project/EditProjectTesting.hpp"
-#include "support/FailureOf.hpp"
 
 #include <gtest/gtest.h>
 
@@ -28,7 +28,12 @@ inline constexpr double infinite = std::numeric_limits<double>::infinity();
 inline constexpr double noNumber = std::numeric_limits<double>::quiet_NaN();
 
 inline Outcome outcomeOf(const Project& project) {
-  return failureOf<VideoEditExportError>([&] { project.validate(sessionID, sourcePath); });
+  try {
+    project.validate(sessionID, sourcePath);
+    return passes;
+  } catch (const Failure<VideoEditExportError>& failure) {
+    return failure.value();
+  }
 }
 
 struct Case {
