@@ -34,6 +34,28 @@ TEST_F(DiscoveryServer, FailsWhenTheServerIsGoneThoughAnotherOneComes) {
   EXPECT_THROW(discovery->content(), DesktopFailure);
 }
 
+TEST_F(DiscoveryServer, NoticesAtOnceThatTheServerWentWhileNobodyAsked) {
+  startDesktop();
+  ASSERT_TRUE(discovery->hasScreenCaptureAccess());
+  desktop->killServer();
+  EXPECT_FALSE(discovery->hasScreenCaptureAccess());
+}
+
+// As a change of the keyboard's layout, of which the server tells every client.
+TEST_F(DiscoveryServer, KeepsNoNewsThatNobodyAskedFor) {
+  startDesktop();
+  auto& connection = server->connection();
+  const auto hearNews = [&] {
+    desktop->run({"xmodmap", "-e", "keycode 200 = a"});
+    connection.sync();
+  };
+  hearNews();
+  EXPECT_NE(connection.pollEvent(), nullptr);
+  hearNews();
+  EXPECT_EQ(&server->connection(), &connection);
+  EXPECT_EQ(connection.pollEvent(), nullptr);
+}
+
 TEST_F(DiscoveryServer, FailsWhenTheServerDiesWhileItIsAsked) {
   startDesktop();
   ASSERT_TRUE(discovery->hasScreenCaptureAccess());
@@ -65,6 +87,25 @@ TEST_F(DiscoveryServer, IsGivenUpWhenItDoesNotAnswer) {
   // What was given up has not been left half done.
   EXPECT_EQ(discovery->content().displays.size(), 1U);
   EXPECT_TRUE(x11::makeDesktopContent(server)->hasScreenCaptureAccess());
+}
+
+TEST_F(DiscoveryServer, KeepsOneWhoAsksAgainAndAgainWaitingOnce) {
+  startDesktop();
+  constexpr std::chrono::milliseconds patience{800};
+  const auto impatient = std::make_shared<x11::DisplayServer>(desktop->display(), patience);
+  const auto content = x11::makeDesktopContent(impatient);
+  EXPECT_EQ(content->content().displays.size(), 1U);
+  kill(desktop->serverPid(), SIGSTOP);
+  const auto begun = std::chrono::steady_clock::now();
+  for (int look = 0; look < 8; ++look)
+    EXPECT_THROW(content->content(), DesktopFailure);
+  EXPECT_GE(std::chrono::steady_clock::now() - begun, patience);
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, 2 * patience);
+  kill(desktop->serverPid(), SIGCONT);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!content->hasScreenCaptureAccess())
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+  EXPECT_EQ(content->content().displays.size(), 1U);
 }
 
 TEST_F(DiscoveryServer, ShowsTheScreenThatTheDisplayNames) {

@@ -191,14 +191,19 @@ Connection::Answer Connection::await(unsigned int sequence) {
 }
 
 // The library waits without end for a server that does not read.
-void Connection::awaitRoom() const {
+void Connection::awaitRoom() {
   if (!patience_) {
     return;
   }
   pollfd output{descriptor(), POLLOUT, 0};
   if (poll(&output, 1, static_cast<int>(patience_->count())) == 0) {
-    shutdown(descriptor(), SHUT_RDWR);
+    giveUp();
   }
+}
+
+void Connection::giveUp() {
+  shutdown(descriptor(), SHUT_RDWR);
+  gaveUpAt_ = std::chrono::steady_clock::now();
 }
 
 // Takes in what the server sends next. When patience is at its end the connection is cut, which ends all
@@ -213,7 +218,7 @@ void Connection::waitForInput(std::chrono::steady_clock::time_point start) {
   }
   pollfd input{descriptor(), POLLIN, 0};
   if (poll(&input, 1, left) == 0) {
-    shutdown(descriptor(), SHUT_RDWR);
+    giveUp();
   }
   // Only taking events reads from the server.
   while (auto* event = xcb_poll_for_event(connection_)) {
@@ -280,6 +285,9 @@ DisplayServer::DisplayServer(std::optional<std::string> displayName, Connection:
 
 Connection& DisplayServer::connection() {
   if (!connection_ || !connection_->dropEvents()) {
+    if (connection_) {
+      noteGivenUp(connection_->gaveUpAt());
+    }
     stillMemory_.reset();
     connection_ = open();
   }
@@ -287,7 +295,27 @@ Connection& DisplayServer::connection() {
 }
 
 std::unique_ptr<Connection> DisplayServer::open() const {
-  return std::make_unique<Connection>(displayName_, patience_);
+  const auto begun = std::chrono::steady_clock::now();
+  {
+    const std::lock_guard guard(lock_);
+    if (gaveUpAt_ && begun - *gaveUpAt_ < rest) {
+      throw DesktopFailure();
+    }
+  }
+  try {
+    return std::make_unique<Connection>(displayName_, patience_);
+  } catch (const DesktopFailure&) {
+    const auto now = std::chrono::steady_clock::now();
+    if (patience_ && now - begun >= *patience_) {
+      noteGivenUp(now);
+    }
+    throw;
+  }
+}
+
+void DisplayServer::noteGivenUp(std::optional<std::chrono::steady_clock::time_point> when) const {
+  const std::lock_guard guard(lock_);
+  gaveUpAt_ = std::max(gaveUpAt_, when);
 }
 
 void DisplayServer::addOwnWindow(OwnWindow window) {

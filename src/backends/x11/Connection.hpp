@@ -126,6 +126,9 @@ class Connection {
   // Returns when the server has carried out everything sent so far. Throws DesktopFailure.
   void sync();
 
+  // When its patience was at its end; nothing when it never was.
+  std::optional<std::chrono::steady_clock::time_point> gaveUpAt() const { return gaveUpAt_; }
+
   bool isLost() const { return xcb_connection_has_error(connection_) != 0; }
 
   // Becomes readable when there may be an event, or the server is lost.
@@ -144,12 +147,14 @@ class Connection {
   void findScreen();
   void agree();
   Answer await(unsigned int sequence);
-  void awaitRoom() const;
+  void awaitRoom();
+  void giveUp();
   void waitForInput(std::chrono::steady_clock::time_point start);
   void willWait(unsigned int sequence);
   void requireAlive() const;
 
   Patience patience_;
+  std::optional<std::chrono::steady_clock::time_point> gaveUpAt_;
   int screenNumber_ = 0; // opening the connection sets it
   xcb_connection_t* connection_ = nullptr;
   std::deque<Owned<xcb_generic_event_t>> events_; // that came before a reply
@@ -181,7 +186,9 @@ class DisplayServer {
   // The shared connection; opened anew when the last one was lost, also when that was while nobody used it.
   // Throws DesktopFailure.
   Connection& connection();
-  // A connection of the caller's own, for another thread. Throws DesktopFailure.
+  // A connection of the caller's own, for another thread. Throws DesktopFailure; at once where the server has
+  // kept somebody waiting for all of the patience until just now, so that one who asks several times does not
+  // wait several times.
   std::unique_ptr<Connection> open() const;
   // Memory that the shared connection's server knows, kept from one still to the next. May be empty; ends
   // before the connection. Used by whom uses the connection.
@@ -194,13 +201,19 @@ class DisplayServer {
   std::vector<OwnWindow> ownWindows() const;
 
  private:
+  // How long a server that has kept somebody waiting is not asked again.
+  static constexpr std::chrono::milliseconds rest{500};
+
+  void noteGivenUp(std::optional<std::chrono::steady_clock::time_point> when) const;
+
   std::optional<std::string> displayName_;
   Connection::Patience patience_;
   std::unique_ptr<Connection> connection_;
   std::shared_ptr<PixelBuffer> stillMemory_; // on the connection
 
   mutable std::mutex lock_;
-  std::vector<OwnWindow> ownWindows_; // guarded by lock_
+  std::vector<OwnWindow> ownWindows_; // guarded by lock_, as is
+  mutable std::optional<std::chrono::steady_clock::time_point> gaveUpAt_;
 };
 
 } // namespace tessarin::x11
