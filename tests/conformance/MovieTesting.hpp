@@ -3,6 +3,7 @@
 #include "MediaWriterTesting.hpp"
 #include "SoundTesting.hpp"
 #include "backends/posix/ModuleMovieEditing.hpp"
+#include "base/SafeFile.hpp"
 #include "support/FrameCounter.hpp"
 
 #include <cstdint>

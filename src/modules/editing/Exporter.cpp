@@ -1,16 +1,41 @@
 #include "modules/editing/Exporter.hpp"
 
 #include "base/FileSystem.hpp"
+#include "base/SafeFile.hpp"
+#include "modules/editing/Transcode.hpp"
+
+#include <algorithm>
+#include <exception>
+#include <thread>
+#include <utility>
 
 namespace tessarin::editing {
 
+namespace {
+
+// Frames are made beside decoding and coding, which have threads of their own.
+unsigned frameMakers() {
+  return std::clamp(std::thread::hardware_concurrency(), 1U, 8U);
+}
+
+} // namespace
+
 void Exporter::run(const MovieExport& movie, const std::function<void(int permille)>& progress,
                    std::stop_token stop) {
-  static_cast<void>(movie);
-  static_cast<void>(progress);
-  static_cast<void>(stop);
-  static_cast<void>(files_);
-  throw MovieEditingFailure(MovieEditingError::unavailable);
+  if (movie.isPassthrough)
+    throw MovieEditingFailure(MovieEditingError::notComposable);
+  try {
+    Transcode transcode(files_, movie, frameMakers());
+    const auto output = files_.open(movie.outputPath, OpenMode::createExclusive);
+    TemporaryFile unfinished(files_, movie.outputPath);
+    transcode.run(*output, progress, std::move(stop));
+    syncDirectoryQuietly(files_, directoryOf(movie.outputPath));
+    unfinished.keep();
+  } catch (const MovieEditingFailure&) {
+    throw;
+  } catch (const std::exception&) {
+    throw MovieEditingFailure(MovieEditingError::notWritten);
+  }
 }
 
 } // namespace tessarin::editing

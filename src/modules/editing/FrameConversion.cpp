@@ -1,15 +1,16 @@
 #include "modules/editing/FrameConversion.hpp"
 
+#include "modules/editing/PictureExpansion.hpp"
 #include "modules/editing/SampleEntries.hpp"
 #include "pixels/ColorConversion.hpp"
 
-#include <libyuv/convert_argb.h>
 #include <libyuv/planar_functions.h>
 #include <libyuv/rotate.h>
 #include <libyuv/scale.h>
 #include <libyuv/scale_argb.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace tessarin::editing {
@@ -31,49 +32,41 @@ bool isFullRange(const AVFrame& frame) {
          frame.format == AV_PIX_FMT_YUVJ422P || frame.format == AV_PIX_FMT_YUVJ444P;
 }
 
-const libyuv::YuvConstants& constantsOf(const AVFrame& frame) {
-  const bool isFull = isFullRange(frame);
+YuvMatrix matrixOf(const AVFrame& frame) {
   switch (frame.colorspace) {
   case AVCOL_SPC_BT470BG:
   case AVCOL_SPC_SMPTE170M:
   case AVCOL_SPC_FCC:
-    return isFull ? libyuv::kYuvJPEGConstants : libyuv::kYuvI601Constants;
+    return YuvMatrix::bt601;
   case AVCOL_SPC_BT2020_NCL:
-    return isFull ? libyuv::kYuvV2020Constants : libyuv::kYuv2020Constants;
+    return YuvMatrix::bt2020;
   default:
-    return isFull ? libyuv::kYuvF709Constants : libyuv::kYuvH709Constants;
+    return YuvMatrix::bt709;
   }
 }
 
-// The functions for eight and for more bits take planes of another type, with strides in samples.
-template<class Sample, class Function>
-void convertPlanes(const AVFrame& frame, Function function, const pixels::Canvas& into) {
-  const auto plane = [&](int i) { return reinterpret_cast<const Sample*>(frame.data[i]); };
-  const auto stride = [&](int i) { return frame.linesize[i] / static_cast<int>(sizeof(Sample)); };
-  checkConversion(function(plane(0), stride(0), plane(1), stride(1), plane(2), stride(2), into.data,
-                           static_cast<int>(into.stride), &constantsOf(frame), frame.width, frame.height));
-}
+struct PlaneForm {
+  int format;
+  int bits;
+  int chromaShiftX;
+  int chromaShiftY;
+};
+constexpr std::array planeForms{
+    PlaneForm{AV_PIX_FMT_YUV420P, 8, 1, 1},    PlaneForm{AV_PIX_FMT_YUVJ420P, 8, 1, 1},
+    PlaneForm{AV_PIX_FMT_YUV422P, 8, 1, 0},    PlaneForm{AV_PIX_FMT_YUVJ422P, 8, 1, 0},
+    PlaneForm{AV_PIX_FMT_YUV444P, 8, 0, 0},    PlaneForm{AV_PIX_FMT_YUVJ444P, 8, 0, 0},
+    PlaneForm{AV_PIX_FMT_YUV420P10, 10, 1, 1}, PlaneForm{AV_PIX_FMT_YUV422P10, 10, 1, 0},
+    PlaneForm{AV_PIX_FMT_YUV444P10, 10, 0, 0},
+};
 
 void convertToBgrx(const AVFrame& frame, const pixels::Canvas& into) {
-  switch (frame.format) {
-  case AV_PIX_FMT_YUV420P:
-  case AV_PIX_FMT_YUVJ420P:
-    return convertPlanes<std::uint8_t>(frame, libyuv::I420ToARGBMatrix, into);
-  case AV_PIX_FMT_YUV422P:
-  case AV_PIX_FMT_YUVJ422P:
-    return convertPlanes<std::uint8_t>(frame, libyuv::I422ToARGBMatrix, into);
-  case AV_PIX_FMT_YUV444P:
-  case AV_PIX_FMT_YUVJ444P:
-    return convertPlanes<std::uint8_t>(frame, libyuv::I444ToARGBMatrix, into);
-  case AV_PIX_FMT_YUV420P10:
-    return convertPlanes<std::uint16_t>(frame, libyuv::I010ToARGBMatrix, into);
-  case AV_PIX_FMT_YUV422P10:
-    return convertPlanes<std::uint16_t>(frame, libyuv::I210ToARGBMatrix, into);
-  case AV_PIX_FMT_YUV444P10:
-    return convertPlanes<std::uint16_t>(frame, libyuv::I410ToARGBMatrix, into);
-  default:
+  const auto* const form = std::find_if(planeForms.begin(), planeForms.end(),
+                                        [&](const PlaneForm& known) { return known.format == frame.format; });
+  if (form == planeForms.end())
     failNotComposable();
-  }
+  expandToBgrx({frame.data[0], frame.data[1], frame.data[2], frame.linesize[0], frame.linesize[1],
+                frame.linesize[2], form->bits, form->chromaShiftX, form->chromaShiftY},
+               matrixOf(frame), isFullRange(frame), into);
 }
 
 // Whether the frame's samples can be coded as they are.

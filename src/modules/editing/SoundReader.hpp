@@ -17,7 +17,7 @@ struct SoundStretch {
   std::int32_t rate = 0;     // frames a second
   std::int64_t position = 0; // of the first frame on the file's time line, in frames
   std::int64_t frames = 0;
-  const AVChannelLayout* layout = nullptr;
+  AVChannelLayout* layout = nullptr;
   std::vector<const float*> channels;
 };
 

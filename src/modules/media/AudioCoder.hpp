@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -40,7 +41,13 @@ class AacCoder : public AudioCoder {
 // Whether these settings can be coded at all.
 bool canCode(const AudioSettings& settings);
 
+// How the coder looks for what is worth its bits.
+enum class AacSearch : std::uint8_t {
+  quick,   // half of the time; loud pure tones come out softer
+  thorough // for a finished film
+};
+
 // Throws CoderFailure.
-std::unique_ptr<AacCoder> makeAacCoder(const AudioSettings& settings);
+std::unique_ptr<AacCoder> makeAacCoder(const AudioSettings& settings, AacSearch search = AacSearch::quick);
 
 } // namespace tessarin::media
