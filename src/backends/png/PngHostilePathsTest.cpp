@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cerrno>
+#include <system_error>
 
 namespace tessarin::png {
 namespace {
@@ -19,7 +21,7 @@ int openError(const std::string& path) {
   PictureView picture;
   picture.data = pixel.data();
   picture.width = picture.height = 1;
-  picture.bytesPerRow = 4;
+  picture.stride = 4;
   try {
     PngFileWriter(machineFileSystem()).write(picture, path);
     return 0;
@@ -58,10 +60,11 @@ TEST(PngHostilePaths, TheFolderMustBeThere) {
     const std::string folder = directory / "folder";
     file.put(folder);
     const PathState before = PathState::of(folder);
-    const bool isFolder = std::filesystem::is_directory(folder);
+    std::error_code loop; // of a link to itself
+    const bool isFolder = std::filesystem::is_directory(folder, loop);
     EXPECT_TRUE(endsInTime([&] { EXPECT_EQ(openError(folder + "/shot.png") == 0, isFolder); }));
     EXPECT_EQ(PathState::of(folder), before);
-    EXPECT_EQ(std::filesystem::exists(folder + "/shot.png"), isFolder);
+    EXPECT_EQ(std::filesystem::exists(folder + "/shot.png", loop), isFolder);
     if (isFolder)
       std::filesystem::remove(folder + "/shot.png");
     EXPECT_TRUE(hostile.isOutsideUntouched());
@@ -78,7 +81,7 @@ TEST(PngHostilePaths, NamesThatAreNone) {
   } rows[] = {
       {"empty", "", ENOENT},
       {"a slash behind a new name", directory / "new.png/", EINVAL},
-      {"a slash behind a file", directory / "file.png/", ENOTDIR},
+      {"a slash behind a file", directory / "file.png/", EINVAL},
       {"below a file", directory / "file.png/shot.png", ENOTDIR},
       {"NUL inside", directory / "file.png\0.png"s, EINVAL},
       {"the longest name", directory / (std::string(251, 'n') + ".png"), 0},
