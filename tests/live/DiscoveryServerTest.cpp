@@ -56,28 +56,6 @@ TEST_F(DiscoveryServer, KeepsNoNewsThatNobodyAskedFor) {
   EXPECT_EQ(connection.pollEvent(), nullptr);
 }
 
-TEST_F(DiscoveryServer, NoticesAtOnceThatTheServerWentWhileNobodyAsked) {
-  startDesktop();
-  ASSERT_TRUE(discovery->hasScreenCaptureAccess());
-  desktop->killServer();
-  EXPECT_FALSE(discovery->hasScreenCaptureAccess());
-}
-
-// As a change of the keyboard's layout, of which the server tells every client.
-TEST_F(DiscoveryServer, KeepsNoNewsThatNobodyAskedFor) {
-  startDesktop();
-  auto& connection = server->connection();
-  const auto hearNews = [&] {
-    desktop->run({"xmodmap", "-e", "keycode 200 = a"});
-    connection.sync();
-  };
-  hearNews();
-  EXPECT_NE(connection.pollEvent(), nullptr);
-  hearNews();
-  EXPECT_EQ(&server->connection(), &connection);
-  EXPECT_EQ(connection.pollEvent(), nullptr);
-}
-
 TEST_F(DiscoveryServer, FailsWhenTheServerDiesWhileItIsAsked) {
   startDesktop();
   ASSERT_TRUE(discovery->hasScreenCaptureAccess());
