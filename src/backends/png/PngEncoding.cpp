@@ -207,7 +207,8 @@ EncodedPicture encode(const PictureView& picture, std::size_t threads) {
   if (bound > limit)
     throw std::bad_alloc();
 
-  EncodedPicture encoded{std::make_unique_for_overwrite<std::byte[]>(bound), {}};
+  EncodedPicture encoded;
+  encoded.buffer = std::make_unique_for_overwrite<std::byte[]>(bound);
   encoded.parts.reserve(layout.count + 2);
   Cursor header(encoded.buffer.get());
   appendHeader(header, picture);

@@ -20,9 +20,6 @@
 namespace tessarin::png {
 namespace {
 
-using testing::ElementsAre;
-using testing::Eq;
-
 // Pixels of a picture with rows that are further apart than they are wide.
 struct Painted {
   std::vector<std::uint8_t> bytes;
