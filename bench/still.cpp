@@ -33,8 +33,10 @@ namespace {
 
 using namespace tessarin;
 
+// Sums within a round, and the rounds' medians.
 class Medians {
  public:
+  void beginRound() { ++rounds_; }
   template<class Work> auto time(const char* name, Work work) {
     const auto start = std::chrono::steady_clock::now();
     auto result = work();
@@ -42,7 +44,11 @@ class Medians {
     add(name, elapsed.count());
     return result;
   }
-  void add(const char* name, double value) { values_[name].push_back(value); }
+  void add(const char* name, double value) {
+    auto& values = values_[name];
+    values.resize(rounds_);
+    values.back() += value;
+  }
 
   void print() {
     for (auto& [name, values] : values_) {
@@ -53,20 +59,9 @@ class Medians {
   }
 
  private:
+  std::size_t rounds_ = 0;
   std::map<std::string, std::vector<double>> values_;
 };
-
-std::vector<Picture> grab(StillCapturer& stills, const ShareableContent& content) {
-  std::vector<Picture> pictures;
-  pictures.reserve(content.displays.size());
-  for (const ShareableDisplay& display : content.displays)
-    pictures.push_back(stills.captureImage({.kind = ContentFilter::Kind::display,
-                                            .displayID = display.displayID,
-                                            .windowID = 0,
-                                            .excludedApplications = {}},
-                                           {}));
-  return pictures;
-}
 
 std::vector<std::uint8_t> filtered(const PictureView& picture) {
   const std::size_t rowSize =
@@ -77,70 +72,57 @@ std::vector<std::uint8_t> filtered(const PictureView& picture) {
   return bytes;
 }
 
-std::size_t compressed(const std::vector<std::vector<std::uint8_t>>& pictures, int level,
-                       std::vector<std::uint8_t>& into) {
+std::size_t compressed(const std::vector<std::uint8_t>& bytes, int level, std::vector<std::uint8_t>& into) {
   libdeflate_compressor* const compressor = libdeflate_alloc_compressor(level);
-  std::size_t size = 0;
-  for (const auto& bytes : pictures)
-    size += libdeflate_zlib_compress(compressor, bytes.data(), bytes.size(), into.data(), into.size());
+  const std::size_t size =
+      libdeflate_zlib_compress(compressor, bytes.data(), bytes.size(), into.data(), into.size());
   libdeflate_free_compressor(compressor);
   return size;
 }
 
-bool writeAndRename(const std::vector<png::EncodedPicture>& files, const std::string& folder) {
-  for (std::size_t i = 0; i < files.size(); ++i) {
-    const std::string name = std::string(folder).append("/bytes").append(std::to_string(i));
-    const std::string pending = name + ".pending";
-    const int descriptor = ::open(pending.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    for (const auto part : files[i].parts)
-      if (::write(descriptor, part.data(), part.size()) != static_cast<ssize_t>(part.size()))
-        std::exit(1);
-    ::close(descriptor);
-    if (std::rename(pending.c_str(), name.c_str()) != 0)
+// To a name that is not there yet, as the program does it. Yields the bytes written.
+std::size_t writeAndRename(const png::EncodedPicture& file, const std::string& path) {
+  const std::string pending = path + ".pending";
+  const int descriptor = ::open(pending.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+  std::size_t size = 0;
+  for (const auto part : file.parts) {
+    if (::write(descriptor, part.data(), part.size()) != static_cast<ssize_t>(part.size()))
       std::exit(1);
+    size += part.size();
   }
-  return true;
+  ::close(descriptor);
+  if (std::rename(pending.c_str(), path.c_str()) != 0)
+    std::exit(1);
+  return size;
 }
 
-void round(DesktopContent& desktop, StillCapturer& stills, const std::string& folder, Medians& medians) {
-  const ShareableContent content = medians.time("discovery", [&] { return desktop.content(); });
-  const std::vector<Picture> pictures = medians.time("grab", [&] { return grab(stills, content); });
-  std::vector<png::EncodedPicture> files;
-  files.reserve(pictures.size());
-  medians.time("encode", [&] {
-    for (const Picture& picture : pictures)
-      files.push_back(png::encode(picture.view));
-    return true;
-  });
-  std::size_t size = 0;
-  std::size_t pixelBytes = 0;
-  std::vector<std::vector<std::uint8_t>> rows;
-  rows.reserve(pictures.size());
-  for (std::size_t i = 0; i < pictures.size(); ++i) {
-    for (const auto part : files[i].parts)
-      size += part.size();
-    pixelBytes +=
-        static_cast<std::size_t>(pictures[i].view.height) * static_cast<std::size_t>(pictures[i].view.stride);
-    rows.push_back(filtered(pictures[i].view));
-  }
-  medians.time("write", [&] { return writeAndRename(files, folder); });
-
-  std::vector<std::uint8_t> target(pixelBytes + (pixelBytes >> 3) + 4096);
-  medians.time("copy", [&] {
-    std::uint8_t* next = target.data();
-    for (const Picture& picture : pictures) {
-      const auto count =
-          static_cast<std::size_t>(picture.view.height) * static_cast<std::size_t>(picture.view.stride);
-      std::memcpy(next, picture.view.data, count);
-      next += count;
-    }
-    return next;
-  });
-  medians.add("library1Size",
-              static_cast<double>(medians.time("library1", [&] { return compressed(rows, 1, target); })));
-  medians.add("library2Size",
-              static_cast<double>(medians.time("library2", [&] { return compressed(rows, 2, target); })));
+void measure(const Picture& picture, const std::string& path, Medians& medians) {
+  const auto file = medians.time("encode", [&] { return png::encode(picture.view); });
+  const auto size = medians.time("write", [&] { return writeAndRename(file, path); });
   medians.add("size", static_cast<double>(size));
+  ::unlink(path.c_str());
+
+  const auto pixelBytes =
+      static_cast<std::size_t>(picture.view.height) * static_cast<std::size_t>(picture.view.stride);
+  std::vector<std::uint8_t> target(pixelBytes + pixelBytes / 8 + 4096);
+  medians.time("copy", [&] { return std::memcpy(target.data(), picture.view.data, pixelBytes); });
+  const auto rows = filtered(picture.view);
+  const auto library1 = medians.time("library1", [&] { return compressed(rows, 1, target); });
+  const auto library2 = medians.time("library2", [&] { return compressed(rows, 2, target); });
+  medians.add("library1Size", static_cast<double>(library1));
+  medians.add("library2Size", static_cast<double>(library2));
+}
+
+// One display after another, as the program prepares a capture.
+void round(DesktopContent& desktop, StillCapturer& stills, const std::string& folder, Medians& medians) {
+  medians.beginRound();
+  const ShareableContent content = medians.time("discovery", [&] { return desktop.content(); });
+  for (const ShareableDisplay& display : content.displays) {
+    ContentFilter filter;
+    filter.displayID = display.displayID;
+    const Picture picture = medians.time("grab", [&] { return stills.captureImage(filter, {}); });
+    measure(picture, std::string(folder).append("/bytes"), medians);
+  }
 }
 
 } // namespace

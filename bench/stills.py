@@ -109,7 +109,8 @@ def run_growth(build, report, rounds=15):
                     part = width // displays
                     subprocess.run(["xrandr", "--setmonitor", f"m{number}",
                                     f"{part}/300x{height}/200+{number * part}+0",
-                                    "screen" if number == 0 else "none"], env=desktop.environment, check=True)
+                                    "screen" if number == 0 else "none"], env=desktop.environment, check=True,
+                                   stdout=subprocess.DEVNULL)
             with Worker(str(build / "tessarin-native"), desktop.environment, folder) as worker:
                 total, discovery, captures = in_turns(
                     rounds, lambda: worker.prepare()[0], lambda: worker.prepare()[1]["discoveryMs"],
