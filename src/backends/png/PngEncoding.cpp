@@ -119,12 +119,14 @@ class StripChunks {
 
   // In so many threads, of which one is the caller's, or in fewer where the system refuses more.
   void code(std::size_t threads) {
+    const std::size_t used = std::min(threads, layout_.count);
     std::vector<std::thread> helpers;
-    helpers.reserve(threads);
+    helpers.reserve(used);
     try {
-      while (helpers.size() + 1 < std::min(threads, layout_.count))
+      while (helpers.size() + 1 < used)
         helpers.emplace_back([this] { codeNextStrips(); });
-    } catch (const std::system_error&) {
+    } catch (const std::system_error&) { // no more threads are to be had
+    } catch (const std::bad_alloc&) {    // nor memory for them
     }
     codeNextStrips();
     for (std::thread& helper : helpers)
