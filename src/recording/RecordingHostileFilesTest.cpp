@@ -128,6 +128,7 @@ TEST(HostileSession, NothingStartsOverWhatIsThere) {
     for (const HostileFiles::File& file : hostile.all()) {
       SCOPED_TRACE(name + ": " + file.name);
       RecordingRig rig;
+      rig.files.spareSyncs();
       file.put(rig.path(name));
       const PathState before = PathState::of(rig.path(name));
       EXPECT_EQ(rig.run(), 1);
@@ -136,6 +137,23 @@ TEST(HostileSession, NothingStartsOverWhatIsThere) {
       EXPECT_EQ(PathState::of(rig.path(name)), before);
     }
   EXPECT_TRUE(hostile.isOutsideUntouched());
+}
+
+TEST(HostileSession, NothingIsWrittenThroughALinkInTheDirectorysPlace) {
+  const HostileFiles hostile;
+  for (const char* const end : {"", "/"})
+    for (const bool camera : {false, true}) {
+      SCOPED_TRACE(camera);
+      RecordingRig rig;
+      rig.use(false, false, camera);
+      std::filesystem::remove(rig.request.outputDirectory);
+      std::filesystem::create_directory_symlink(hostile.folder(), rig.request.outputDirectory);
+      rig.request.outputDirectory += end;
+      EXPECT_EQ(rig.run(), 1);
+      EXPECT_THAT(rig.events(), ElementsAre(recordingFailed));
+      EXPECT_EQ(rig.lastDiagnostics(), failedLine("prepare-output"));
+      EXPECT_TRUE(hostile.isOutsideUntouched());
+    }
 }
 
 TEST(HostileSession, NoTraceIsWrittenIntoWhatIsThere) {
@@ -159,6 +177,7 @@ TEST(HostileSession, NoTraceIsWrittenIntoWhatIsThere) {
 // A session is paused, one of its files is replaced, and it is stopped.
 struct ReplacedFile {
   explicit ReplacedFile(const HostileFiles::File& file, const std::string& name) {
+    rig.files.spareSyncs();
     rig.useTrace();
     rig.then([this] {
       rig.record(1s);
@@ -225,6 +244,8 @@ TEST(HostileSession, ATraceThatWasReplacedIsNoTrackUnlessItIsAFile) {
 
 class HostileRecovery : public RecordingRecoveryTest {
  protected:
+  HostileRecovery() { files.spareSyncs(); }
+
   // Recovers with everything hostile at a name, one after another, and once more without.
   void expectErrors(const std::string& name, const std::function<std::optional<Error>(Kind)>& expected) {
     for (const HostileFiles::File& file : hostile.all()) {

@@ -43,6 +43,16 @@ void checkOutputDirectory(FileSystem& files, const RecordingSessionPaths& paths)
       throw serviceErrors::recordingFailed();
 }
 
+// The camera's panel writes into the directory before it is looked at as a whole; through a link that would
+// be another one.
+void refuseLinkedDirectory(FileSystem& files, const RecordingSessionPaths& paths, std::string_view& stage) {
+  const std::optional<FileInfo> info = files.info(paths.sessionDirectory);
+  if (info && info->kind == FileKind::symbolicLink) {
+    stage = RecordingStage::prepareOutput;
+    throw serviceErrors::recordingFailed();
+  }
+}
+
 RecordingOverlayEnvironment overlayEnvironment(const RecordingEnvironment& environment) {
   return {.desktop = environment.desktop,
           .interactions = environment.interactions,
@@ -146,6 +156,7 @@ void RecordingService::runAvailable(const RecordingRequestDTO& request, ControlI
 
   const auto endInput = [stopDelegate] { stopDelegate->stopReading(); };
   const RecordingSources sources(environment_, settings, endInput, stage);
+  refuseLinkedDirectory(environment_.files, RecordingSessionPaths(request.outputDirectory), stage);
   RecordingOverlays overlays(overlayEnvironment(environment_));
   showOverlays(overlays, sources, request, plan, endInput, stage);
   if (!overlays.isEmpty() && !validated.window) {
