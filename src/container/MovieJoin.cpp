@@ -173,8 +173,8 @@ std::size_t JoinedTrack::fittingSound(const Placed& placed, std::int64_t mediaEn
 
 void JoinedTrack::plan(const Placed& placed, std::int64_t mediaEnd, bool isLastPiece) {
   const Track& source = *placed.piece->track;
-  const std::size_t count = source.kind == TrackKind::audio && !isLastPiece ? fittingSound(placed, mediaEnd)
-                                                                            : samplesBefore(placed, mediaEnd);
+  const bool isFitted = source.kind == TrackKind::audio && !isLastPiece && !placed.piece->keepsPackets;
+  const std::size_t count = isFitted ? fittingSound(placed, mediaEnd) : samplesBefore(placed, mediaEnd);
   std::int64_t time = placed.mediaStart;
   for (std::size_t i = 0; i < count; ++i) {
     const Sample& sample = source.samples[i];
@@ -247,11 +247,15 @@ TrackToWrite JoinedTrack::describe(const SampleTable& table) const {
 // Copies ranges, those that lie side by side in both files as one.
 class RangeCopier {
  public:
-  RangeCopier(OpenFile& output, std::uint64_t offset) : output_(output), end_(offset) {}
+  using Progress = std::function<void(std::uint64_t copied)>;
+
+  RangeCopier(OpenFile& output, std::uint64_t offset, Progress progress)
+      : output_(output), start_(offset), end_(offset), progress_(std::move(progress)) {}
 
   std::uint64_t end() const { return end_; }
   void add(const OpenFile& file, std::uint64_t offset, std::uint32_t size) {
-    if (file_ != &file || offset_ + length_ != offset) {
+    constexpr std::uint64_t most = std::uint64_t{64} << 20; // so that progress can be told
+    if (file_ != &file || offset_ + length_ != offset || length_ >= most) {
       flush();
       file_ = &file;
       offset_ = offset;
@@ -260,9 +264,11 @@ class RangeCopier {
     end_ += size;
   }
   void flush() {
-    if (length_ > 0)
-      output_.copyFrom(*file_, offset_, end_ - length_, length_);
+    if (length_ == 0)
+      return;
+    output_.copyFrom(*file_, offset_, end_ - length_, length_);
     length_ = 0;
+    progress_(end_ - start_);
   }
 
  private:
@@ -270,30 +276,12 @@ class RangeCopier {
   const OpenFile* file_ = nullptr;
   std::uint64_t offset_ = 0; // of the range in the source
   std::uint64_t length_ = 0;
-  std::uint64_t end_; // of the output
+  const std::uint64_t start_; // of the output
+  std::uint64_t end_;
+  const Progress progress_;
 };
 
-std::uint64_t mediaSize(const std::vector<JoinedTrack>& tracks) {
-  std::uint64_t size = 0;
-  for (const JoinedTrack& track : tracks) {
-    for (const PlannedChunk& chunk : track.chunks()) {
-      for (const Sample& sample : chunk.samples)
-        size += sample.size;
-    }
-  }
-  return size;
-}
-
-void copyChunk(const PlannedChunk& chunk, RangeCopier& copier, SampleTable& table) {
-  table.beginChunk(copier.end(), chunk.description);
-  for (std::size_t i = 0; i < chunk.samples.size(); ++i) {
-    const Sample& sample = chunk.samples[i];
-    copier.add(*chunk.file, sample.offset, sample.size);
-    table.add(sample.size, chunk.durations[i], chunk.compositionOffsets[i], sample.isSync);
-  }
-}
-
-// The chunk that begins first among those not copied yet.
+// The chunk that begins first among those not laid out yet.
 std::optional<std::size_t> earliestTrack(const std::vector<JoinedTrack>& tracks,
                                          const std::vector<std::size_t>& next) {
   std::optional<std::size_t> earliest;
@@ -310,34 +298,106 @@ std::optional<std::size_t> earliestTrack(const std::vector<JoinedTrack>& tracks,
   return earliest;
 }
 
+// All tracks of the output with the place of everything in it.
+class Layout {
+ public:
+  explicit Layout(const std::vector<JoinTrack>& tracks);
+
+  std::uint64_t mediaBytes() const { return mediaBytes_; }
+  // The media begin at the offset, which only grows.
+  void moveTo(std::uint64_t offset);
+  BoxWriter index() const;
+  // Yields where the copies end.
+  std::uint64_t copy(OpenFile& output, const RangeCopier::Progress& progress) const;
+
+ private:
+  std::vector<JoinedTrack> tracks_;
+  std::vector<SampleTable> tables_;         // of the tracks
+  std::vector<const PlannedChunk*> chunks_; // in the order of the file
+  std::uint64_t mediaStart_ = 0;
+  std::uint64_t mediaBytes_ = 0;
+};
+
+Layout::Layout(const std::vector<JoinTrack>& tracks) {
+  tracks_.reserve(tracks.size());
+  for (const JoinTrack& track : tracks)
+    tracks_.emplace_back(track);
+  tables_.resize(tracks_.size());
+  std::vector<std::size_t> next(tracks_.size(), 0);
+  while (const auto track = earliestTrack(tracks_, next)) {
+    const PlannedChunk& chunk = tracks_[*track].chunks()[next[*track]++];
+    SampleTable& table = tables_[*track];
+    table.beginChunk(mediaBytes_, chunk.description);
+    for (std::size_t i = 0; i < chunk.samples.size(); ++i) {
+      const Sample& sample = chunk.samples[i];
+      table.add(sample.size, chunk.durations[i], chunk.compositionOffsets[i], sample.isSync);
+      mediaBytes_ += sample.size;
+    }
+    chunks_.push_back(&chunk);
+  }
+}
+
+void Layout::moveTo(std::uint64_t offset) {
+  for (SampleTable& table : tables_)
+    table.moveChunks(offset - mediaStart_);
+  mediaStart_ = offset;
+}
+
+BoxWriter Layout::index() const {
+  std::vector<TrackToWrite> written;
+  written.reserve(tracks_.size());
+  for (std::size_t i = 0; i < tracks_.size(); ++i)
+    written.push_back(tracks_[i].describe(tables_[i]));
+  BoxWriter box;
+  writeMovieBox(box, MovieForm::ordinary, written);
+  return box;
+}
+
+std::uint64_t Layout::copy(OpenFile& output, const RangeCopier::Progress& progress) const {
+  RangeCopier copier(output, mediaStart_, progress);
+  for (const PlannedChunk* chunk : chunks_) {
+    for (const Sample& sample : chunk->samples)
+      copier.add(*chunk->file, sample.offset, sample.size);
+  }
+  copier.flush();
+  return copier.end();
+}
+
+// Where the index lies ahead of the media its size tells their offsets, which may in turn make it larger.
+BoxWriter indexAhead(Layout& layout, std::uint64_t headBytes) {
+  std::uint64_t start = headBytes;
+  for (;;) {
+    layout.moveTo(start);
+    BoxWriter index = layout.index();
+    if (headBytes + index.size() == start)
+      return index;
+    start = headBytes + index.size();
+  }
+}
+
 } // namespace
 
-void writeJoinedMovie(OpenFile& output, const std::vector<JoinTrack>& tracks, const std::string& brand) {
+void writeJoinedMovie(OpenFile& output, const std::vector<JoinTrack>& tracks, const std::string& brand,
+                      const JoinOptions& options) {
+  constexpr std::size_t mediaHeaderBytes = 16;
   if (tracks.empty() || brand.size() != 4)
     throw ContainerFailure(ContainerError::unsupported);
-  std::vector<JoinedTrack> joined;
-  joined.reserve(tracks.size());
-  for (const JoinTrack& track : tracks)
-    joined.emplace_back(track);
-
+  Layout layout(tracks);
   BoxWriter head;
   writeFileType(head, brand);
-  writeWideMediaHeader(head, mediaSize(joined));
+  if (options.index == IndexPlace::first)
+    head.append(indexAhead(layout, head.size() + mediaHeaderBytes).bytes());
+  else
+    layout.moveTo(head.size() + mediaHeaderBytes);
+  writeWideMediaHeader(head, layout.mediaBytes());
   output.write(0, head.bytes());
 
-  RangeCopier copier(output, head.size());
-  std::vector<SampleTable> tables(joined.size());
-  std::vector<std::size_t> next(joined.size(), 0);
-  while (const auto track = earliestTrack(joined, next))
-    copyChunk(joined[*track].chunks()[next[*track]++], copier, tables[*track]);
-  copier.flush();
-
-  std::vector<TrackToWrite> written;
-  for (std::size_t i = 0; i < joined.size(); ++i)
-    written.push_back(joined[i].describe(tables[i]));
-  BoxWriter index;
-  writeMovieBox(index, MovieForm::ordinary, written);
-  output.write(copier.end(), index.bytes());
+  const std::uint64_t end = layout.copy(output, [&](std::uint64_t copied) {
+    if (options.progress)
+      options.progress(copied, layout.mediaBytes());
+  });
+  if (options.index == IndexPlace::last)
+    output.write(end, layout.index().bytes());
   output.sync();
 }
 
