@@ -2,6 +2,7 @@
 
 #include "base/SafeFile.hpp"
 #include "container/MovieJoin.hpp"
+#include "recording/SegmentFiles.hpp"
 
 #include <algorithm>
 #include <functional>
@@ -33,10 +34,10 @@ struct Source {
   container::Movie movie;
 };
 
-Source openSource(FileSystem& files, const std::string& path) {
+Source openSource(SegmentFiles& files, const std::string& path) {
   try {
     Source source;
-    source.file = files.open(path, OpenMode::read);
+    source.file = files.open(path);
     source.movie = container::readMovie(*source.file);
     return source;
   } catch (const FileFailure&) {
@@ -46,15 +47,29 @@ Source openSource(FileSystem& files, const std::string& path) {
   }
 }
 
-std::vector<Source> openSources(FileSystem& files, const std::vector<std::string>& paths) {
-  std::vector<Source> sources;
-  sources.reserve(paths.size());
-  for (const std::string& path : paths)
-    sources.push_back(openSource(files, path));
-  return sources;
-}
+// Those of one merge, in order.
+class Sources {
+ public:
+  Sources(FileSystem& files, const std::vector<std::string>& paths) : files_(files, paths.size()) {
+    all_.reserve(paths.size());
+    for (const std::string& path : paths)
+      all_.push_back(openSource(files_, path));
+  }
+  Sources(const Sources&) = delete;
+  Sources& operator=(const Sources&) = delete;
 
-RecordingMergePlan planOf(const std::vector<Source>& sources) {
+  std::size_t size() const { return all_.size(); }
+  const Source& front() const { return all_.front(); }
+  const Source& operator[](std::size_t index) const { return all_[index]; }
+  auto begin() const { return all_.begin(); }
+  auto end() const { return all_.end(); }
+
+ private:
+  SegmentFiles files_; // outlives what it opens
+  std::vector<Source> all_;
+};
+
+RecordingMergePlan planOf(const Sources& sources) {
   std::vector<MediaTime> durations;
   durations.reserve(sources.size());
   for (const Source& source : sources)
@@ -212,7 +227,7 @@ std::int64_t RecordingMerger::mergeVideoTrack(const std::vector<std::string>& se
                                               std::int64_t videoTrackIndex) const {
   refuse(segmentPaths.empty(), RecordingMergeError::noSegments);
   refuseExistingOutput(files_, outputPath);
-  const std::vector<Source> sources = openSources(files_, segmentPaths);
+  const Sources sources(files_, segmentPaths);
   const RecordingMergePlan plan = planOf(sources);
   JoinTrack video;
   for (std::size_t i = 0; i < sources.size(); ++i)
@@ -226,7 +241,7 @@ std::int64_t RecordingMerger::mergeAudio(const std::vector<std::string>& segment
                                          const std::string& outputPath, std::int64_t audioTrackIndex) const {
   refuse(segmentPaths.empty(), RecordingMergeError::noSegments);
   refuseExistingOutput(files_, outputPath);
-  const std::vector<Source> sources = openSources(files_, segmentPaths);
+  const Sources sources(files_, segmentPaths);
   const RecordingMergePlan plan = planOf(sources);
   JoinTrack audio;
   std::vector<AudioPiece> pieces;
@@ -249,7 +264,7 @@ std::int64_t RecordingMerger::mergeShareVideo(const std::vector<std::string>& se
   refuse(segmentPaths.empty() || holds(segmentPaths, outputPath), RecordingMergeError::invalidSegment);
   checkAudioIndices(audioTrackIndices);
   refuseExistingOutput(files_, outputPath);
-  const std::vector<Source> sources = openSources(files_, segmentPaths);
+  const Sources sources(files_, segmentPaths);
   const RecordingMergePlan plan = planOf(sources);
   if (sources.size() == 1 && countUpFromZero(audioTrackIndices) &&
       isFinishedWith(sources.front(), 1, audioTrackIndices.size()))
@@ -271,7 +286,8 @@ std::int64_t RecordingMerger::mergeShareVideo(const std::string& screenPath,
              holds(audioPaths, outputPath),
          RecordingMergeError::invalidSegment);
   refuseExistingOutput(files_, outputPath);
-  const Source screen = openSource(files_, screenPath);
+  const Sources screens(files_, {screenPath});
+  const Source& screen = screens.front();
   refuse(screen.movie.tracksOf(TrackKind::video).size() != 1 ||
              !screen.movie.tracksOf(TrackKind::audio).empty(),
          RecordingMergeError::invalidSegment);
@@ -280,7 +296,7 @@ std::int64_t RecordingMerger::mergeShareVideo(const std::string& screenPath,
   if (audioPaths.empty() && isMostlyMedia(screen))
     return cloneOrCopyMedia(files_, *screen.file, outputPath);
 
-  const std::vector<Source> sounds = openSources(files_, audioPaths);
+  const Sources sounds(files_, audioPaths);
   std::vector<JoinTrack> tracks{{{videoPiece(screen, 0, whole)}}};
   for (const Source& sound : sounds) {
     const std::vector<const Track*> audio = sound.movie.tracksOf(TrackKind::audio);
