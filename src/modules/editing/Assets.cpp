@@ -86,8 +86,8 @@ Picture Assets::picture(const std::string& path, MediaTime time) {
   const auto place = reader.pictureAt(flooredAt(time, track.timescale));
   if (!place)
     throw MovieEditingFailure(MovieEditingError::unreadable);
-  pixels::PictureBuffers buffers;
-  return bgrxPicture(*reader.picture(*place), naturalSizeOf(track), buffers);
+  PictureMemory memory;
+  return bgrxPicture(*reader.picture(*place), naturalSizeOf(track), memory);
 }
 
 void Assets::decodeSound(const std::string& path, std::size_t audioTrackIndex,

@@ -91,7 +91,7 @@ std::shared_ptr<AVFrame> owning(AVFrame* frame) {
 }
 
 // Any form as 4:2:0 in even sizes, what is beyond them left out.
-SharedFrame asCodable(const SharedFrame& frame) {
+SharedFrame asCodable(const SharedFrame& frame, PictureMemory& memory) {
   const PixelSize size = even({frame->width, frame->height});
   if (size.width < 2 || size.height < 2)
     failNotComposable();
@@ -103,9 +103,8 @@ SharedFrame asCodable(const SharedFrame& frame) {
     cropped->height = size.height;
     return cropped;
   }
-  pixels::PictureBuffers buffers;
-  const Picture picture = bgrxPicture(*frame, {frame->width, frame->height}, buffers);
-  const auto converted = newFrame(size);
+  const Picture picture = bgrxPicture(*frame, {frame->width, frame->height}, memory);
+  const auto converted = memory.frame(size);
   PictureView view = picture.view;
   view.width = size.width;
   view.height = size.height;
@@ -113,12 +112,12 @@ SharedFrame asCodable(const SharedFrame& frame) {
   return converted;
 }
 
-SharedFrame turned(const SharedFrame& frame, int quarterTurns) {
+SharedFrame turned(const SharedFrame& frame, int quarterTurns, PictureMemory& memory) {
   if (quarterTurns == 0)
     return frame;
   const bool isUpright = quarterTurns % 2 == 0;
-  const auto result =
-      newFrame(isUpright ? PixelSize{frame->width, frame->height} : PixelSize{frame->height, frame->width});
+  const auto result = memory.frame(isUpright ? PixelSize{frame->width, frame->height}
+                                             : PixelSize{frame->height, frame->width});
   checkConversion(libyuv::I420Rotate(frame->data[0], frame->linesize[0], frame->data[1], frame->linesize[1],
                                      frame->data[2], frame->linesize[2], result->data[0], result->linesize[0],
                                      result->data[1], result->linesize[1], result->data[2],
@@ -127,8 +126,8 @@ SharedFrame turned(const SharedFrame& frame, int quarterTurns) {
   return result;
 }
 
-SharedFrame mirrored(const SharedFrame& frame) {
-  const auto result = newFrame({frame->width, frame->height});
+SharedFrame mirrored(const SharedFrame& frame, PictureMemory& memory) {
+  const auto result = memory.frame({frame->width, frame->height});
   checkConversion(libyuv::I420Mirror(frame->data[0], frame->linesize[0], frame->data[1], frame->linesize[1],
                                      frame->data[2], frame->linesize[2], result->data[0], result->linesize[0],
                                      result->data[1], result->linesize[1], result->data[2],
@@ -136,10 +135,10 @@ SharedFrame mirrored(const SharedFrame& frame) {
   return result;
 }
 
-SharedFrame scaled(const SharedFrame& frame, PixelSize size) {
+SharedFrame scaled(const SharedFrame& frame, PixelSize size, PictureMemory& memory) {
   if (size == PixelSize{frame->width, frame->height})
     return frame;
-  const auto result = newFrame(size);
+  const auto result = memory.frame(size);
   checkConversion(libyuv::I420Scale(frame->data[0], frame->linesize[0], frame->data[1], frame->linesize[1],
                                     frame->data[2], frame->linesize[2], frame->width, frame->height,
                                     result->data[0], result->linesize[0], result->data[1],
@@ -167,12 +166,12 @@ PixelSize naturalSizeOf(const container::Track& track) {
   return {static_cast<std::int32_t>(std::lround(width)), first.height};
 }
 
-Picture bgrxPicture(const AVFrame& frame, PixelSize size, pixels::PictureBuffers& buffers) {
-  const auto whole = buffers.take(frame.width, frame.height, PixelFormat::bgrx8);
+Picture bgrxPicture(const AVFrame& frame, PixelSize size, PictureMemory& memory) {
+  const auto whole = memory.sheet({frame.width, frame.height});
   convertToBgrx(frame, whole.canvas);
   if (size == PixelSize{frame.width, frame.height})
     return whole.picture();
-  const auto result = buffers.take(size.width, size.height, PixelFormat::bgrx8);
+  const auto result = memory.sheet(size);
   checkConversion(libyuv::ARGBScale(whole.canvas.data, static_cast<int>(whole.canvas.stride), frame.width,
                                     frame.height, result.canvas.data, static_cast<int>(result.canvas.stride),
                                     size.width, size.height, libyuv::kFilterBox));
@@ -203,21 +202,11 @@ PictureShape uprightShape(const container::Track& track) {
   return shape;
 }
 
-SharedFrame shaped(const SharedFrame& frame, const PictureShape& shape) {
-  SharedFrame result = turned(asCodable(frame), shape.quarterTurns);
+SharedFrame shaped(const SharedFrame& frame, const PictureShape& shape, PictureMemory& memory) {
+  SharedFrame result = turned(asCodable(frame, memory), shape.quarterTurns, memory);
   if (shape.isMirrored)
-    result = mirrored(result);
-  return scaled(result, shape.size);
-}
-
-std::shared_ptr<AVFrame> newFrame(PixelSize size) {
-  auto frame = owning(av_frame_alloc());
-  frame->format = AV_PIX_FMT_YUV420P;
-  frame->width = size.width;
-  frame->height = size.height;
-  if (av_frame_get_buffer(frame.get(), 0) < 0)
-    throw MovieEditingFailure(MovieEditingError::unreadable);
-  return frame;
+    result = mirrored(result, memory);
+  return scaled(result, shape.size, memory);
 }
 
 } // namespace tessarin::editing

@@ -3,20 +3,13 @@
 #include "container/Movie.hpp"
 #include "model/AffineTransform.hpp"
 #include "model/Picture.hpp"
+#include "modules/editing/PictureMemory.hpp"
 #include "modules/editing/PictureReader.hpp"
-#include "pixels/PictureBuffers.hpp"
 
 #include <cstdint>
 
 // From one form of picture to another. No state; any thread. Failures are MovieEditingFailure.
 namespace tessarin::editing {
-
-struct PixelSize {
-  std::int32_t width = 0;
-  std::int32_t height = 0;
-
-  bool operator==(const PixelSize&) const = default;
-};
 
 // How the pictures of a track are shown, by its matrix.
 AffineTransform transformOf(const container::Track& track);
@@ -24,9 +17,9 @@ AffineTransform transformOf(const container::Track& track);
 PixelSize naturalSizeOf(const container::Track& track);
 
 // The decoded picture as the screen shows it, by the matrix and range that it tells; BT.709 in video range
-// where it tells nothing. Scaled to the size. The buffers are used for the call. notComposable for a form of
+// where it tells nothing. Scaled to the size. notComposable for a form of
 // pixels that is not known.
-Picture bgrxPicture(const AVFrame& frame, PixelSize size, pixels::PictureBuffers& buffers);
+Picture bgrxPicture(const AVFrame& frame, PixelSize size, PictureMemory& memory);
 
 // Where pictures of a track go when they are coded anew without being painted.
 struct PictureShape {
@@ -40,9 +33,12 @@ struct PictureShape {
 PictureShape uprightShape(const container::Track& track);
 
 // The picture in 4:2:0, BT.709 and video range, in the shape. The same frame where nothing is to be done.
-SharedFrame shaped(const SharedFrame& frame, const PictureShape& shape);
+SharedFrame shaped(const SharedFrame& frame, const PictureShape& shape, PictureMemory& memory);
 
-// A new frame in 4:2:0 of the size with memory of its own, of undefined content.
-std::shared_ptr<AVFrame> newFrame(PixelSize size);
+// The same for a picture now and then.
+inline SharedFrame shaped(const SharedFrame& frame, const PictureShape& shape) {
+  PictureMemory memory;
+  return shaped(frame, shape, memory);
+}
 
 } // namespace tessarin::editing

@@ -4,27 +4,24 @@
 
 namespace tessarin::editing {
 
-PictureView SourcePicture::bgrx() {
-  std::call_once(converted_, [&] {
-    pixels::PictureBuffers buffers;
-    picture_ = bgrxPicture(*frame_, natural_, buffers);
-  });
+PictureView SourcePicture::bgrx(PictureMemory& memory) {
+  std::call_once(converted_, [&] { picture_ = bgrxPicture(*frame_, natural_, memory); });
   return picture_.view;
 }
 
-SharedFrame FrameMaker::make(const FrameWork& work) {
-  if (recipe_.compositor == nullptr)
-    return shaped(work.source->frame(), recipe_.shape);
+SharedFrame makeFrame(const FrameRecipe& recipe, const FrameWork& work, PictureMemory& memory) {
+  if (recipe.compositor == nullptr)
+    return shaped(work.source->frame(), recipe.shape, memory);
   CompositionFrame frame;
   frame.outputTime = work.outputTime;
-  frame.source = work.source->bgrx();
+  frame.source = work.source->bgrx(memory);
   if (work.camera)
-    frame.camera = work.camera->bgrx();
-  const PixelSize size = recipe_.shape.size;
-  const auto sheet = buffers_.take(size.width, size.height, PixelFormat::bgrx8);
-  recipe_.compositor->composite(
+    frame.camera = work.camera->bgrx(memory);
+  const PixelSize size = recipe.shape.size;
+  const auto sheet = memory.sheet(size);
+  recipe.compositor->composite(
       frame, {sheet.canvas.data, size.width, size.height, sheet.canvas.stride, PixelFormat::bgrx8});
-  const auto result = newFrame(size);
+  const auto result = memory.frame(size);
   result->chroma_location = AVCHROMA_LOC_CENTER;
   pixels::convertToI420(sheet.canvas.view(), {result->data[0], result->data[1], result->data[2],
                                               result->linesize[0], result->linesize[1], result->linesize[2]});

@@ -17,7 +17,7 @@ class SourcePicture {
 
   const SharedFrame& frame() const { return frame_; }
   // As long as this is there. Throws MovieEditingFailure.
-  PictureView bgrx();
+  PictureView bgrx(PictureMemory& memory);
 
  private:
   const SharedFrame frame_;
@@ -40,16 +40,8 @@ struct FrameRecipe {
   const FrameCompositor* compositor = nullptr; // paints frames of the shape's size
 };
 
-// Makes the frame of a work, 4:2:0, BT.709, video range. Confined to one thread: it keeps the memory of the
-// frame before. Throws MovieEditingFailure, and what the compositor throws.
-class FrameMaker {
- public:
-  explicit FrameMaker(const FrameRecipe& recipe) : recipe_(recipe) {}
-  SharedFrame make(const FrameWork& work);
-
- private:
-  const FrameRecipe& recipe_;
-  pixels::PictureBuffers buffers_;
-};
+// Makes the frame of a work, 4:2:0, BT.709, video range. Any thread. Throws MovieEditingFailure, and what the
+// compositor throws.
+SharedFrame makeFrame(const FrameRecipe& recipe, const FrameWork& work, PictureMemory& memory);
 
 } // namespace tessarin::editing

@@ -11,7 +11,7 @@ namespace {
 
 // Frames between the decoder and the coder beyond those that are being made, enough to even out pictures that
 // take longer than others.
-constexpr std::size_t waitingFrames = 4;
+constexpr std::size_t waitingFrames = 2;
 // Stretches of coded sound, a tenth of a second each.
 constexpr std::size_t waitingSound = 32;
 
@@ -109,9 +109,13 @@ void Transcode::decode() {
 }
 
 void Transcode::makeFrames() {
-  FrameMaker maker(recipe_);
   while (const auto work = toBeMade_.pop()) {
-    SharedFrame frame = maker.make(**work);
+    SharedFrame frame = makeFrame(recipe_, **work, memory_);
+    if (recipe_.compositor != nullptr) {
+      // Nobody needs its sources any more while it waits for the coder.
+      (*work)->source.reset();
+      (*work)->camera.reset();
+    }
     workflow_.when([] { return true; }, [&] { (*work)->result = std::move(frame); });
   }
 }

@@ -61,6 +61,7 @@ class Transcode {
   FrameRecipe recipe_;
   std::unique_ptr<SoundMix> sound_; // null without lanes
 
+  PictureMemory memory_;
   Workflow workflow_;
   BoundedLine<Work> toBeMade_;
   BoundedLine<Work> inOrder_;

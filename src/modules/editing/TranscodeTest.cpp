@@ -26,8 +26,9 @@ void writeSource(const std::string& path) {
     for (const CodedFrame& frame : frames)
       output.append(frame, coder.description());
   };
+  PictureMemory memory;
   for (int i = 0; i < pictures; ++i) {
-    const auto frame = newFrame({side, side});
+    const auto frame = memory.frame({side, side});
     std::fill_n(frame->data[0], frame->linesize[0] * side, static_cast<std::uint8_t>(40 + 3 * i));
     for (const int plane : {1, 2})
       std::fill_n(frame->data[plane], frame->linesize[plane] * side / 2, std::uint8_t{128});
