@@ -220,6 +220,21 @@ void refuseWhatIsNoFile(const char* name) {
     failWith(FileOperation::open, EINVAL);
 }
 
+bool isWithoutSecondNames(int errorNumber) {
+  return errorNumber == EPERM || errorNumber == ENOSYS || errorNumber == EOPNOTSUPP;
+}
+
+// For volumes that know neither way of doing both in one, such as folders that a virtual machine shares with
+// its host: somebody who makes the target right between the two calls loses it. A placeholder would not, but
+// a kill would leave it behind as an empty file.
+void renameToFreeName(const char* source, const char* target) {
+  struct stat status {};
+  if (::lstat(target, &status) == 0)
+    failWith(FileOperation::rename, EEXIST);
+  if (errno != ENOENT || ::rename(source, target) == -1)
+    failWith(FileOperation::rename);
+}
+
 class MachineFileSystem final : public FileSystem {
  public:
   std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode, std::uint32_t permissions) override {
@@ -262,9 +277,11 @@ class MachineFileSystem final : public FileSystem {
     if (errno != ENOSYS && errno != EINVAL)
       failWith(FileOperation::rename);
     // A volume without the exclusive form: a second name never replaces anything either.
-    if (::link(source, target) == -1)
-      failWith(FileOperation::rename);
-    if (::unlink(source) == -1) {
+    if (::link(source, target) == -1) {
+      if (!isWithoutSecondNames(errno))
+        failWith(FileOperation::rename);
+      renameToFreeName(source, target);
+    } else if (::unlink(source) == -1) {
       const int errorNumber = errno;
       ::unlink(target);
       failWith(FileOperation::rename, errorNumber);
