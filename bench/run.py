@@ -2,7 +2,7 @@
 """Measures the program against peers on this machine.
 
 Usage: run.py BUILD-FOLDER [name...]   names: stills, recording, still-screen, stop, session, loaded, trace, index,
-worker; stop-long and session-long, which record for ten minutes; kills, which kills two hundred recordings; servers,
+worker, voice; stop-long and session-long, which record for ten minutes; kills, which kills two hundred recordings; servers,
 in which the servers of recordings die; worker-long, with ten thousand requests. Default all but the last five. Prints
 a line a figure: a ratio or a share, its bound, and whether it holds.
 Exits with 1 when a bound is missed.
@@ -16,6 +16,7 @@ import servers
 import session
 import stills
 import tracing
+import voice
 import worker
 from harness import Report
 
@@ -29,6 +30,7 @@ benches = {
     "trace": tracing.run,
     "index": tracing.run_index,
     "worker": worker.run,
+    "voice": voice.run,
     "worker-long": worker.run_endurance,
     "stop-long": lambda build, report: recording.run_stop(build, report, seconds=600),
     "session-long": lambda build, report: session.run(build, report, seconds=600),
