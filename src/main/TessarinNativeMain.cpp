@@ -3,6 +3,7 @@
 #include "main/CompositionRoot.hpp"
 #include "main/EndSignals.hpp"
 #include "main/MainLoop.hpp"
+#include "main/ProcessLimits.hpp"
 #include "main/StandardStreams.hpp"
 
 #include <unistd.h>
@@ -63,6 +64,8 @@ std::int32_t runToEnd(const std::vector<std::string>& arguments) {
 int main(int count, char** values) {
   tessarin::standardStreams::occupy();
   tessarin::standardStreams::ignoreBrokenPipes();
+  tessarin::processLimits::allowManyFiles();
+  tessarin::processLimits::failBeyondLargestFile();
   // Behind the program name, which a caller may leave out.
   return tessarin::runToEnd({values + (count > 0 ? 1 : 0), values + count});
 }

@@ -31,6 +31,9 @@ class PictureReader {
   SharedFrame picture(std::size_t place);
 
   const container::Track& track() const { return track_; }
+  // When a picture comes on show, of the media, units of the track; and which sample it is.
+  std::int64_t mediaTime(std::size_t place) const { return shown_[place].time; }
+  std::size_t sample(std::size_t place) const { return shown_[place].sample; }
 
  private:
   struct Shown {

@@ -20,6 +20,8 @@ class SourceFile {
   SourceFile(FileSystem& files, const std::string& path);
 
   const container::Movie& movie() const { return movie_; }
+  // For copies of what is coded.
+  const OpenFile& file() const { return *file_; }
   // The first picture track. Throws MovieEditingFailure when there is none.
   const container::Track& video() const;
   // By its place among the tracks of sound. Throws MovieEditingFailure when there is none.
