@@ -50,8 +50,9 @@ std::string toneInput(double seconds, int hertz, int rate, int channels) {
 }
 
 std::vector<std::int64_t> numbersIn(const std::string& path, std::int32_t width, std::int32_t height) {
-  const std::string pixels = outputOf("ffmpeg -v error -nostdin -i '" + path +
-                                      "' -map 0:v:0 -fps_mode passthrough -f rawvideo -pix_fmt bgr0 -");
+  const std::string pixels =
+      outputOf("ffmpeg -v error -nostdin -i '" + path +
+               "' -map 0:v:0 -fps_mode passthrough -enc_time_base -1 -f rawvideo -pix_fmt bgr0 -");
   const std::size_t size = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
   std::vector<std::int64_t> numbers;
   for (std::size_t at = 0; at + size <= pixels.size(); at += size) {

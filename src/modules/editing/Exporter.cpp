@@ -2,6 +2,7 @@
 
 #include "base/FileSystem.hpp"
 #include "base/SafeFile.hpp"
+#include "modules/editing/CutExport.hpp"
 #include "modules/editing/Transcode.hpp"
 
 #include <algorithm>
@@ -22,15 +23,21 @@ unsigned frameMakers() {
 
 void Exporter::run(const MovieExport& movie, const std::function<void(int permille)>& progress,
                    std::stop_token stop) {
-  if (movie.isPassthrough)
-    throw MovieEditingFailure(MovieEditingError::notComposable);
-  try {
-    Transcode transcode(files_, movie, frameMakers());
+  const auto write = [&](auto& work) {
     const auto output = files_.open(movie.outputPath, OpenMode::createExclusive);
     TemporaryFile unfinished(files_, movie.outputPath);
-    transcode.run(*output, progress, std::move(stop));
+    work.run(*output, progress, std::move(stop));
     syncDirectoryQuietly(files_, directoryOf(movie.outputPath));
     unfinished.keep();
+  };
+  try {
+    if (movie.isPassthrough) {
+      CutExport cut(files_, movie);
+      write(cut);
+    } else {
+      Transcode transcode(files_, movie, frameMakers());
+      write(transcode);
+    }
   } catch (const MovieEditingFailure&) {
     throw;
   } catch (const std::exception&) {
