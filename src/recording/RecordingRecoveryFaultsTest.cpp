@@ -15,6 +15,7 @@ using ::testing::ElementsAre;
 class RecordingRecoveryFaults : public RecordingRecoveryTest {
  protected:
   RecordingRecoveryFaults() {
+    files.spareSyncs();
     fullSegment(400);
     fullSegment(300, false);
     askForEverything();
@@ -100,6 +101,50 @@ TEST_F(RecordingRecoveryFaults, AnyOperationMayFailAndTheNextRunSucceeds) {
   }
   EXPECT_THAT(seen, ElementsAre("another answer", "done", "file failure", "invalidMedia", "invalidRequest",
                                 "mergeFailed"));
+}
+
+// A disk that gets worse and stays so, and one that ends a file early for once: the recovery fails by one of
+// its errors, or it needs nothing of what failed.
+TEST_F(RecordingRecoveryFaults, AnyOperationMayFailFromThenOnOrComeShort) {
+  struct Damage {
+    FileOperation operation;
+    std::size_t times;
+    std::optional<std::size_t> shortenedTo;
+  };
+  std::vector<Damage> damages;
+  for (const FileOperation operation :
+       {FileOperation::open, FileOperation::info, FileOperation::read, FileOperation::write,
+        FileOperation::sync, FileOperation::copy, FileOperation::rename, FileOperation::list})
+    damages.push_back({operation, FaultyFileSystem::always, std::nullopt});
+  for (const std::size_t bytes : {std::size_t{0}, std::size_t{1}, std::size_t{40}}) {
+    damages.push_back({FileOperation::read, 1, bytes});
+    damages.push_back({FileOperation::write, 1, bytes});
+  }
+  for (const Damage& damage : damages) {
+    removeOutputs();
+    files.clearLog();
+    ASSERT_EQ(outcome(), "done");
+    const std::size_t count = files.count(damage.operation);
+    ASSERT_GT(count, 0U);
+    for (std::size_t n = 1; n <= count; ++n) {
+      SCOPED_TRACE(::testing::Message() << "operation " << static_cast<int>(damage.operation) << " number "
+                                        << n << (damage.shortenedTo ? " short" : " from then on"));
+      removeOutputs();
+      files.inject({.operation = damage.operation,
+                    .skip = n - 1,
+                    .times = damage.times,
+                    .errorNumber = ENOSPC,
+                    .shortenedTo = damage.shortenedTo});
+      const std::string ended = outcome();
+      files.clearFaults();
+      // The last thing that is looked at is the trace, without which there is an answer too.
+      const bool isOfTrace = damage.operation == FileOperation::info && n == count;
+      EXPECT_EQ(ended == "another answer", isOfTrace);
+      EXPECT_FALSE(hasTemporaries());
+      EXPECT_EQ(segments(), before);
+      EXPECT_EQ(outcome(), "done");
+    }
+  }
 }
 
 TEST_F(RecordingRecoveryFaults, AFullDiskIsAFailedMergeAndLeavesTheSpaceItTook) {
