@@ -92,9 +92,13 @@ void addInteraction(VideoEffectCompositionInstruction& instruction, const VideoE
   }
   const InteractionVideoEffectDTO& interaction = *found->as<Kind::interaction>();
   instruction.interaction = interaction;
-  if (interaction.visible || isFollowed)
-    instruction.interactionIndex = InteractionEventIndex(InteractionEventTimeline::mapToOutput(
-        InteractionEventFile::load(files, interaction.sourcePath), project.clipSpans()));
+  if (!interaction.visible && !isFollowed)
+    return;
+  const std::vector<ClipSpan> clips = project.clipSpans();
+  instruction.interactionIndex = InteractionEventIndex(InteractionEventTimeline::mapToOutput(
+      InteractionEventFile::load(files, interaction.sourcePath), clips));
+  instruction.followPlan =
+      CursorFollowPlan(clips, effects, instruction.crop, instruction.interactionIndex.cursors());
 }
 
 } // namespace

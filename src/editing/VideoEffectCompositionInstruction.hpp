@@ -1,5 +1,6 @@
 #pragma once
 
+#include "editing/CursorFollowPlan.hpp"
 #include "model/AffineTransform.hpp"
 #include "model/Geometry.hpp"
 #include "model/Picture.hpp"
@@ -33,7 +34,8 @@ struct VideoEffectCompositionInstruction {
   std::vector<VideoEditEffectDTO> effects;
   std::map<std::int64_t, Picture> freezeFrames; // by their time in the source; as coded
   std::optional<InteractionVideoEffectDTO> interaction;
-  InteractionEventIndex interactionIndex;
+  InteractionEventIndex interactionIndex; // on the output
+  CursorFollowPlan followPlan;
 };
 
 } // namespace tessarin
