@@ -27,19 +27,21 @@ NarrationBlockPair joinedNarrationBlocks(NarrationBlock& previous, std::span<con
   return block;
 }
 
-// Sums in sixteen lanes, which are vectors to the compiler and add up the same on every machine.
+// Sums in lanes, which are vectors to the compiler and add up the same on every machine; and in double
+// precision, in which samples that are all alike are exactly as loud as each of them.
 float narrationRms(std::span<const float> samples) {
-  std::array<float, 16> lanes{};
+  std::array<double, 16> lanes{};
   const std::size_t whole = samples.size() / lanes.size() * lanes.size();
+  const auto add = [&](std::size_t lane, double sample) { lanes[lane] += sample * sample; };
   for (std::size_t i = 0; i < whole; i += lanes.size())
     for (std::size_t lane = 0; lane < lanes.size(); ++lane)
-      lanes[lane] += samples[i + lane] * samples[i + lane];
+      add(lane, samples[i + lane]);
   for (std::size_t i = whole; i < samples.size(); ++i)
-    lanes[i - whole] += samples[i] * samples[i];
+    add(i - whole, samples[i]);
   for (std::size_t half = lanes.size() / 2; half > 0; half /= 2)
     for (std::size_t lane = 0; lane < half; ++lane)
       lanes[lane] += lanes[lane + half];
-  return std::sqrt(lanes[0] / static_cast<float>(samples.size()));
+  return static_cast<float>(std::sqrt(lanes[0] / static_cast<double>(samples.size())));
 }
 
 NarrationSpectrum::NarrationSpectrum() {

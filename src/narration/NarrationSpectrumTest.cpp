@@ -68,7 +68,8 @@ TEST(NarrationSpectrumDeathTest, endsTheProcessForAnotherNumberOfSamples) {
 }
 
 TEST(NarrationRms, isTheRootOfTheMeanOfTheSquares) {
-  EXPECT_FLOAT_EQ(narrationRms(Samples(512, -0.25F)), 0.25F);
+  for (const float sample : {0.25F, 0.012F, 0.015F, 0.12F, 1e-5F, 1e-30F, 1e30F})
+    EXPECT_EQ(narrationRms(Samples(512, -sample)), sample);
   EXPECT_EQ(narrationRms(Samples(512)), 0.0F);
   EXPECT_FLOAT_EQ(narrationRms(Samples{3, 4}), std::sqrt(12.5F));
   for (const std::size_t count : {1, 15, 16, 17, 512, 1000, 1024})
