@@ -2,7 +2,13 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <future>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
 
 // What discovery costs, and what it does without a server.
 namespace tessarin {
@@ -106,6 +112,62 @@ TEST_F(DiscoveryServer, KeepsOneWhoAsksAgainAndAgainWaitingOnce) {
   while (!content->hasScreenCaptureAccess())
     ASSERT_LT(std::chrono::steady_clock::now(), deadline);
   EXPECT_EQ(content->content().displays.size(), 1U);
+}
+
+// Each connection that is being opened takes a thread and a descriptor until the server answers.
+TEST_F(DiscoveryServer, IsAskedForOneConnectionHoweverLongItKeepsSilent) {
+  startDesktop();
+  const auto countOf = [](const char* folder) {
+    return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
+  };
+  const auto impatient =
+      std::make_shared<x11::DisplayServer>(desktop->display(), std::chrono::milliseconds(50));
+  kill(desktop->serverPid(), SIGSTOP);
+  std::vector<std::ptrdiff_t> threads;
+  std::vector<std::ptrdiff_t> descriptors;
+  for (int round = 0; round < 3; ++round) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(round > 0 ? 550 : 0)); // it is left alone so long
+    EXPECT_THROW(impatient->connection(), DesktopFailure);
+    threads.push_back(countOf("/proc/self/task"));
+    descriptors.push_back(countOf("/proc/self/fd"));
+  }
+  EXPECT_EQ(threads[2], threads[0]);
+  EXPECT_EQ(descriptors[2], descriptors[0]);
+
+  std::shared_ptr<x11::Handshake> handshake;
+  const auto open = [&](std::chrono::milliseconds patience) {
+    return x11::Connection(desktop->display(), patience, &handshake).isLost();
+  };
+  EXPECT_THROW(open(std::chrono::milliseconds(50)), DesktopFailure);
+  const auto first = handshake;
+  ASSERT_NE(first, nullptr);
+  EXPECT_THROW(open(std::chrono::milliseconds(50)), DesktopFailure);
+  EXPECT_EQ(handshake, first);
+  kill(desktop->serverPid(), SIGCONT);
+  EXPECT_FALSE(open(std::chrono::seconds(10)));
+  EXPECT_EQ(handshake, nullptr);
+}
+
+// One that was begun long ago may have ended with a server that has gone since.
+TEST_F(DiscoveryServer, IsAskedAnewWhereAnOldQuestionHasBeenAnswered) {
+  startDesktop();
+  std::shared_ptr<x11::Handshake> handshake;
+  kill(desktop->serverPid(), SIGSTOP);
+  const auto open = [&](const std::string& display) {
+    return x11::Connection(display, std::chrono::milliseconds(50), &handshake).isLost();
+  };
+  EXPECT_THROW(open(desktop->display()), DesktopFailure);
+  const std::weak_ptr<x11::Handshake> begun = handshake;
+  desktop->killServer();
+  // Its thread lets go of it when it has ended.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (begun.use_count() > 1) {
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  const PrivateDesktop another;
+  EXPECT_FALSE(x11::Connection(another.display(), std::chrono::seconds(10), &handshake).isLost());
+  EXPECT_TRUE(begun.expired());
 }
 
 TEST_F(DiscoveryServer, ShowsTheScreenThatTheDisplayNames) {

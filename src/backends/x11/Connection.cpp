@@ -32,28 +32,41 @@ const std::array<xcb_extension_t*, extensionCount>& extensionHandles() {
   return handles;
 }
 
-// The handshake waits for the server without end, so that it is left to a thread that can be left behind.
+} // namespace
+
+// The library waits for the server without end, so that the handshake is left to a thread that can be left
+// behind. What came of it is ended with the last who holds it.
 class Handshake {
  public:
-  static xcb_connection_t* made(const std::optional<std::string>& displayName, Connection::Patience patience,
-                                int& screenNumber) {
-    if (!patience) {
-      return xcb_connect(displayName ? displayName->c_str() : nullptr, &screenNumber);
-    }
-    const auto handshake = std::make_shared<Handshake>();
+  // Begins one. Throws DesktopFailure.
+  static std::shared_ptr<Handshake> begun(const std::optional<std::string>& displayName) {
+    auto handshake = std::make_shared<Handshake>();
     try {
       std::thread([handshake, displayName] { handshake->make(displayName); }).detach();
     } catch (const std::system_error&) {
       throw DesktopFailure();
     }
-    std::unique_lock lock(handshake->mutex_);
-    handshake->isAbandoned_ =
-        !handshake->done_.wait_for(lock, *patience, [&] { return handshake->connection_ != nullptr; });
-    if (handshake->isAbandoned_) {
-      throw DesktopFailure();
+    return handshake;
+  }
+  Handshake() = default;
+  ~Handshake() {
+    if (connection_) {
+      xcb_disconnect(connection_);
     }
-    screenNumber = handshake->screenNumber_;
-    return handshake->connection_;
+  }
+  Handshake(const Handshake&) = delete;
+  Handshake& operator=(const Handshake&) = delete;
+
+  // The connection, which is the caller's from then on; null after the time.
+  xcb_connection_t* taken(std::chrono::milliseconds limit, int& screenNumber) {
+    std::unique_lock lock(mutex_);
+    done_.wait_for(lock, limit, [&] { return connection_ != nullptr; });
+    screenNumber = screenNumber_;
+    return std::exchange(connection_, nullptr);
+  }
+  bool isUnderWay() {
+    const std::lock_guard lock(mutex_);
+    return connection_ == nullptr;
   }
 
  private:
@@ -61,10 +74,6 @@ class Handshake {
     int screenNumber = 0;
     auto* connection = xcb_connect(displayName ? displayName->c_str() : nullptr, &screenNumber);
     const std::lock_guard lock(mutex_);
-    if (isAbandoned_) {
-      xcb_disconnect(connection);
-      return;
-    }
     connection_ = connection;
     screenNumber_ = screenNumber;
     done_.notify_one();
@@ -72,15 +81,37 @@ class Handshake {
 
   std::mutex mutex_;
   std::condition_variable done_;
-  xcb_connection_t* connection_ = nullptr; // the rest is guarded by mutex_
+  xcb_connection_t* connection_ = nullptr; // guarded by mutex_, as is
   int screenNumber_ = 0;
-  bool isAbandoned_ = false;
 };
+
+namespace {
+
+// One that has ended meanwhile is no use: its server may have gone since.
+xcb_connection_t* connected(const std::optional<std::string>& displayName, Connection::Patience patience,
+                            std::shared_ptr<Handshake>* underWay, int& screenNumber) {
+  if (!patience) {
+    return xcb_connect(displayName ? displayName->c_str() : nullptr, &screenNumber);
+  }
+  auto handshake = underWay ? std::exchange(*underWay, nullptr) : nullptr;
+  if (!handshake || !handshake->isUnderWay()) {
+    handshake = Handshake::begun(displayName);
+  }
+  auto* const connection = handshake->taken(*patience, screenNumber);
+  if (!connection) {
+    if (underWay) {
+      *underWay = std::move(handshake);
+    }
+    throw DesktopFailure();
+  }
+  return connection;
+}
 
 } // namespace
 
-Connection::Connection(const std::optional<std::string>& displayName, Patience patience)
-    : patience_(patience), connection_(Handshake::made(displayName, patience, screenNumber_)) {
+Connection::Connection(const std::optional<std::string>& displayName, Patience patience,
+                       std::shared_ptr<Handshake>* underWay)
+    : patience_(patience), connection_(connected(displayName, patience, underWay, screenNumber_)) {
   try {
     requireAlive();
     findScreen();
@@ -296,18 +327,24 @@ Connection& DisplayServer::connection() {
 
 std::unique_ptr<Connection> DisplayServer::open() const {
   const auto begun = std::chrono::steady_clock::now();
+  std::shared_ptr<Handshake> handshake;
   {
     const std::lock_guard guard(lock_);
     if (gaveUpAt_ && begun - *gaveUpAt_ < rest) {
       throw DesktopFailure();
     }
+    handshake = std::exchange(handshake_, nullptr);
   }
   try {
-    return std::make_unique<Connection>(displayName_, patience_);
+    return std::make_unique<Connection>(displayName_, patience_, &handshake);
   } catch (const DesktopFailure&) {
     const auto now = std::chrono::steady_clock::now();
     if (patience_ && now - begun >= *patience_) {
       noteGivenUp(now);
+    }
+    if (handshake) {
+      const std::lock_guard guard(lock_);
+      handshake_ = std::move(handshake);
     }
     throw;
   }

@@ -43,6 +43,8 @@ struct ExtensionInfo {
   }
 };
 
+class Handshake;
+
 // One connection with its screen, agreed extensions and interned atoms; opening it costs two round trips
 // beside the handshake. Confined to one thread at a time: a stream with a thread of its own opens its own.
 //
@@ -60,9 +62,11 @@ class Connection {
   // Far longer than a client may reasonably keep the server to itself.
   static constexpr std::chrono::milliseconds usualPatience = std::chrono::seconds(10);
 
-  // Opens the display named, or the one of the environment. Throws DesktopFailure.
+  // Opens the display named, or the one of the environment. Throws DesktopFailure. A handshake that lasts
+  // longer than the patience goes on by itself until the server answers; a caller who keeps it, and hands it
+  // in when the same display is to be opened again, waits for that one then instead of beginning another.
   explicit Connection(const std::optional<std::string>& displayName = std::nullopt,
-                      Patience patience = usualPatience);
+                      Patience patience = usualPatience, std::shared_ptr<Handshake>* underWay = nullptr);
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -214,6 +218,7 @@ class DisplayServer {
   mutable std::mutex lock_;
   std::vector<OwnWindow> ownWindows_; // guarded by lock_, as is
   mutable std::optional<std::chrono::steady_clock::time_point> gaveUpAt_;
+  mutable std::shared_ptr<Handshake> handshake_; // that nobody waits for at the moment
 };
 
 } // namespace tessarin::x11
