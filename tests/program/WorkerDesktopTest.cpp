@@ -177,6 +177,23 @@ TEST_F(WorkerDesktopTest, TakesANewServerForTheOldOneAtOnce) {
   EXPECT_NE(worker.list().find(R"("width":640)"), std::string::npos) << "without a failure in between";
 }
 
+// Long before the patience of a command is at its end.
+TEST_F(WorkerDesktopTest, AnswersAtOnceWhenItsServerDiesInARequest) {
+  WorkerProcess worker(desktop.display());
+  const std::string session = freshSession();
+  EXPECT_EQ(countOf(worker.list(), "displays"), 1U);
+  ASSERT_EQ(::kill(desktop.serverPid(), SIGSTOP), 0);
+  ASSERT_TRUE(worker.process().writeLine(workerRequest(preparation(session))));
+  EXPECT_EQ(worker.process().readLine(std::chrono::milliseconds(200)), std::nullopt);
+  desktop.killServer();
+  const std::string response = worker.process().readLine(std::chrono::seconds(5)).value_or("");
+  EXPECT_EQ(envelopeOf(response) + "\n",
+            failureReply("contentUnavailable", "Shareable screen content is temporarily unavailable."));
+  EXPECT_TRUE(fs::is_empty(session));
+  EXPECT_NE(worker.list().find(R"("code":"permissionDenied")"), std::string::npos);
+  EXPECT_EQ(worker.end(), 0);
+}
+
 // Longer than the patience of every command.
 TEST_F(WorkerDesktopTest, DoesNotHangOnAServerThatDoesNotAnswer) {
   WorkerProcess worker(desktop.display());
