@@ -3,6 +3,10 @@
 #include "base/Text.hpp"
 #include "support/TemporaryDirectory.hpp"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -39,6 +43,31 @@ TEST_F(RecordTest, ARequestThatFailsItsChecksIsAnEventAndCreatesNothing) {
   EXPECT_EQ(event.root().member("error")->member("message")->string(),
             "Recording geometry must contain finite, positive dimensions.");
   EXPECT_TRUE(std::filesystem::is_empty(session()));
+}
+
+// The first event says that it records, so nobody knows of a recording that could not say so.
+TEST_F(RecordTest, AHostThatCannotHearTheFirstEventHasNoRecording) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+  ::close(ends[0]);
+  const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
+  const struct {
+    const char* what;
+    int output;
+  } rows[] = {{"closed", -1}, {"a pipe that nobody reads", ends[1]}, {"a full device", full}};
+  for (const auto& row : rows) {
+    const ProgramResult result = runProgram(withRequest("record", request()),
+                                            {.display = desktop.display(), .standardOutput = row.output});
+    EXPECT_EQ(result.exitStatus, 1) << row.what << ", and no signal " << result.signal;
+    EXPECT_EQ(result.diagnostics,
+              "tessarin-native recording-failed stage=start-capture nativeCode=recordingFailed\n")
+        << row.what;
+    EXPECT_TRUE(std::filesystem::is_empty(session() + "/segments")) << row.what;
+    std::filesystem::remove_all(session());
+    std::filesystem::create_directory(session());
+  }
+  ::close(full);
+  ::close(ends[1]);
 }
 
 TEST_F(RecordTest, AHostThatHasGoneLeavesAFinishedSegment) {
