@@ -59,6 +59,25 @@ TEST_F(RecordingRecoveryChecks, EverySegmentMustBeThereEvenWhenAllOutputsAre) {
   EXPECT_EQ(error(), Error::invalidRequest);
 }
 
+TEST_F(RecordingRecoveryChecks, SegmentsOfAnotherFolderThatALinkLeadsToAreMissing) {
+  segment({videoOf(700)});
+  std::filesystem::rename(at("segments"), directory / "elsewhere");
+  std::filesystem::create_directory_symlink(directory / "elsewhere", at("segments"));
+  const std::vector<std::string> spellings = {at("segments/segment-0000.mp4"),
+                                              session() + "//segments///segment-0000.mp4"};
+  for (const std::string& spelling : spellings) {
+    request.segmentPaths = {spelling};
+    EXPECT_EQ(error(), Error::invalidRequest) << spelling;
+    EXPECT_THAT(names(), IsEmpty());
+  }
+  std::filesystem::remove(at("segments"));
+  std::filesystem::rename(directory / "elsewhere", at("segments"));
+  for (const std::string& spelling : spellings) {
+    request.segmentPaths = {spelling};
+    EXPECT_EQ(error(), std::nullopt) << spelling;
+  }
+}
+
 TEST_F(RecordingRecoveryChecks, ASegmentThatIsNoWholeFileIsAFailedMerge) {
   writeSyntheticMovie(directory / "real.mp4", {videoOf(700)});
   const std::string path = at("segments/segment-0000.mp4");

@@ -56,6 +56,8 @@ class RecordingRecoveryFaults : public RecordingRecoveryTest {
     const bool isOfTemporary = event.path.ends_with(".tmp");
     if (event.path == session() && event.operation == FileOperation::info)
       return {"file failure"};
+    if (event.path == at("segments"))
+      return {"invalidRequest"};
     // Once a file is in place, whether its directory could be synced changes nothing.
     if (event.path == session() && event.operation == FileOperation::sync)
       return {"done"};

@@ -8,6 +8,7 @@
 #include "recording/RecordingMerger.hpp"
 #include "recording/RecordingSegmentStore.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <memory>
@@ -68,10 +69,13 @@ bool isThere(FileSystem& files, const std::string& path) {
   return inspected([&] { return exists(files, path); });
 }
 
-// A segment that cannot be looked at counts as missing.
-bool canBeSeen(FileSystem& files, const std::string& path) {
+// A segment that cannot be looked at counts as missing, and so do all where their directory is a link out of
+// the session's.
+bool areThere(FileSystem& files, const std::string& directory, const std::vector<std::string>& segments) {
   try {
-    return exists(files, path);
+    return isRealDirectory(files, directory) &&
+           std::all_of(segments.begin(), segments.end(),
+                       [&](const std::string& segment) { return exists(files, segment); });
   } catch (const FileFailure&) {
     return false;
   }
@@ -140,15 +144,15 @@ std::int64_t inspectAudio(FileSystem& files, const std::string& path, MediaTime 
 class Recovery {
  public:
   Recovery(FileSystem& files, AudioReencoder& reencoder, ValidatedRecordingRecoveryRequest request)
-      : files_(files), merger_(files, reencoder), request_(std::move(request)) {}
+      : files_(files), merger_(files, reencoder), request_(std::move(request)), paths_(request_.sessionPath) {
+  }
 
   RecordingRecoveryPayload run() {
     requireFiles();
     std::optional<InspectedVideo> share;
     if (isThere(files_, request_.outputPath))
       share = inspectVideo(files_, request_.outputPath);
-    removeStaleTemporaries(files_, request_.sessionPath,
-                           RecordingSessionPaths(request_.sessionPath).mergedOutputs());
+    removeStaleTemporaries(files_, request_.sessionPath, paths_.mergedOutputs());
     mergePictures();
     addScreen();
     if (request_.cameraOutputPath)
@@ -164,9 +168,8 @@ class Recovery {
   void requireFiles() {
     if (!isRealDirectory(files_, request_.sessionPath))
       fail(RecordingRecoveryError::invalidRequest);
-    for (const std::string& segment : request_.segmentPaths)
-      if (!canBeSeen(files_, segment))
-        fail(RecordingRecoveryError::invalidRequest);
+    if (!areThere(files_, paths_.segmentsDirectory, request_.segmentPaths))
+      fail(RecordingRecoveryError::invalidRequest);
   }
 
   void mergePictures() {
@@ -247,6 +250,7 @@ class Recovery {
   FileSystem& files_;
   const RecordingMerger merger_;
   const ValidatedRecordingRecoveryRequest request_;
+  const RecordingSessionPaths paths_;
   InspectedVideo screen_;
   std::vector<std::string> audioPaths_;
   RecordingRecoveryPayload payload_;
