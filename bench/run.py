@@ -2,14 +2,15 @@
 """Measures the program against peers on this machine.
 
 Usage: run.py BUILD-FOLDER [name...]   names: stills, recording, still-screen, stop, session, loaded, trace, index,
-worker, voice; stop-long and session-long, which record for ten minutes; kills, which kills two hundred recordings; servers,
-in which the servers of recordings die; worker-long, with ten thousand requests. Default all but the last five. Prints
-a line a figure: a ratio or a share, its bound, and whether it holds.
+worker, voice, export, waveform, cut; stop-long and session-long, which record for ten minutes; kills, which kills two
+hundred recordings; servers, in which the servers of recordings die; worker-long, with ten thousand requests. Default
+all but the last five. Prints a line a figure: a ratio or a share, its bound, and whether it holds.
 Exits with 1 when a bound is missed.
 """
 import pathlib
 import sys
 
+import editing
 import kills
 import recording
 import servers
@@ -31,6 +32,9 @@ benches = {
     "index": tracing.run_index,
     "worker": worker.run,
     "voice": voice.run,
+    "export": editing.run,
+    "waveform": editing.run_sound,
+    "cut": editing.run_cut,
     "worker-long": worker.run_endurance,
     "stop-long": lambda build, report: recording.run_stop(build, report, seconds=600),
     "session-long": lambda build, report: session.run(build, report, seconds=600),

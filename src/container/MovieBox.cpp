@@ -73,6 +73,27 @@ std::optional<Edit> readEditList(ByteCursor cursor) {
   return media;
 }
 
+// Media in another file would have to be looked for there, wherever the index points.
+void requireMediaInThisFile(const BoxList& information) {
+  constexpr std::uint32_t inThisFile = 1;
+  const Box* const data = information.find(fourCC("dinf"));
+  if (data == nullptr)
+    return;
+  const BoxList list(data->content);
+  const Box* const references = list.find(fourCC("dref"));
+  if (references == nullptr)
+    return;
+  ByteCursor cursor(references->content);
+  readVersionAndFlags(cursor, 1);
+  cursor.skip(4);
+  const BoxList entries(cursor.take(cursor.remaining()));
+  for (const Box& entry : entries.all()) {
+    ByteCursor content(entry.content);
+    if ((content.u32() & inThisFile) == 0)
+      throw ContainerFailure(ContainerError::unsupported);
+  }
+}
+
 TrackIndex readTrack(std::span<const std::byte> content, SampleBudget& budget) {
   const BoxList boxes(content);
   TrackIndex index;
@@ -87,6 +108,8 @@ TrackIndex readTrack(std::span<const std::byte> content, SampleBudget& budget) {
   track.timescale = readHeaderTimescale(media.requireContent(fourCC("mdhd")));
   track.kind = readHandler(media.requireContent(fourCC("hdlr")));
   const BoxList information(media.require(fourCC("minf")).content);
+  if (track.kind != TrackKind::other)
+    requireMediaInThisFile(information);
   const BoxList table(information.require(fourCC("stbl")).content);
   track.descriptions = readDescriptions(table.require(fourCC("stsd")).content, track.kind);
   readSampleTable(table, index, budget);

@@ -1,5 +1,7 @@
 #include "MovieTesting.hpp"
 
+#include "container/MovieJoin.hpp"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -78,6 +80,64 @@ TEST_F(MovieAssets, RefusesWhatIsNoMovie) {
   const auto tornEnd = rig.directory().write("torn-end.mp4", front.substr(0, front.size() - 100));
   for (const std::string& path : {text, empty, list, concat, torn, tornEnd, rig.path("absent.mp4")})
     EXPECT_EQ(editingFailureOf([&] { rig.assets.asset(path); }), MovieEditingError::unreadable) << path;
+}
+
+TEST_F(MovieAssets, TakesAFileThatIsMadeOfFragmentsOnlyWhole) {
+  rig.paint("f.mp4", 60, 30, std::string(h264) + " -g 10 -movflags +frag_keyframe+empty_moov");
+  const std::string whole = rig.directory().read("f.mp4");
+  const MediaAsset asset = rig.assets.asset(rig.path("f.mp4"));
+  EXPECT_TRUE(asset.isComposable);
+  EXPECT_EQ(asset.duration, MediaTime(2, 1));
+  EXPECT_EQ(frameCounter::read(rig.assets.picture(rig.path("f.mp4"), MediaTime(59, 30)).view), 59U);
+  const auto torn = rig.directory().write("torn.mp4", whole.substr(0, whole.size() * 3 / 4));
+  EXPECT_EQ(editingFailureOf([&] { rig.assets.asset(torn); }), MovieEditingError::unreadable);
+}
+
+// An index whose media lie in another file, which it names.
+TEST_F(MovieAssets, FollowsNoReferenceToAnotherFile) {
+  rig.paint("a.mp4", 10, 30, h264);
+  std::string bytes = rig.directory().read("a.mp4");
+  const std::size_t reference = bytes.find("url ");
+  ASSERT_NE(reference, std::string::npos);
+  ASSERT_EQ(bytes.substr(reference + 4, 4), std::string("\0\0\0\1", 4));
+  bytes[reference + 7] = 0;
+  const auto elsewhere = rig.directory().write("elsewhere.mp4", bytes);
+  EXPECT_FALSE(rig.assets.asset(elsewhere).isComposable);
+  EXPECT_EQ(editingFailureOf([&] { rig.assets.picture(elsewhere, MediaTime::zero()); }),
+            MovieEditingError::notComposable);
+}
+
+// Segments that were coded differently, one behind the other in one track.
+TEST_F(MovieAssets, ShowsThePicturesOfATrackWithSeveralDescriptions) {
+  const std::vector<std::string> parts{
+      rig.paint("1.mp4", 30, 30, std::string(h264) + " -g 10 -bf 0"),
+      rig.paint("2.mp4", 30, 30, "-c:v libx264 -preset fast -pix_fmt yuv420p -profile:v main -bf 0"),
+      rig.paint("3.mp4", 30, 30, std::string(h264) + " -g 10 -bf 0")};
+  std::vector<std::unique_ptr<OpenFile>> files;
+  std::vector<container::Movie> movies;
+  movies.reserve(parts.size());
+  container::JoinTrack track;
+  for (const std::string& part : parts) {
+    files.push_back(machineFileSystem().open(part, OpenMode::read));
+    movies.push_back(container::readMovie(*files.back()));
+    const container::Track& source = movies.back().tracks.at(0);
+    track.pieces.push_back(
+        {files.back().get(), &source, MediaTime(std::ssize(movies) - 1, 1), source.duration});
+  }
+  const auto joined = machineFileSystem().open(rig.path("joined.mp4"), OpenMode::createExclusive);
+  container::writeJoinedMovie(*joined, {track}, "mp42");
+  ASSERT_EQ(rig.assets.asset(rig.path("joined.mp4")).videoTracks.at(0).subtypes.size(), 2U);
+  MovieExport movie;
+  movie.composition = compositionOf(rig.path("joined.mp4"), {{0, 3000, 1}, {1500, 2500, 1}});
+  movie.frameDuration = MediaTime(1, 30);
+  movie.outputPath = rig.path("out.mp4");
+  ASSERT_EQ(rig.run(movie), std::nullopt);
+  std::vector<std::int64_t> expected;
+  for (int i = 0; i < 90; ++i)
+    expected.push_back(i % 30);
+  for (int i = 45; i < 75; ++i)
+    expected.push_back(i % 30);
+  EXPECT_EQ(numbersIn(movie.outputPath), expected);
 }
 
 TEST_F(MovieAssets, TakesTracksThatItCannotDecodeForNotComposable) {

@@ -10,7 +10,11 @@ namespace {
 
 container::Movie indexOf(const OpenFile& file) {
   try {
-    return container::readMovie(file);
+    container::Movie movie = container::readMovie(file);
+    // What a fragment more would have told nobody knows.
+    if (movie.isFragmented && movie.usableBytes != static_cast<std::uint64_t>(file.info().sizeBytes))
+      throw MovieEditingFailure(MovieEditingError::unreadable);
+    return movie;
   } catch (const container::ContainerFailure& failure) {
     throw MovieEditingFailure(failure.error() == container::ContainerError::unsupported
                                   ? MovieEditingError::notComposable
