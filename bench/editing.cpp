@@ -10,7 +10,9 @@
 // Edits by the module alone, for a benchmark to time:
 //   MODULES export SOURCE OUTPUT MS RATE FPS TRACKS   the first so many milliseconds at a rate
 //   MODULES paint SOURCE OUTPUT MS FPS                the same at its own rate, through a compositor that
-//   copies MODULES sound SOURCE TRACKS                       all tracks decoded, each on a thread of its own
+//   copies
+//   MODULES cut SOURCE OUTPUT TRACKS START END...     stretches in milliseconds, copied
+//   MODULES sound SOURCE TRACKS                       all tracks decoded, each on a thread of its own
 namespace tessarin {
 namespace {
 
@@ -39,6 +41,26 @@ MovieExport exportOf(char** arguments, double rate, std::int32_t framesPerSecond
   return movie;
 }
 
+MovieExport cutOf(int count, char** arguments) {
+  MovieExport movie;
+  movie.composition.sourcePath = arguments[3];
+  movie.outputPath = arguments[4];
+  std::int64_t cursor = 0;
+  for (int i = 6; i + 1 < count; i += 2) {
+    const std::int64_t start = std::atoll(arguments[i]);
+    const MediaTime length = MediaTime::milliseconds(std::atoll(arguments[i + 1]) - start);
+    movie.composition.segments.push_back(
+        {{MediaTime::milliseconds(start), length}, {MediaTime::milliseconds(cursor), length}});
+    cursor += length.value();
+  }
+  for (int i = 0; i < std::atoi(arguments[5]); ++i)
+    movie.composition.audioLanes.push_back(
+        {static_cast<std::size_t>(i), std::vector<float>(movie.composition.segments.size(), 1.0F)});
+  movie.isPassthrough = true;
+  movie.frameDuration = MediaTime(1, 60);
+  return movie;
+}
+
 int run(int count, char** arguments) {
   ModuleLoader loader({arguments[1]}, [](const std::string& line) { std::cerr << line << '\n'; });
   ModuleMovieExporter exporter(loader, machineFileSystem());
@@ -55,6 +77,8 @@ int run(int count, char** arguments) {
     movie.composited = CompositedVideo{static_cast<std::int32_t>(video.naturalWidth),
                                        static_cast<std::int32_t>(video.naturalHeight), std::nullopt, &copier};
     exporter.run(movie, [](int) {}, {});
+  } else if (job == "cut" && count >= 8 && count % 2 == 0) {
+    exporter.run(cutOf(count, arguments), [](int) {}, {});
   } else if (job == "sound" && count == 5) {
     std::vector<std::jthread> threads;
     for (int track = 0; track < std::atoi(arguments[4]); ++track)

@@ -61,7 +61,7 @@ def compare(report, name, ours, theirs, frames, rounds=3):
     report.line(f"{name}, resident", megabytes, 350, unit=" MB")
 
 
-def run(build, report, seconds=20):
+def run(build, report, seconds=10):
     tool = [str(build / "bench/tessarin-bench-editing"), str(build / "modules")]
     with scratch() as folder:
         source, ours, theirs = (f"{folder}/{name}.mp4" for name in ("source", "ours", "theirs"))
@@ -95,3 +95,48 @@ def run_sound(build, report, seconds=3600):
         wall = statistics.median(walls)
         report.line("sound of two tracks decoded, times real time", seconds / wall, ">=200",
                     f"{wall:.1f} s for {seconds} s")
+
+
+def make_recording(path, folder, seconds):
+    """As the recorder codes it: the same parameter sets, a key each second."""
+    part = f"{folder}/part.mp4"
+    subprocess.run(
+        [*ffmpeg, "-f", "lavfi", "-i", "testsrc2=s=1920x1080:r=60:d=20",
+         "-f", "lavfi", "-i", "aevalsrc=0.3*sin(660*t)|0.3*sin(880*t):s=48000:d=20",
+         "-f", "lavfi", "-i", "anoisesrc=a=0.1:r=48000:d=20", "-map", "0", "-map", "1", "-map", "2",
+         "-c:v", "libx264", "-preset", "veryfast", "-b:v", "12.8M", "-pix_fmt", "yuv420p", "-g", "60",
+         "-color_primaries", "bt709", "-color_trc", "bt709", "-colorspace", "bt709", "-color_range", "tv",
+         "-chroma_sample_location", "center",
+         "-x264-params", "me=hex:subme=2:cabac=1:8x8dct=1:deblock=0,0:trellis=0:ref=1:bframes=0:weightp=0:"
+         "scenecut=0:open-gop=0:keyint=60:slices=1:sliced-threads=0", *sound_coding, part], check=True)
+    subprocess.run([*ffmpeg, "-stream_loop", str(seconds // 20 - 1), "-i", part, "-map", "0", "-c", "copy", path],
+                   check=True)
+    os.unlink(part)
+
+
+def run_cut(build, report, seconds=600):
+    """Three stretches of a long film, none of which begins at a key, against a copy by ffmpeg, which is not exact, and
+    against coding all of it anew."""
+    tool = [str(build / "bench/tessarin-bench-editing"), str(build / "modules")]
+    with scratch() as folder:
+        source, ours, theirs, stretches = (f"{folder}/{name}" for name in ("source.mp4", "ours.mp4", "theirs.mp4",
+                                                                           "stretches.txt"))
+        make_recording(source, folder, seconds)
+        third = seconds * 1000 // 3
+        cuts = [(i * third + 517, (i + 1) * third - 700) for i in range(3)]
+        with open(stretches, "w", encoding="ascii") as file:
+            for start, end in cuts:
+                file.write(f"file '{source}'\ninpoint {start / 1000}\noutpoint {end / 1000}\n")
+        bounds = [str(bound) for cut in cuts for bound in cut]
+        wall, processor, megabytes = medians(
+            3, ([*tool, "cut", source, ours, "2", *bounds], ours),
+            ([*ffmpeg, "-f", "concat", "-safe", "0", "-i", stretches, "-map", "0", "-c", "copy", theirs], theirs))
+        report.line("cut of ten minutes, 1080p60 / copy by ffmpeg", wall[0] / wall[1], 3.0,
+                    f"{wall[0]:.2f} against {wall[1]:.2f} s for {os.path.getsize(source) / 1e6:.0f} MB, processor "
+                    f"{processor[0]:.2f} against {processor[1]:.2f} s")
+        report.line("cut, resident", megabytes, 350, unit=" MB")
+        # Of a twentieth of the film, which takes as long for each second as the whole.
+        part = seconds // 20
+        os.unlink(ours)
+        whole = Run([*tool, "export", source, ours, str(part * 1000), "1", "60", "2"]).wall * 20
+        report.line("cut of ten minutes / coding it anew", wall[0] / whole, 0.02, f"{whole:.0f} s to code it anew")
