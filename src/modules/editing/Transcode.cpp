@@ -66,7 +66,7 @@ template<class Task> auto Transcode::guarded(Task task) {
 
 void Transcode::run(OpenFile& output, const std::function<void(int permille)>& progress,
                     std::stop_token stop) {
-  const std::stop_callback onStop(stop, [&] {
+  const std::stop_callback onStop(std::move(stop), [&] {
     workflow_.fail(std::make_exception_ptr(MovieEditingFailure(MovieEditingError::cancelled)));
   });
   {
