@@ -119,9 +119,17 @@ std::vector<double> evenly(int pictures, double rate) {
   return starts;
 }
 
-std::vector<Shown> expectedOf(const std::vector<Cut>& cuts, const std::vector<double>& starts) {
+std::vector<Shown> expectedOf(const std::vector<Cut>& all, const std::vector<double>& starts) {
   constexpr double exact = 1e-6;
   std::vector<Shown> shown;
+  std::vector<Cut> cuts;
+  for (const Cut& cut : all) {
+    // Where one goes on with the other nothing is cut.
+    if (!cuts.empty() && cuts.back().end == cut.start)
+      cuts.back().end = cut.end;
+    else
+      cuts.push_back(cut);
+  }
   std::int64_t cursor = 0;
   for (const Cut& cut : cuts) {
     for (std::size_t i = 0; i < starts.size(); ++i) {

@@ -30,7 +30,7 @@ std::vector<Shown> shownIn(const std::string& path, std::int32_t width = painted
 
 // What cuts of a recording should show; pictures last until the next one comes. `starts` are the times in
 // milliseconds at which the source's pictures come on show, exact ones.
-std::vector<Shown> expectedOf(const std::vector<Cut>& cuts, const std::vector<double>& starts);
+std::vector<Shown> expectedOf(const std::vector<Cut>& all, const std::vector<double>& starts);
 
 // The times at which pictures at an even rate come on show.
 std::vector<double> evenly(int pictures, double rate);
