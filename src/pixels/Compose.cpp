@@ -3,6 +3,8 @@
 #include "pixels/Kernels.hpp"
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstring>
 
 namespace tessarin::pixels {
@@ -10,6 +12,12 @@ namespace tessarin::pixels {
 namespace {
 
 constexpr std::ptrdiff_t pixelBytes = 4;
+constexpr std::int64_t weightsAtOnce = 512;
+
+// Rounded to nearest.
+std::uint8_t weightOf(std::uint8_t share, unsigned opacity) {
+  return static_cast<std::uint8_t>((share * opacity * 2 + 255) / 510);
+}
 
 // Where a picture at (x, y) lies on a target, in the target's coordinates; 64 bits, as positions are
 // arbitrary.
@@ -49,6 +57,35 @@ void blendOver(const PictureView& source, const Canvas& target, std::int32_t x, 
   forEachRow(source, target, x, y, [&](const std::uint8_t* from, std::uint8_t* to, std::size_t pixels) {
     kernels().blendRow(from, to, pixels, keepsFourth);
   });
+}
+
+void blendOver(const PictureView& source, const Canvas& target, std::int32_t x, std::int32_t y,
+               const LayerWeight& weight) {
+  const auto opacity = static_cast<unsigned>(std::lround(std::clamp(weight.opacity, 0.0, 1.0) * 255));
+  const bool keepsFourth = target.format == PixelFormat::bgrx8;
+  const bool isOpaque = source.format == PixelFormat::bgrx8;
+  const Overlap overlap = overlapOf(source, target, x, y);
+  if (overlap.isEmpty() || opacity == 0)
+    return;
+  std::array<std::uint8_t, weightsAtOnce> weights;
+  weights.fill(static_cast<std::uint8_t>(opacity));
+  for (std::int64_t line = overlap.top; line < overlap.bottom; ++line)
+    for (std::int64_t column = overlap.left; column < overlap.right; column += weightsAtOnce) {
+      const auto pixels =
+          static_cast<std::size_t>(std::min<std::int64_t>(overlap.right - column, weightsAtOnce));
+      const std::uint8_t* shares = weights.data();
+      if (weight.mask != nullptr) {
+        shares = weight.mask->row(static_cast<std::int32_t>(line - y)) + (column - x);
+        if (opacity < 255) {
+          std::transform(shares, shares + pixels, weights.begin(),
+                         [&](std::uint8_t share) { return weightOf(share, opacity); });
+          shares = weights.data();
+        }
+      }
+      kernels().blendMaskedRow(source.data + (line - y) * source.stride + (column - x) * pixelBytes, shares,
+                               target.data + line * target.stride + column * pixelBytes, pixels, isOpaque,
+                               keepsFourth);
+    }
 }
 
 void extendEdges(const Canvas& canvas, const Borders& borders) {

@@ -68,6 +68,45 @@ TEST(Compose, blendsColorAboveItsAlphaToWhiteAtMost) {
   EXPECT_EQ(target.pixel(0, 0)[0], 255);
 }
 
+TEST(Compose, weighsLayersByMaskAndOpacity) {
+  const Mask mask(600, 4, RoundedRect{0.5, 0.25, 599, 3.5, 1.5}); // wider than what is weighed at once
+  for (const PixelFormat format : {PixelFormat::bgrx8, PixelFormat::bgra8Premultiplied})
+    for (const Mask* shape : {static_cast<const Mask*>(nullptr), &mask})
+      for (const double opacity : {-1.0, 0.0, 0.3, 1.0, 7.0})
+        for (const Position at : {Position{0, 0}, {-3, -1}, {40, 2}, {700, 0}}) {
+          TestPicture layer(600, 4, 1, 4, 23);
+          TestPicture target(590, 6, 3, 8, 24);
+          const TestPicture before = target;
+          PictureView view = layer.view();
+          view.format = format;
+          blendOver(view, target.canvas(), at.x, at.y, {shape, opacity});
+          for (int y = 0; y < 6; ++y)
+            for (int x = 0; x < 590; ++x) {
+              const int column = x - at.x;
+              const int line = y - at.y;
+              const bool isInside = column >= 0 && column < 600 && line >= 0 && line < 4;
+              const long step = std::lround(std::clamp(opacity, 0.0, 1.0) * 255);
+              const int share = isInside && shape != nullptr ? shape->row(line)[column] : 255;
+              const double weight =
+                  isInside ? static_cast<double>(std::lround(share * step / 255.0)) / 255 : 0;
+              const auto weighed = [&](int channel) {
+                if (!isInside)
+                  return 0L;
+                const bool isSolid = channel == 3 && format == PixelFormat::bgrx8;
+                return std::lround((isSolid ? 255 : layer.pixel(column, line)[channel]) * weight);
+              };
+              for (int channel = 0; channel < 3; ++channel) {
+                const long below = before.pixel(x, y)[channel];
+                const long over =
+                    weighed(channel) + std::lround(static_cast<double>(below * (255 - weighed(3))) / 255.0);
+                ASSERT_EQ(target.pixel(x, y)[channel], std::min(over, 255L))
+                    << opacity << " at " << x << "," << y;
+              }
+              ASSERT_EQ(target.pixel(x, y)[3], before.pixel(x, y)[3]);
+            }
+        }
+}
+
 TEST(Compose, copiesAndClipsAtEveryEdge) {
   for (const Position at : positions) {
     const TestPicture source(5, 4, 1, 4, 21);

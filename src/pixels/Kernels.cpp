@@ -29,8 +29,49 @@ void maskRow(std::uint8_t* row, const std::uint8_t* weights, const std::uint8_t*
   maskPixelsPlain(row, weights, whites, 0, pixels, isOpaque);
 }
 
+void blendMaskedRow(const std::uint8_t* source, const std::uint8_t* weights, std::uint8_t* target,
+                    std::size_t pixels, bool isOpaque, bool keepsFourth) {
+  blendMaskedPixelsPlain(source, weights, target, 0, pixels, isOpaque, keepsFourth);
+}
+
+void combineWords(const std::int16_t* const* rows, const std::int16_t* weights, std::size_t count,
+                  std::size_t words, std::int16_t* combined) {
+  combineWordsPlain(rows, weights, count, 0, words, combined);
+}
+
+void combineWordsToBytes(const std::int16_t* const* rows, const std::int16_t* weights, std::size_t count,
+                         std::size_t words, std::uint8_t* target) {
+  combineWordsToBytesPlain(rows, weights, count, 0, words, target);
+}
+
+void resampleWords(const std::int16_t* combined, const ScaleTaps& taps, std::int16_t* target) {
+  resampleWordsPlain(combined, taps, 0, taps.first.size(), target);
+}
+
+void gradientRow(const GradientLine& line, std::size_t pixels, std::uint8_t* target) {
+  gradientPixelsPlain(line, 0, pixels, target);
+}
+
+void reverseRow(const std::uint8_t* source, std::size_t pixels, std::uint8_t* target) {
+  reversePixelsPlain(source, 0, pixels, target);
+}
+
 std::vector<Kernels> findKernels() {
-  std::vector<Kernels> found{{"plain", convertRowsPlain, combineRows, resampleRow, blendRow, maskRow}};
+  std::vector<Kernels> found{{.name = "plain",
+                              .convertRows = convertRowsPlain,
+                              .combineRows = combineRows,
+                              .resampleRow = resampleRow,
+                              .blendRow = blendRow,
+                              .maskRow = maskRow,
+                              .blendMaskedRow = blendMaskedRow,
+                              .combineWords = combineWords,
+                              .combineWordsToBytes = combineWordsToBytes,
+                              .resampleWords = resampleWords,
+                              .addRow = addRowPlain,
+                              .sampleRow = sampleRowPlain,
+                              .gradientRow = gradientRow,
+                              .transpose = transposePlain,
+                              .reverseRow = reverseRow}};
 #if defined(__x86_64__)
   found.push_back(sse2Kernels);
   if (__builtin_cpu_supports("avx2"))

@@ -1,6 +1,6 @@
 #if defined(__x86_64__)
 
-#include "pixels/KernelsVector.hpp"
+#include "pixels/KernelsLayers.hpp"
 
 #include <immintrin.h>
 
@@ -39,6 +39,12 @@ struct Avx2 {
   static Type shiftRight32(Type a, int bits) { return _mm256_srai_epi32(a, bits); }
   static Type interleaveLow8(Type a, Type b) { return _mm256_unpacklo_epi8(a, b); }
   static Type interleaveHigh8(Type a, Type b) { return _mm256_unpackhi_epi8(a, b); }
+  static Type interleaveLow16(Type a, Type b) { return _mm256_unpacklo_epi16(a, b); }
+  static Type interleaveHigh16(Type a, Type b) { return _mm256_unpackhi_epi16(a, b); }
+  static Type packInts(Type low, Type high) { return _mm256_packs_epi32(low, high); }
+  static Type loadWords(const std::int16_t* from) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
+  }
   static Type evenLanes(Type a, Type b) {
     return _mm256_castps_si256(_mm256_shuffle_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), 0x88));
   }
@@ -48,6 +54,12 @@ struct Avx2 {
 
   static void store(Type value, std::uint8_t* to) {
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), value);
+  }
+  static void storeWords(Type words, std::int16_t* to) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), words);
+  }
+  static void storeBytes(Type low, Type high, std::uint8_t* to) {
+    store(_mm256_permute4x64_epi64(_mm256_packus_epi16(low, high), 0xD8), to);
   }
   static void storeBytes(const Type (&values)[4], std::uint8_t* to) {
     const Type packed = _mm256_packus_epi16(_mm256_packs_epi32(values[0], values[1]),
@@ -113,8 +125,21 @@ void resampleRow(const std::int16_t* combined, const ScaleTaps& taps, std::uint8
 } // namespace
 
 extern const Kernels avx2Kernels;
-const Kernels avx2Kernels{"avx2",      convertRowsVector<Avx2>, combineRowsVector<Avx2>,
-                          resampleRow, blendRowVector<Avx2>,    maskRowVector<Avx2>};
+const Kernels avx2Kernels{.name = "avx2",
+                          .convertRows = convertRowsVector<Avx2>,
+                          .combineRows = combineRowsVector<Avx2>,
+                          .resampleRow = resampleRow,
+                          .blendRow = blendRowVector<Avx2>,
+                          .maskRow = maskRowVector<Avx2>,
+                          .blendMaskedRow = blendMaskedRowVector<Avx2>,
+                          .combineWords = combineWordsVector<Avx2>,
+                          .combineWordsToBytes = combineWordsToBytesVector<Avx2>,
+                          .resampleWords = resampleWordsVector,
+                          .addRow = addRowPlain,
+                          .sampleRow = sampleRowVector,
+                          .gradientRow = gradientRowVector,
+                          .transpose = transposeVector,
+                          .reverseRow = reverseRowVector};
 
 } // namespace tessarin::pixels
 

@@ -2,6 +2,8 @@
 
 #include "pixels/Kernels.hpp"
 
+#include <cstring>
+
 // What the versions of the kernels have in common. Plain arithmetic only: this header is compiled with
 // different processor options, so nothing here may have external linkage.
 namespace tessarin::pixels {
@@ -105,6 +107,155 @@ inline void maskPixelsPlain(std::uint8_t* row, const std::uint8_t* weights, cons
     for (int channel = 0; channel < 4; ++channel)
       pixel[channel] = static_cast<std::uint8_t>(dividedBy255(pixel[channel] * weights[x]) + whites[x]);
   }
+}
+
+inline void blendMaskedPixelsPlain(const std::uint8_t* source, const std::uint8_t* weights,
+                                   std::uint8_t* target, std::size_t from, std::size_t pixels, bool isOpaque,
+                                   bool keepsFourth) {
+  constexpr std::uint8_t noWhite = 0;
+  for (std::size_t x = from; x < pixels; ++x) {
+    std::uint8_t weighed[4];
+    std::memcpy(weighed, source + x * 4, sizeof weighed);
+    maskPixelsPlain(weighed, weights + x, &noWhite, 0, 1, isOpaque);
+    blendPixelsPlain(weighed, target + x * 4, 0, 1, keepsFourth);
+  }
+}
+
+constexpr int wordsBias = 1 << (weightBits - 1);
+
+inline int weighedWords(const std::int16_t* const* rows, const std::int16_t* weights, std::size_t count,
+                        std::size_t x) {
+  int sum = 0;
+  for (std::size_t row = 0; row < count; ++row)
+    sum += rows[row][x] * weights[row];
+  return sum;
+}
+
+inline void combineWordsPlain(const std::int16_t* const* rows, const std::int16_t* weights, std::size_t count,
+                              std::size_t from, std::size_t words, std::int16_t* combined) {
+  for (std::size_t x = from; x < words; ++x)
+    combined[x] =
+        static_cast<std::int16_t>((weighedWords(rows, weights, count, x) + wordsBias) >> weightBits);
+}
+
+inline void combineWordsToBytesPlain(const std::int16_t* const* rows, const std::int16_t* weights,
+                                     std::size_t count, std::size_t from, std::size_t words,
+                                     std::uint8_t* target) {
+  for (std::size_t x = from; x < words; ++x)
+    target[x] =
+        static_cast<std::uint8_t>((weighedWords(rows, weights, count, x) + resampleBias) >> resampleShift);
+}
+
+inline void resampleWordsPlain(const std::int16_t* combined, const ScaleTaps& taps, std::size_t from,
+                               std::size_t to, std::int16_t* target) {
+  const std::int32_t* first = taps.first.data();
+  for (std::size_t x = from; x < to; ++x) {
+    const std::int16_t* weights = taps.weights.data() + x * static_cast<std::size_t>(taps.taps);
+    const std::int16_t* source = combined + static_cast<std::ptrdiff_t>(first[x]) * 4;
+    for (int channel = 0; channel < 4; ++channel) {
+      int sum = wordsBias;
+      for (int tap = 0; tap < taps.taps; ++tap)
+        sum += source[tap * 4 + channel] * weights[tap];
+      target[x * 4 + static_cast<std::size_t>(channel)] = static_cast<std::int16_t>(sum >> weightBits);
+    }
+  }
+}
+
+// Vectorised by the compiler, for each processor's options.
+inline void addRowPlain(const std::uint8_t* row, std::size_t bytes, std::uint32_t* sums) {
+  for (std::size_t i = 0; i < bytes; ++i)
+    sums[i] += row[i];
+}
+
+// The library's own templates have external linkage.
+template<class T> constexpr T lesser(T a, T b) {
+  return b < a ? b : a;
+}
+template<class T> constexpr T greater(T a, T b) {
+  return a < b ? b : a;
+}
+
+constexpr std::uint32_t opaqueBits = 0xFF000000U;
+
+inline std::uint32_t pixelOf(const SampledLine& line, std::int64_t x, std::int64_t y) {
+  if (line.isClamped) {
+    x = greater<std::int64_t>(lesser<std::int64_t>(x, line.width - 1), 0);
+    y = greater<std::int64_t>(lesser<std::int64_t>(y, line.height - 1), 0);
+  } else if (x < 0 || y < 0 || x >= line.width || y >= line.height) {
+    return 0;
+  }
+  std::uint32_t pixel = 0;
+  std::memcpy(&pixel, line.source + y * line.stride + x * 4, sizeof pixel);
+  return line.isOpaque ? pixel | opaqueBits : pixel;
+}
+
+constexpr int placeBits = 11; // of the place between two pixels
+constexpr int placeOne = 1 << placeBits;
+constexpr int acrossShift = placeBits - rowBits;
+constexpr int acrossBias = 1 << (acrossShift - 1);
+constexpr int alongShift = placeBits + rowBits;
+constexpr int alongBias = 1 << (alongShift - 1);
+
+// The four pixels of a target pixel, and its place between them.
+struct Sample {
+  std::uint32_t upperLeft, upperRight, lowerLeft, lowerRight;
+  int across, along;
+
+  Sample(const SampledLine& line, std::size_t index) {
+    constexpr std::int64_t half = std::int64_t{1} << (31 - placeBits);
+    const std::int64_t atX = line.x + line.stepX * static_cast<std::int64_t>(index) + half;
+    const std::int64_t atY = line.y + line.stepY * static_cast<std::int64_t>(index) + half;
+    const std::int64_t left = atX >> 32;
+    const std::int64_t top = atY >> 32;
+    across = static_cast<int>(atX >> (32 - placeBits)) & (placeOne - 1);
+    along = static_cast<int>(atY >> (32 - placeBits)) & (placeOne - 1);
+    upperLeft = pixelOf(line, left, top);
+    upperRight = pixelOf(line, left + 1, top);
+    lowerLeft = pixelOf(line, left, top + 1);
+    lowerRight = pixelOf(line, left + 1, top + 1);
+  }
+};
+
+inline void sampleRowPlain(const SampledLine& line, std::size_t pixels, std::uint8_t* target) {
+  for (std::size_t i = 0; i < pixels; ++i) {
+    const Sample sample(line, i);
+    const auto mixed = [&](std::uint32_t left, std::uint32_t right, int shift) {
+      return (static_cast<int>(left >> shift & 255) * (placeOne - sample.across) +
+              static_cast<int>(right >> shift & 255) * sample.across + acrossBias) >>
+             acrossShift;
+    };
+    for (int channel = 0; channel < 4; ++channel)
+      target[i * 4 + static_cast<std::size_t>(channel)] = static_cast<std::uint8_t>(
+          (mixed(sample.upperLeft, sample.upperRight, channel * 8) * (placeOne - sample.along) +
+           mixed(sample.lowerLeft, sample.lowerRight, channel * 8) * sample.along + alongBias) >>
+          alongShift);
+  }
+}
+
+inline void gradientPixelsPlain(const GradientLine& line, std::size_t from, std::size_t pixels,
+                                std::uint8_t* target) {
+  for (std::size_t x = from; x < pixels; ++x)
+    for (std::size_t channel = 0; channel < 4; ++channel) {
+      const float place = static_cast<float>(static_cast<std::int32_t>(x));
+      const float value = lesser(greater(line.start[channel] + line.step[channel] * place, line.low[channel]),
+                                 line.high[channel]);
+      target[x * 4 + channel] =
+          static_cast<std::uint8_t>(static_cast<std::int32_t>(value + line.thresholds[x % 8]));
+    }
+}
+
+inline void transposePlain(const std::uint8_t* source, std::ptrdiff_t sourceStride, std::size_t width,
+                           std::size_t height, std::uint8_t* target, std::ptrdiff_t targetStride) {
+  for (std::size_t y = 0; y < height; ++y)
+    for (std::size_t x = 0; x < width; ++x)
+      std::memcpy(target + static_cast<std::ptrdiff_t>(x) * targetStride + y * 4,
+                  source + static_cast<std::ptrdiff_t>(y) * sourceStride + x * 4, 4);
+}
+
+inline void reversePixelsPlain(const std::uint8_t* source, std::size_t from, std::size_t pixels,
+                               std::uint8_t* target) {
+  for (std::size_t x = from; x < pixels; ++x)
+    std::memcpy(target + x * 4, source + (pixels - 1 - x) * 4, 4);
 }
 
 // NOLINTEND(misc-definitions-in-headers)

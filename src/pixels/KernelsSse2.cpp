@@ -1,6 +1,6 @@
 #if defined(__x86_64__)
 
-#include "pixels/KernelsVector.hpp"
+#include "pixels/KernelsLayers.hpp"
 
 #include <cstring>
 
@@ -40,6 +40,12 @@ struct Sse2 {
   static Type shiftRight32(Type a, int bits) { return _mm_srai_epi32(a, bits); }
   static Type interleaveLow8(Type a, Type b) { return _mm_unpacklo_epi8(a, b); }
   static Type interleaveHigh8(Type a, Type b) { return _mm_unpackhi_epi8(a, b); }
+  static Type interleaveLow16(Type a, Type b) { return _mm_unpacklo_epi16(a, b); }
+  static Type interleaveHigh16(Type a, Type b) { return _mm_unpackhi_epi16(a, b); }
+  static Type packInts(Type low, Type high) { return _mm_packs_epi32(low, high); }
+  static Type loadWords(const std::int16_t* from) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+  }
   static Type evenLanes(Type a, Type b) {
     return _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b), 0x88));
   }
@@ -48,6 +54,10 @@ struct Sse2 {
   }
 
   static void store(Type value, std::uint8_t* to) { _mm_storeu_si128(reinterpret_cast<__m128i*>(to), value); }
+  static void storeWords(Type words, std::int16_t* to) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), words);
+  }
+  static void storeBytes(Type low, Type high, std::uint8_t* to) { store(_mm_packus_epi16(low, high), to); }
   static void storeBytes(const Type (&values)[4], std::uint8_t* to) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm_packus_epi16(_mm_packs_epi32(values[0], values[1]),
                                                                       _mm_packs_epi32(values[2], values[3])));
@@ -67,12 +77,21 @@ struct Sse2 {
 } // namespace
 
 extern const Kernels sse2Kernels;
-const Kernels sse2Kernels{"sse2",
-                          convertRowsVector<Sse2>,
-                          combineRowsVector<Sse2>,
-                          resampleRowVector,
-                          blendRowVector<Sse2>,
-                          maskRowVector<Sse2>};
+const Kernels sse2Kernels{.name = "sse2",
+                          .convertRows = convertRowsVector<Sse2>,
+                          .combineRows = combineRowsVector<Sse2>,
+                          .resampleRow = resampleRowVector,
+                          .blendRow = blendRowVector<Sse2>,
+                          .maskRow = maskRowVector<Sse2>,
+                          .blendMaskedRow = blendMaskedRowVector<Sse2>,
+                          .combineWords = combineWordsVector<Sse2>,
+                          .combineWordsToBytes = combineWordsToBytesVector<Sse2>,
+                          .resampleWords = resampleWordsVector,
+                          .addRow = addRowPlain,
+                          .sampleRow = sampleRowVector,
+                          .gradientRow = gradientRowVector,
+                          .transpose = transposeVector,
+                          .reverseRow = reverseRowVector};
 
 } // namespace tessarin::pixels
 
