@@ -1,6 +1,7 @@
 #include "backends/posix/ModuleMovieEditing.hpp"
 #include "base/FileSystem.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -81,7 +82,9 @@ int run(int count, char** arguments) {
     exporter.run(cutOf(count, arguments), [](int) {}, {});
   } else if (job == "sound" && count == 5) {
     std::vector<std::jthread> threads;
-    for (int track = 0; track < std::atoi(arguments[4]); ++track)
+    const int tracks = std::atoi(arguments[4]);
+    threads.reserve(static_cast<std::size_t>(std::max(tracks, 0)));
+    for (int track = 0; track < tracks; ++track)
       threads.emplace_back([&, track] {
         assets.decodeSound(arguments[3], static_cast<std::size_t>(track), [](const DecodedSound&) {});
       });

@@ -15,7 +15,7 @@ constexpr std::uint64_t mostIndexBytes = std::uint64_t{1} << 30;
 } // namespace
 
 IndexFirstWriter::IndexFirstWriter(OpenFile& file, std::vector<IndexedTrack> tracks, std::uint64_t indexBytes,
-                                   std::string brand)
+                                   const std::string& brand)
     : file_(file) {
   if (tracks.empty() || brand.size() != 4 || indexBytes > mostIndexBytes)
     throw ContainerFailure(ContainerError::unsupported);

@@ -35,7 +35,7 @@ class IndexFirstWriter {
  public:
   // The file is empty and outlives the writer. The index is expected to take no more than `indexBytes`.
   IndexFirstWriter(OpenFile& file, std::vector<IndexedTrack> tracks, std::uint64_t indexBytes,
-                   std::string brand = "mp42");
+                   const std::string& brand = "mp42");
 
   // Samples of a track come in the order of decoding, and those of all tracks in the order in which they are
   // to lie in the file. The duration is that of decoding, in units of the track.

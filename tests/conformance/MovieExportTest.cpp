@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <numeric>
+#include <sstream>
 
 namespace tessarin {
 namespace {
@@ -37,6 +38,7 @@ TEST_F(MovieExporting, ShowsThePictureThatIsOnShowAtEachMomentOfTheGrid) {
   const std::vector<Cut> cuts{{1000, 2000, 1}, {500, 3500, 3}, {2000, 2500, 0.5}, {0, 100, 1}};
   expectExported(exportOf(source, cuts));
   std::vector<std::int64_t> expected;
+  expected.reserve(200);
   for (int i = 0; i < 30; ++i)
     expected.push_back(30 + i);
   for (int i = 0; i < 30; ++i)
@@ -107,6 +109,7 @@ TEST_F(MovieExporting, TakesFiftyAndSixtyFramesASecondAndRatesThatVary) {
   MovieExport movie = exportOf(fifty, {{0, 2000, 1}}, 60);
   expectExported(movie);
   std::vector<std::int64_t> expected;
+  expected.reserve(200);
   for (int i = 0; i < 120; ++i)
     expected.push_back(i * 50 / 60);
   EXPECT_EQ(numbersIn(movie.outputPath), expected);
@@ -133,9 +136,11 @@ TEST_F(MovieExporting, SetsRotatedPicturesUprightAndMakesSizesEven) {
     const auto turned = rig.path("turned.mp4");
     const auto source = rig.path("rotated.mp4");
     const std::string filter = degrees == 90 ? "transpose=1" : degrees == 270 ? "transpose=2" : "hflip,vflip";
-    outputOf("ffmpeg -v error -y -i '" + upright + "' -vf " + filter + " -c:v libx264 -preset ultrafast '" +
-             turned + "' && ffmpeg -v error -y -i '" + turned +
-             "' -c copy -metadata:s:v rotate=" + std::to_string(degrees) + " '" + source + "'");
+    std::ostringstream commands;
+    commands << "ffmpeg -v error -y -i '" << upright << "' -vf " << filter
+             << " -c:v libx264 -preset ultrafast '" << turned << "' && ffmpeg -v error -y -i '" << turned
+             << "' -c copy -metadata:s:v rotate=" << degrees << " '" << source << "'";
+    outputOf(commands.str());
     MovieExport movie = exportOf(source, {{0, 333, 1}});
     movie.outputPath = rig.path(std::to_string(degrees) + ".mp4");
     expectExported(movie);

@@ -108,9 +108,11 @@ TEST(PictureExpansion, SharesChromaBetweenTheRightPixels) {
   for (std::int32_t row = 0; row < 3; ++row)
     for (std::int32_t column = 0; column < 5; ++column) {
       const double blue =
-          exactOf(126, u[static_cast<std::size_t>(row / 2 * 3 + column / 2)], 128, 0.2126, 0.0722, false)
+          exactOf(126, u[static_cast<std::size_t>(row / 2) * 3 + static_cast<std::size_t>(column / 2)], 128,
+                  0.2126, 0.0722, false)
               .blue;
-      EXPECT_NEAR(pixels[static_cast<std::size_t>(row * 20 + column * 4)], within(blue), 1)
+      EXPECT_NEAR(pixels[static_cast<std::size_t>(row) * 20 + static_cast<std::size_t>(column) * 4],
+                  within(blue), 1)
           << row << ' ' << column;
     }
 }

@@ -29,7 +29,7 @@ std::shared_ptr<AVFrame> PictureMemory::frame(PixelSize size) {
   const std::ptrdiff_t chromaStride = aligned(size.width / 2);
   const std::ptrdiff_t lumaBytes = lumaStride * size.height;
   const std::ptrdiff_t chromaBytes = chromaStride * (size.height / 2);
-  const std::shared_ptr<AVFrame> frame(av_frame_alloc(), [](AVFrame* each) { av_frame_free(&each); });
+  std::shared_ptr<AVFrame> frame(av_frame_alloc(), [](AVFrame* each) { av_frame_free(&each); });
   if (!frame)
     failMemory();
   {
