@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <sstream>
 
 namespace tessarin {
 namespace {
@@ -98,6 +99,51 @@ TEST_F(MovieCutting, PutsManyStretchesInAnyOrder) {
   expectCut(source,
             {{4000, 4500, 1}, {100, 117, 1}, {1000, 2000, 1}, {2000, 3333, 1}, {500, 501, 1}, {0, 5000, 1}},
             evenly(150, 30), 2, 1);
+}
+
+// Numbers of the key pictures in the order of decoding; -1 for other pictures. As another program reads them.
+std::vector<int> keyNumbers(const std::string& path) {
+  std::istringstream lines(outputOf("ffmpeg -nostdin -v info -i '" + path +
+                                    "' -map 0:v -c copy -bsf:v trace_headers -f null - 2>&1 | "
+                                    "grep -oE '(nal_unit_type|idr_pic_id) .*'"));
+  std::vector<int> numbers;
+  for (std::string line; std::getline(lines, line);) {
+    const int value = std::stoi(line.substr(line.rfind('=') + 1));
+    if (line.starts_with("idr_pic_id"))
+      numbers.back() = value;
+    else if (value == 1 || value == 5)
+      numbers.push_back(-1);
+  }
+  return numbers;
+}
+
+// A reader of the bare stream could take them for one picture.
+TEST_F(MovieCutting, LetsNoTwoKeysOfOneNumberFollowEachOther) {
+  const auto source = record(rig, "s.mp4", {.pictures = 150});
+  const auto original = keyNumbers(source);
+  ASSERT_EQ(original.size(), 150U);
+  ASSERT_EQ(original[30], 1);
+  ASSERT_EQ(original[60], 0);
+  const std::vector<std::vector<Cut>> all{
+      {{0, 1001, 1}, {1000, 2000, 1}},                   // the same key twice
+      {{0, 1001, 1}, {3000, 4000, 1}},                   // another one of its number
+      {{0, 1001, 1}, {2000, 4000, 1}},                   // one of the other number
+      {{1500, 2001, 1}, {500, 1500, 1}},                 // ahead of one coded anew, of number 0
+      {{1500, 1501, 1}, {1960, 2500, 1}},                // coded anew both
+      {{1500, 1501, 1}, {1500, 1501, 1}, {0, 100, 1}},   // again and again
+      {{500, 1500, 1}, {1975, 2100, 1}, {990, 1100, 1}}, // one picture ahead of a key of either number
+  };
+  for (const auto& cuts : all) {
+    SCOPED_TRACE(cuts.front().end);
+    const MovieExport movie = cutOf(rig, source, cuts);
+    ASSERT_EQ(rig.run(movie), std::nullopt);
+    const auto shown = shownIn(movie.outputPath);
+    EXPECT_EQ(shown, expectedOf(cuts, evenly(150, 30)));
+    const auto numbers = keyNumbers(movie.outputPath);
+    ASSERT_EQ(numbers.size(), shown.size());
+    for (std::size_t i = 1; i < numbers.size(); ++i)
+      EXPECT_FALSE(numbers[i] >= 0 && numbers[i] == numbers[i - 1]) << i;
+  }
 }
 
 TEST_F(MovieCutting, TakesEveryRateAndCodec) {
