@@ -5,10 +5,7 @@
 #include "command/CaptureWorkerRequest.hpp"
 #include "command/CommandParser.hpp"
 
-#include <unistd.h>
-
 #include <array>
-#include <cerrno>
 #include <exception>
 
 namespace tessarin {
@@ -53,18 +50,6 @@ std::string withRequestID(const json::Value& envelope, const std::string& reques
 }
 
 } // namespace
-
-InputSource descriptorSource(int descriptor) {
-  return [descriptor](std::span<char> into) {
-    ssize_t count = 0;
-    do
-      count = ::read(descriptor, into.data(), into.size());
-    while (count < 0 && errno == EINTR);
-    if (count < 0)
-      throw FileFailure(FileOperation::read, errno);
-    return static_cast<std::size_t>(count);
-  };
-}
 
 bool CaptureWorker::isAskedFor(const std::vector<std::string>& arguments) {
   return arguments.size() == 1 && arguments.front() == "capture-worker";

@@ -1,26 +1,18 @@
 #pragma once
 
+#include "base/DescriptorStreams.hpp"
 #include "command/CaptureWorkerLines.hpp"
 #include "command/NativeResponse.hpp"
-#include "recording/RecordingEventWriter.hpp"
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace tessarin {
-
-// Reads what there is, at least a byte and at most the span's size, and waits for it; 0 at the end. Throws
-// FileFailure.
-using InputSource = std::function<std::size_t(std::span<char> into)>;
-
-// Reads from a descriptor that is not owned. A signal in between changes nothing.
-InputSource descriptorSource(int descriptor);
 
 // A process that was started in advance and answers requests that a user waits for, one JSON line for
 // another, in their order. Each is run like the same command by itself, so that nothing of one request is

@@ -1,7 +1,7 @@
 #include "main/StandardStreams.hpp"
 
+#include "base/DescriptorStreams.hpp"
 #include "base/FileSystem.hpp"
-#include "recording/RecordingEventWriter.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,26 +1,12 @@
 #pragma once
 
+#include "base/DescriptorStreams.hpp"
 #include "recording/RecordingProtocol.hpp"
 
 #include <chrono>
-#include <functional>
 #include <mutex>
-#include <string_view>
 
 namespace tessarin {
-
-// Takes bytes whole, or throws.
-using OutputSink = std::function<void(std::string_view bytes)>;
-
-// Writes to a descriptor that is not owned: one call where the system takes the bytes whole, more only for
-// what it left over. Waits where the descriptor would not block. Throws FileFailure. The process must
-// ignore SIGPIPE for a reader that has gone to be a failure rather than the end.
-OutputSink descriptorSink(int descriptor);
-
-// The same for a reader that must keep up: one that takes nothing for that long counts as gone for good,
-// which is the failure ETIMEDOUT of this call and, without another wait, of every later one. One thread at
-// a time.
-OutputSink impatientDescriptorSink(int descriptor, std::chrono::milliseconds patience);
 
 // Sends a session's events, one whole line each, from any thread.
 class RecordingEventWriter {
