@@ -92,7 +92,7 @@ def run(build, report, rounds=30):
     run_growth(build, report)
 
 
-def run_growth(build, report, rounds=15):
+def run_growth(build, report, rounds=30):
     """Of preparations by a worker: each part's share, with 1 to 16 displays, many windows and many pixels."""
     cases = [(width, height, paint, 1, 0) for width, height in ((1920, 1080), (3840, 2160))
              for paint in ("text", "photo")]

@@ -134,6 +134,24 @@ TEST_F(WorkerDesktopTest, SeesWhatHasChangedBetweenRequests) {
   EXPECT_EQ(worker.end(), 0);
 }
 
+// The memory of a picture serves for the next one.
+TEST_F(WorkerDesktopTest, ShowsNothingOfThePictureBeforeBesideTheScreen) {
+  const auto client =
+      desktop.client({"--at", "0,0", "--size", "800x600", "--colour", "ffff0000", "--style", "override"});
+  WorkerProcess worker(desktop.display());
+  const std::string whole = freshSession();
+  (void)worker.prepare(whole);
+  EXPECT_EQ(readByAll(whole + "/0.png").at(599 * 800 + 799), 0xFF0000FFU);
+  // Two columns short of the screen's right edge, so that most of it lies beside the screen.
+  desktop.run({"xrandr", "--setmonitor", "beside", "700/100x600/150+798+0", "screen"});
+  const std::string beside = freshSession();
+  EXPECT_EQ(countOf(worker.prepare(beside), "captures"), 1U);
+  const ReadPicture picture = readByAll(beside + "/0.png");
+  ASSERT_EQ(picture.pixelCount(), 700U * 600U);
+  for (std::size_t pixel = 0; pixel < picture.pixelCount(); ++pixel)
+    ASSERT_EQ(picture.at(pixel), pixel % 700 < 2 ? 0xFF0000FFU : 0x000000FFU) << pixel;
+}
+
 TEST_F(WorkerDesktopTest, TakesTheScaleOfTheMoment) {
   WorkerProcess worker(desktop.display());
   EXPECT_NE(worker.list().find(R"("scaleFactor":1})"), std::string::npos);
