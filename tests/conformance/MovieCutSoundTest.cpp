@@ -1,10 +1,13 @@
 #include "MovieCutTesting.hpp"
 
+#include "container/MovieJoin.hpp"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <set>
 
 namespace tessarin {
@@ -168,6 +171,52 @@ TEST_F(MovieCutSound, KeepsStepWithManyCuts) {
       EXPECT_NEAR(static_cast<double>(found[i]), static_cast<double>(expected[i]),
                   decoding == Decoding::byTime ? ms : 512 + ms)
           << i;
+  }
+}
+
+// Of a recording that was paused packets do not lie on one grid.
+TEST_F(MovieCutSound, CutsAcrossTheJointsOfARecording) {
+  std::vector<std::int64_t> frames;
+  for (std::int64_t at = 120; at < 1500; at += 200)
+    frames.push_back(at * ms);
+  std::vector<std::unique_ptr<OpenFile>> files;
+  std::vector<container::Movie> movies;
+  for (int i = 0; i < 3; ++i) {
+    const auto part =
+        record(rig, "part" + std::to_string(i) + ".mp4", {.pictures = 46, .lanes = {clicks(frames)}});
+    files.push_back(machineFileSystem().open(part, OpenMode::read));
+    movies.push_back(container::readMovie(*files.back()));
+  }
+  std::vector<container::JoinTrack> tracks(2);
+  std::vector<std::int64_t> heard;
+  MediaTime start = MediaTime::zero();
+  for (std::size_t i = 0; i < movies.size(); ++i) {
+    for (std::size_t track = 0; track < 2; ++track)
+      tracks[track].pieces.push_back({files[i].get(), &movies[i].tracks[track], start, movies[i].duration});
+    for (const std::int64_t frame : frames)
+      heard.push_back(start.convertedTo(48000).value() + frame);
+    start = start + movies[i].duration;
+  }
+  const auto source = rig.path("s.mp4");
+  writeJoinedMovie(*machineFileSystem().open(source, OpenMode::createExclusive), tracks, "mp42");
+
+  const std::vector<Cut> cuts{{1390, 1700, 1}, {1000, 3200, 1}, {2990, 4400, 1}, {1300, 1633, 1}};
+  std::vector<std::int64_t> expected;
+  for (const Cut& cut : cuts) {
+    std::int64_t output = 0;
+    for (const Cut* before = cuts.data(); before != &cut; ++before)
+      output += (before->end - before->start) * ms;
+    for (const std::int64_t frame : heard) {
+      // Not in the packets ahead of a cut, where two grids meet, nor split by a cut.
+      if (frame > (cut.start + 1) * ms && frame < (cut.end - 65) * ms)
+        expected.push_back(output + frame - cut.start * ms);
+    }
+  }
+  const auto found = peaks(cutAndDecoded(source, cuts));
+  for (const std::int64_t frame : expected) {
+    EXPECT_TRUE(std::any_of(found.begin(), found.end(), [&](auto peak) {
+      return std::abs(peak - frame) <= ms;
+    })) << frame / ms;
   }
 }
 
