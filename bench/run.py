@@ -2,9 +2,9 @@
 """Measures the program against peers on this machine.
 
 Usage: run.py BUILD-FOLDER [name...]   names: stills, recording, still-screen, stop, session, loaded, trace, index,
-worker, voice, export, waveform, cut; stop-long and session-long, which record for ten minutes; kills, which kills two
-hundred recordings; servers, in which the servers of recordings die; worker-long, with ten thousand requests. Default
-all but the last five. Prints a line a figure: a ratio or a share, its bound, and whether it holds.
+worker, voice, export, waveform, cut, pixels; stop-long and session-long, which record for ten minutes; kills, which
+kills two hundred recordings; servers, in which the servers of recordings die; worker-long, with ten thousand requests.
+Default all but the last five. Prints a line a figure: a ratio or a share, its bound, and whether it holds.
 Exits with 1 when a bound is missed.
 """
 import pathlib
@@ -12,6 +12,7 @@ import sys
 
 import editing
 import kills
+import pixels
 import recording
 import servers
 import session
@@ -35,6 +36,7 @@ benches = {
     "export": editing.run,
     "waveform": editing.run_sound,
     "cut": editing.run_cut,
+    "pixels": pixels.run,
     "worker-long": worker.run_endurance,
     "stop-long": lambda build, report: recording.run_stop(build, report, seconds=600),
     "session-long": lambda build, report: session.run(build, report, seconds=600),

@@ -16,7 +16,8 @@ constexpr std::int64_t weightsAtOnce = 512;
 
 // Rounded to nearest.
 std::uint8_t weightOf(std::uint8_t share, unsigned opacity) {
-  return static_cast<std::uint8_t>((share * opacity * 2 + 255) / 510);
+  const auto product = static_cast<std::uint16_t>(share * opacity + 128);
+  return static_cast<std::uint8_t>((product + (product >> 8)) >> 8);
 }
 
 // Where a picture at (x, y) lies on a target, in the target's coordinates; 64 bits, as positions are

@@ -15,11 +15,15 @@ namespace {
 constexpr std::size_t channels = 4;
 constexpr int wholeWeight = 1 << weightBits;
 constexpr double reachInDeviations = 3.2;
-constexpr double leastSmallDeviation = 3; // pixels of the smaller picture
+constexpr double leastDeviationToShrink = 4; // pixels
+constexpr double leastSmallDeviation = 3;    // of a picture that is more than halved, in its own pixels
 
-// The largest power of two that leaves this deviation; 0 for what is to be blurred as it is.
+// The power of two that the picture is made smaller by; 0 for what is to be blurred as it is. Two linear
+// steps of two are the same at each pixel, so that they may be taken earlier.
 int shrinkBitsFor(double deviation) {
-  int bits = 0;
+  if (deviation < leastDeviationToShrink)
+    return 0;
+  int bits = 1;
   while (deviation / (2 << bits) >= leastSmallDeviation)
     ++bits;
   return bits;

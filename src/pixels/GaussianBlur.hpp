@@ -15,12 +15,12 @@ namespace tessarin::pixels {
 // premultiplied, like the rest of this room, so that a blurred picture has the mean colours that it shows
 // when it is scaled down.
 //
-// Up to a standard deviation of 6 pixels the picture is convolved with the Gaussian's values at whole pixels,
-// to 3.2 deviations. From there on it is first made smaller, by a power of two n that leaves 3 pixels or more
-// to a deviation, and in the end larger again, both with linear weights; what each of the two widens it by,
-// n^2 / 6 + 1 / 12, is taken off the Gaussian's variance. So the larger the deviation, the less there is to
-// do. No channel is farther than 1 level from the exact value, rounding included, and by root mean square
-// less than half a level.
+// Up to a standard deviation of 4 pixels the picture is convolved with the Gaussian's values at whole pixels,
+// to 3.2 deviations. From there on it is first made smaller, by the largest power of two n that leaves 3
+// pixels to a deviation, 2 where n is 2, and in the end larger again, both with linear weights; what each of
+// the two widens it by, n^2 / 6 + 1 / 12, is taken off the Gaussian's variance. So the larger the deviation,
+// the less there is to do. No channel is farther than 1 level from the exact value, rounding included, and by
+// root mean square less than half a level.
 class GaussianBlur {
  public:
   static constexpr double largestDeviation = 4096; // more counts as this

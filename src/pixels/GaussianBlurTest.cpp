@@ -74,8 +74,8 @@ TestPicture edges(int width, int height) {
   return picture;
 }
 
-constexpr double deviations[] = {0.3,   0.5, 1,    2.3,   4,  5.99, 6,   7.5, 9.1,
-                                 11.99, 12,  17.3, 23.99, 25, 40,   100, 250};
+constexpr double deviations[] = {0.3,   0.5, 1,    2.3,   3.99, 4,  4.7, 5.99, 6,   7.5, 9.1,
+                                 11.99, 12,  17.3, 23.99, 24,   25, 40,  48,   100, 192, 250};
 
 TEST(GaussianBlur, IsWithinItsErrorOfTheExactOne) {
   const int sizes[][2] = {{2, 2}, {1, 1}, {3, 40}, {97, 61}};
@@ -172,8 +172,9 @@ TEST(GaussianBlur, TellsItsReach) {
   EXPECT_EQ(GaussianBlur::reach(0), 0);
   EXPECT_EQ(GaussianBlur::reach(0.3), 1);
   EXPECT_EQ(GaussianBlur::reach(1), 4);
-  EXPECT_EQ(GaussianBlur::reach(5.99), 20);
-  EXPECT_EQ(GaussianBlur::reach(6), 24); // ten cells of two pixels, and two more
+  EXPECT_EQ(GaussianBlur::reach(3.99), 13);
+  EXPECT_EQ(GaussianBlur::reach(4), 18);  // seven cells of two pixels, and two more
+  EXPECT_EQ(GaussianBlur::reach(12), 48); // ten of four, and two more
 }
 
 TEST(GaussianBlur, CopiesWhereThereIsNothingToBlur) {

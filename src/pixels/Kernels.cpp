@@ -2,6 +2,7 @@
 
 #include "pixels/KernelsDetail.hpp"
 
+#include <atomic>
 #include <vector>
 
 namespace tessarin::pixels {
@@ -80,6 +81,8 @@ std::vector<Kernels> findKernels() {
   return found;
 }
 
+std::atomic<const Kernels*> chosenKernels{nullptr};
+
 } // namespace
 
 std::span<const Kernels> availableKernels() {
@@ -88,7 +91,12 @@ std::span<const Kernels> availableKernels() {
 }
 
 const Kernels& kernels() {
-  return availableKernels().back();
+  const Kernels* chosen = chosenKernels.load(std::memory_order_relaxed);
+  return chosen != nullptr ? *chosen : availableKernels().back();
+}
+
+void chooseKernels(const Kernels& chosen) {
+  chosenKernels.store(&chosen, std::memory_order_relaxed);
 }
 
 } // namespace tessarin::pixels

@@ -102,7 +102,10 @@ struct Kernels {
 // Every version that this processor can run, the plain one first.
 std::span<const Kernels> availableKernels();
 
-// The fastest one.
+// The fastest one, unless another one was chosen.
 const Kernels& kernels();
+
+// For tests and benches, which compare the versions: takes this one from now on, in all threads.
+void chooseKernels(const Kernels& chosen);
 
 } // namespace tessarin::pixels

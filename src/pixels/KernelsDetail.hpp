@@ -196,38 +196,44 @@ constexpr int acrossBias = 1 << (acrossShift - 1);
 constexpr int alongShift = placeBits + rowBits;
 constexpr int alongBias = 1 << (alongShift - 1);
 
-// The four pixels of a target pixel, and its place between them.
-struct Sample {
-  std::uint32_t upperLeft, upperRight, lowerLeft, lowerRight;
+// Where a target pixel has its source: the upper left of four pixels, and the place between them.
+struct SamplePlace {
+  std::int64_t left, top;
   int across, along;
 
-  Sample(const SampledLine& line, std::size_t index) {
+  SamplePlace(const SampledLine& line, std::size_t index) {
     constexpr std::int64_t half = std::int64_t{1} << (31 - placeBits);
     const std::int64_t atX = line.x + line.stepX * static_cast<std::int64_t>(index) + half;
     const std::int64_t atY = line.y + line.stepY * static_cast<std::int64_t>(index) + half;
-    const std::int64_t left = atX >> 32;
-    const std::int64_t top = atY >> 32;
+    left = atX >> 32;
+    top = atY >> 32;
     across = static_cast<int>(atX >> (32 - placeBits)) & (placeOne - 1);
     along = static_cast<int>(atY >> (32 - placeBits)) & (placeOne - 1);
-    upperLeft = pixelOf(line, left, top);
-    upperRight = pixelOf(line, left + 1, top);
-    lowerLeft = pixelOf(line, left, top + 1);
-    lowerRight = pixelOf(line, left + 1, top + 1);
   }
+};
+
+struct Sample {
+  std::uint32_t upperLeft, upperRight, lowerLeft, lowerRight;
+
+  Sample(const SampledLine& line, const SamplePlace& place)
+      : upperLeft(pixelOf(line, place.left, place.top)), upperRight(pixelOf(line, place.left + 1, place.top)),
+        lowerLeft(pixelOf(line, place.left, place.top + 1)),
+        lowerRight(pixelOf(line, place.left + 1, place.top + 1)) {}
 };
 
 inline void sampleRowPlain(const SampledLine& line, std::size_t pixels, std::uint8_t* target) {
   for (std::size_t i = 0; i < pixels; ++i) {
-    const Sample sample(line, i);
+    const SamplePlace place(line, i);
+    const Sample sample(line, place);
     const auto mixed = [&](std::uint32_t left, std::uint32_t right, int shift) {
-      return (static_cast<int>(left >> shift & 255) * (placeOne - sample.across) +
-              static_cast<int>(right >> shift & 255) * sample.across + acrossBias) >>
+      return (static_cast<int>(left >> shift & 255) * (placeOne - place.across) +
+              static_cast<int>(right >> shift & 255) * place.across + acrossBias) >>
              acrossShift;
     };
     for (int channel = 0; channel < 4; ++channel)
       target[i * 4 + static_cast<std::size_t>(channel)] = static_cast<std::uint8_t>(
-          (mixed(sample.upperLeft, sample.upperRight, channel * 8) * (placeOne - sample.along) +
-           mixed(sample.lowerLeft, sample.lowerRight, channel * 8) * sample.along + alongBias) >>
+          (mixed(sample.upperLeft, sample.upperRight, channel * 8) * (placeOne - place.along) +
+           mixed(sample.lowerLeft, sample.lowerRight, channel * 8) * place.along + alongBias) >>
           alongShift);
   }
 }

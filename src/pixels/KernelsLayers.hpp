@@ -89,21 +89,42 @@ inline void resampleWordsVector(const std::int16_t* combined, const ScaleTaps& t
   }
 }
 
+// Two neighbouring pixels as words, channel by channel, of the first 16 bytes' lower half.
+inline __m128i neighbours(__m128i two) {
+  return _mm_unpacklo_epi8(_mm_unpacklo_epi8(two, _mm_srli_si128(two, 4)), _mm_setzero_si128());
+}
+
+inline __m128i twoPixels(std::uint32_t left, std::uint32_t right) {
+  return _mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(left)),
+                            _mm_cvtsi32_si128(static_cast<int>(right)));
+}
+
+// Most pixels have all four within the picture, in two rows of two each.
 inline void sampleRowVector(const SampledLine& line, std::size_t pixels, std::uint8_t* target) {
-  const __m128i zero = _mm_setzero_si128();
-  const auto mixed = [&](std::uint32_t left, std::uint32_t right, __m128i places) {
-    const __m128i pairs = _mm_unpacklo_epi8(_mm_cvtsi32_si128(static_cast<int>(left)),
-                                            _mm_cvtsi32_si128(static_cast<int>(right)));
-    return _mm_srai_epi32(
-        _mm_add_epi32(_mm_madd_epi16(_mm_unpacklo_epi8(pairs, zero), places), _mm_set1_epi32(acrossBias)),
-        acrossShift);
+  const __m128i solid = _mm_set1_epi32(line.isOpaque ? static_cast<int>(opaqueBits) : 0);
+  const auto lastLeft = static_cast<std::uint64_t>(line.width - 1);
+  const auto lastTop = static_cast<std::uint64_t>(line.height - 1);
+  const auto mixed = [](__m128i two, __m128i places) {
+    return _mm_srai_epi32(_mm_add_epi32(_mm_madd_epi16(neighbours(two), places), _mm_set1_epi32(acrossBias)),
+                          acrossShift);
   };
   for (std::size_t i = 0; i < pixels; ++i) {
-    const Sample sample(line, i);
-    const __m128i across = _mm_set1_epi32(pairOf(placeOne - sample.across, sample.across));
-    const __m128i along = _mm_set1_epi32(pairOf(placeOne - sample.along, sample.along));
-    const __m128i both = _mm_packs_epi32(mixed(sample.upperLeft, sample.upperRight, across),
-                                         mixed(sample.lowerLeft, sample.lowerRight, across));
+    const SamplePlace place(line, i);
+    __m128i upper;
+    __m128i lower;
+    if (static_cast<std::uint64_t>(place.left) < lastLeft &&
+        static_cast<std::uint64_t>(place.top) < lastTop) {
+      const std::uint8_t* from = line.source + place.top * line.stride + place.left * 4;
+      upper = _mm_or_si128(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from)), solid);
+      lower = _mm_or_si128(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from + line.stride)), solid);
+    } else {
+      const Sample sample(line, place);
+      upper = twoPixels(sample.upperLeft, sample.upperRight);
+      lower = twoPixels(sample.lowerLeft, sample.lowerRight);
+    }
+    const __m128i across = _mm_set1_epi32(pairOf(placeOne - place.across, place.across));
+    const __m128i along = _mm_set1_epi32(pairOf(placeOne - place.along, place.along));
+    const __m128i both = _mm_packs_epi32(mixed(upper, across), mixed(lower, across));
     const __m128i pairs = _mm_unpacklo_epi16(both, _mm_srli_si128(both, 8));
     const __m128i sum =
         _mm_srai_epi32(_mm_add_epi32(_mm_madd_epi16(pairs, along), _mm_set1_epi32(alongBias)), alongShift);
