@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace tessarin {
 
@@ -46,11 +47,11 @@ void checkOutputDirectory(FileSystem& files, const RecordingSessionPaths& paths)
 // The camera's panel writes into the directory before it is looked at as a whole; through a link that would
 // be another one.
 void refuseLinkedDirectory(FileSystem& files, const RecordingSessionPaths& paths, std::string_view& stage) {
+  const std::string_view stageBefore = std::exchange(stage, RecordingStage::prepareOutput);
   const std::optional<FileInfo> info = files.info(paths.sessionDirectory);
-  if (info && info->kind == FileKind::symbolicLink) {
-    stage = RecordingStage::prepareOutput;
+  if (info && info->kind == FileKind::symbolicLink)
     throw serviceErrors::recordingFailed();
-  }
+  stage = stageBefore;
 }
 
 RecordingOverlayEnvironment overlayEnvironment(const RecordingEnvironment& environment) {
