@@ -10,10 +10,8 @@
 #include <atomic>
 #include <cstdint>
 #include <cstring>
-#include <exception>
 #include <initializer_list>
 #include <limits>
-#include <mutex>
 #include <new>
 #include <string_view>
 #include <system_error>
@@ -117,22 +115,26 @@ class StripChunks {
     }
   }
 
-  // In so many threads, of which one is the caller's, or in fewer where the system refuses more.
+  // In so many threads, of which one is the caller's, or in fewer where the system has no more, or no memory
+  // for them.
   void code(std::size_t threads) {
-    const std::size_t used = std::min(threads, layout_.count);
-    std::vector<std::thread> helpers;
-    helpers.reserve(used);
-    try {
-      while (helpers.size() + 1 < used)
-        helpers.emplace_back([this] { codeNextStrips(); });
-    } catch (const std::system_error&) { // no more threads are to be had
-    } catch (const std::bad_alloc&) {    // nor memory for them
+    StripCoder coder(picture_, layout_);
+    {
+      const std::size_t used = std::min(threads, layout_.count);
+      std::vector<std::jthread> helpers; // joined here whatever happens
+      helpers.reserve(used);
+      try {
+        while (helpers.size() + 1 < used)
+          helpers.emplace_back([this] { help(); });
+      } catch (const std::system_error&) {
+      } catch (const std::bad_alloc&) {
+      }
+      codeNextStrips(coder);
     }
-    codeNextStrips();
-    for (std::thread& helper : helpers)
-      helper.join();
-    if (failure_)
-      std::rethrow_exception(failure_);
+    // With the memory that the helpers had.
+    for (std::size_t strip = 0; strip < layout_.count; ++strip)
+      if (chunks_[strip].coded.end == nullptr)
+        codeStrip(coder, strip);
   }
 
   // Only after code.
@@ -152,25 +154,32 @@ class StripChunks {
     std::span<const std::byte> whole;
   };
 
-  // Each thread takes the next strip when it has ended one.
-  void codeNextStrips() noexcept {
+  void help() noexcept {
     try {
       StripCoder coder(picture_, layout_);
-      for (std::size_t strip = next_++; strip < layout_.count; strip = next_++) {
-        Chunk& chunk = chunks_[strip];
-        Cursor out(chunk.start);
-        out.skip(chunkHeadSize);
-        if (strip == 0)
-          out.bytes(streamHeader);
-        chunk.coded = coder.code(strip, reinterpret_cast<std::uint8_t*>(out.position()));
-        if (strip + 1 < layout_.count)
-          finish(chunk, [](Cursor&) {});
-      }
-    } catch (...) {
-      next_ = layout_.count;
-      const std::lock_guard lock(mutex_);
-      failure_ = std::current_exception();
+      codeNextStrips(coder);
+    } catch (const std::bad_alloc&) { // the others do it
     }
+  }
+
+  // Each thread takes the next strip when it has ended one. One that there is no memory for is left as it is.
+  void codeNextStrips(StripCoder& coder) noexcept {
+    try {
+      for (std::size_t strip = next_++; strip < layout_.count; strip = next_++)
+        codeStrip(coder, strip);
+    } catch (const std::bad_alloc&) {
+    }
+  }
+
+  void codeStrip(StripCoder& coder, std::size_t strip) {
+    Chunk& chunk = chunks_[strip];
+    Cursor out(chunk.start);
+    out.skip(chunkHeadSize);
+    if (strip == 0)
+      out.bytes(streamHeader);
+    chunk.coded = coder.code(strip, reinterpret_cast<std::uint8_t*>(out.position()));
+    if (strip + 1 < layout_.count)
+      finish(chunk, [](Cursor&) {});
   }
 
   // Puts a chunk around what was coded and what the function adds.
@@ -187,8 +196,6 @@ class StripChunks {
   const StripLayout& layout_;
   std::vector<Chunk> chunks_; // each for the thread that has taken it, until all have ended
   std::atomic<std::size_t> next_ = 0;
-  std::mutex mutex_;
-  std::exception_ptr failure_; // guarded by the mutex
 };
 
 } // namespace
