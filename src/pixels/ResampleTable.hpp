@@ -29,8 +29,9 @@ struct ResampleAxis {
 // A target pixel is the mean of the source under a trapezoid around its centre: with s source pixels to a
 // target pixel, the convolution of boxes of width max(s, 1) and min(s - 1, s / 2). So a scaling up, s <= 1,
 // is linear interpolation, s = 1 at whole pixels is a copy, and a scaling down weighs all source pixels alike
-// and dampens what the target cannot show: at s = 4, stripes three pixels apart to 8.5 % of their contrast,
-// where the area alone leaves 21 %.
+// and dampens what the target cannot show: at s = 4, waves three pixels long to 8 % at most, wherever they
+// lie, where the area alone leaves 12 to 25 %; of waves of eight, the shortest that can be shown, 56 % are
+// left, where the area leaves 60 to 65 %.
 class ResampleTable {
  public:
   void fill(const ResampleAxis& axis, Edges edges);
