@@ -1,6 +1,5 @@
 #include "pixels/Fill.hpp"
 
-#include "pixels/Compose.hpp"
 #include "pixels/Kernels.hpp"
 
 #include <algorithm>
