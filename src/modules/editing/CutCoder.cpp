@@ -25,10 +25,11 @@ struct RateRule {
 constexpr RateRule h264Rule{0.16, 4e6, 60e6};
 constexpr RateRule hevcRule{0.1, 3e6, 40e6};
 
+// Parameter sets are the same at every effort; the rate makes good what a quick search loses.
 std::unique_ptr<media::VideoCoder> makeCoder(const VideoSettings& settings) {
   const char* const name = settings.codec == RecordingCodec::hevc ? "libx265" : "libx264";
   return media::libraryEncoders(nullptr).make(*media::encoderNamed(name), settings,
-                                              media::CodingEffort::full);
+                                              media::CodingEffort::reduced);
 }
 
 // Rates that the recorder may have been set to, the likeliest first.

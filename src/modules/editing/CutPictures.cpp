@@ -228,8 +228,11 @@ container::JoinPiece CutPictures::codedPiece(const Plan& plan,
     sample.compositionOffset = static_cast<std::int32_t>(delay_);
   track.presentationStart = plan.start;
   lastKey_.reset();
-  if (track.samples.back().isSync)
-    lastKey_ = isNumberedOne ? 1 : 0;
+  if (track.samples.back().isSync) {
+    const auto keys = std::count_if(track.samples.begin(), track.samples.end(),
+                                    [](const container::Sample& sample) { return sample.isSync; });
+    lastKey_ = static_cast<std::uint32_t>((keys + (isNumberedOne ? 0 : 1)) % 2);
+  }
   const std::int64_t end = plan.copied < plan.behind ? timeOf(plan, plan.copied) : plan.end;
   return piece(store_.file(), track, plan, end);
 }
