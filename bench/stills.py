@@ -67,23 +67,29 @@ def run(build, report, rounds=30):
             desktop.client("--paint", content, *full_screen)
             picture = pathlib.Path(folder) / "still.png"
             display = desktop.host.run("list")["displays"][0]
-            request = encoded({"kind": "display", "displayId": display["id"], "rectPoints": display["framePoints"],
-                               "outputPath": str(picture)})
+            peer_picture = pathlib.Path(folder) / "peer.png"
 
+            def capture(path):
+                return (program, "capture", "--request-json",
+                        encoded({"kind": "display", "displayId": display["id"], "rectPoints": display["framePoints"],
+                                 "outputPath": str(path)}))
+
+            # To new names; a file system may take its time to put other bytes into a file.
             def wall(*command):
                 def once():
-                    (pathlib.Path(folder) / "peer.png").unlink(missing_ok=True)
+                    for file in (picture, peer_picture):
+                        file.unlink(missing_ok=True)
                     return timed(command, desktop.environment).wall
                 return once
 
-            peer_command = (["scrot", f"{folder}/peer.png"] if peer == "scrot"
-                            else ["maim", "-m", "1", f"{folder}/peer.png"])
-            ours, theirs, listing, prepared, listed = in_turns(
-                rounds, wall(program, "capture", "--request-json", request), wall(*peer_command),
-                wall(program, "list"), lambda: worker.prepare()[0], worker.list)
+            peer_command = ["scrot", str(peer_picture)] if peer == "scrot" else ["maim", "-m", "1", str(peer_picture)]
+            ours, over, theirs, listing, prepared, listed = in_turns(
+                rounds, wall(*capture(picture)), wall(*capture(pathlib.Path(folder) / "again.png")),
+                wall(*peer_command), wall(program, "list"), lambda: worker.prepare()[0], worker.list)
             name = " ".join(peer_command[:-1])
             report.line(f"capture, {content} screen, cold / {name}", ours / theirs, bound,
                         f"{ours * 1000:.1f} ms against {theirs * 1000:.1f} ms")
+            report.note(f"capture, {content} screen, cold, into the same file again", f"{over * 1000:.1f} ms")
             report.line(f"prepare-capture, {content} screen, by a worker / {name}", prepared / theirs, prepared_bound,
                         f"{prepared * 1000:.1f} ms")
             if peer == "scrot":
