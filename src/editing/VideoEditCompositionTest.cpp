@@ -107,5 +107,92 @@ TEST_F(VideoEditCompositionTest, NeedsTheTraceToFollow) {
             VideoEditExportError::invalidProject);
 }
 
+TEST_F(VideoEditCompositionTest, ReadsTheTraceOfAnEffectThatShowsThoughNothingFollows) {
+  zoom.followCursor.reset();
+  interaction.visible = true;
+  writeTrace(R"({"kind":"cursor","timestampMs":6100,"x":0.5,"y":0.75})"
+             "\n");
+  const VideoEffectCompositionInstruction built = instruction();
+  ASSERT_THAT(built.interactionIndex.cursors(), SizeIs(1));
+  EXPECT_EQ(built.interactionIndex.cursors()[0].timestampMs, 4050); // at twice the speed
+  EXPECT_THAT(built.followPlan.paths(), IsEmpty());
+}
+
+TEST_F(VideoEditCompositionTest, TakesEachFrozenPictureOnce) {
+  assets.pictureWidth = [](MediaTime time) {
+    return static_cast<std::int32_t>(time.convertedTo(1000).value());
+  };
+  const auto add = [&](const char* id, std::int64_t sourceTimeMs) {
+    FreezeVideoEffectDTO freeze = editTesting::freeze();
+    freeze.id = id;
+    freeze.sourceTimeMs = sourceTimeMs;
+    request.project.overlays.push_back(effect<Kind::freeze>(freeze));
+  };
+  add("a", 9999); // which no clip shows
+  add("b", 500);
+  add("c", 9999);
+  const auto frames = composition().instruction.value().freezeFrames;
+  EXPECT_THAT(assets.pictureTimes(),
+              testing::ElementsAre(MediaTime::milliseconds(9999), MediaTime::milliseconds(500)));
+  ASSERT_THAT(frames, SizeIs(2));
+  EXPECT_EQ(frames.at(500).view.width, 500);
+  EXPECT_EQ(frames.at(9999).view.width, 9999);
+
+  assets.pictureWidth = [](MediaTime) { return std::nullopt; };
+  EXPECT_THROW((void)composition(), MovieEditingFailure); // as it is
+}
+
+TEST_F(VideoEditCompositionTest, IsOfTheSizeOfTheActiveVersion) {
+  request.project.crop = {0.25, 0, 0.5, 1};
+  VideoEditComposition built = composition();
+  EXPECT_EQ(built.instruction.value().contentRenderSize, (SizeDTO{320, 360}));
+  EXPECT_EQ(built.instruction.value().renderSize, (SizeDTO{320, 360}));
+  EXPECT_EQ(built.expectedSize, (SizeDTO{320, 360}));
+
+  VideoOutputVersionDTO tall = editTesting::version("tall");
+  tall.canvas.preset = VideoCanvasPresetDTO::portrait9x16;
+  tall.canvas.widthPixels = 1080;
+  tall.canvas.heightPixels = 1920;
+  request.project.outputVersions = {tall};
+  request.project.activeOutputID = "tall";
+  built = composition();
+  EXPECT_EQ(built.instruction.value().contentRenderSize, (SizeDTO{320, 360}));
+  EXPECT_EQ(built.instruction.value().renderSize, (SizeDTO{1080, 1920}));
+  EXPECT_EQ(built.expectedSize, (SizeDTO{1080, 1920}));
+  EXPECT_EQ(built.instruction.value().output, tall);
+}
+
+TEST_F(VideoEditCompositionTest, MovesTheCameraThatCountsToTheOutput) {
+  const std::string path = (fs::path(request.project.source.path).parent_path() / "camera.mp4").string();
+  request.project.source.camera = {{path, 10'000, 320, 240}};
+  VideoCameraLayerDTO own = editCameraLayer();
+  own.recordedPositions = {{0, {0, 0, 0.25, 0.25}}, {8000, {0.5, 0, 0.25, 0.25}}};
+  request.project.camera = own;
+  request.project.camera->visible = false;
+  VideoOutputVersionDTO version = editTesting::version("v");
+  version.canvas.widthPixels = 640;
+  version.canvas.heightPixels = 360;
+  version.camera = own;
+  request.project.outputVersions = {version};
+  request.project.activeOutputID = "v";
+  MediaAsset& asset = assets.files[path].asset;
+  asset.isComposable = true;
+  asset.videoTracks.emplace_back();
+  asset.videoTracks[0].naturalWidth = 320;
+  asset.videoTracks[0].naturalHeight = 240;
+
+  const VideoEffectCompositionInstruction built =
+      buildComposition({request, request.project.source.path, path, request.outputPath}, assets,
+                       machineFileSystem())
+          .instruction.value();
+  ASSERT_TRUE(built.cameraTrack);
+  EXPECT_EQ(built.cameraTrack->naturalWidth, 320);
+  ASSERT_TRUE(built.camera);
+  EXPECT_TRUE(built.camera->visible);
+  const std::vector<VideoCameraPositionDTO> moved{
+      {0, {0, 0, 0.25, 0.25}}, {4000, {0, 0, 0.25, 0.25}}, {5000, {0.5, 0, 0.25, 0.25}}};
+  EXPECT_EQ(built.camera->recordedPositions, moved);
+}
+
 } // namespace
 } // namespace tessarin
