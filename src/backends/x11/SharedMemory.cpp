@@ -54,8 +54,29 @@ bool hasThirtyTwoBits(const xcb_setup_t& setup, std::uint8_t depth) {
 
 } // namespace
 
+namespace {
+
+class Hold {
+ public:
+  Hold(std::shared_ptr<PixelMemory> memory, std::shared_ptr<std::atomic<int>> holders)
+      : memory_(std::move(memory)), holders_(std::move(holders)) {
+    holders_->fetch_add(1, std::memory_order_relaxed);
+  }
+  // Everything that was read of the pixels was read before they are written again.
+  ~Hold() { holders_->fetch_sub(1, std::memory_order_release); }
+  Hold(const Hold&) = delete;
+  Hold& operator=(const Hold&) = delete;
+
+ private:
+  std::shared_ptr<PixelMemory> memory_;
+  std::shared_ptr<std::atomic<int>> holders_;
+};
+
+} // namespace
+
 PixelBuffer::PixelBuffer(Connection& connection, std::shared_ptr<PixelMemory> memory, xcb_shm_seg_t segment)
-    : connection_(&connection), memory_(std::move(memory)), segment_(segment) {}
+    : connection_(&connection), memory_(std::move(memory)), holders_(std::make_shared<std::atomic<int>>(0)),
+      segment_(segment) {}
 
 PixelBuffer::~PixelBuffer() {
   if (segment_ != 0) {
@@ -64,14 +85,19 @@ PixelBuffer::~PixelBuffer() {
 }
 
 PixelBuffer::PixelBuffer(PixelBuffer&& other) noexcept
-    : connection_(other.connection_), memory_(std::move(other.memory_)),
+    : connection_(other.connection_), memory_(std::move(other.memory_)), holders_(std::move(other.holders_)),
       segment_(std::exchange(other.segment_, 0)) {}
 
 PixelBuffer& PixelBuffer::operator=(PixelBuffer&& other) noexcept {
   std::swap(connection_, other.connection_);
   std::swap(memory_, other.memory_);
+  std::swap(holders_, other.holders_);
   std::swap(segment_, other.segment_);
   return *this;
+}
+
+std::shared_ptr<const void> PixelBuffer::hold() const {
+  return std::make_shared<Hold>(memory_, holders_);
 }
 
 PixelReader::PixelReader(Connection& connection, PixelTransport best)

@@ -6,6 +6,7 @@
 #include <xcb/shm.h>
 #include <xcb/xproto.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -46,11 +47,17 @@ class PixelBuffer {
   std::uint8_t* data() const { return memory_->data(); }
   std::size_t size() const { return memory_ ? memory_->size() : 0; }
   xcb_shm_seg_t segment() const { return segment_; }
-  const std::shared_ptr<PixelMemory>& memory() const { return memory_; }
+
+  // Keeps the memory, and says that somebody looks at what is in it, as long as a copy of it lives. Copies go
+  // to any thread.
+  std::shared_ptr<const void> hold() const;
+  // Whether a hold lives. Once none does, everything that was read under one has been read.
+  bool isHeld() const { return holders_ && holders_->load(std::memory_order_acquire) > 0; }
 
  private:
   Connection* connection_ = nullptr;
   std::shared_ptr<PixelMemory> memory_;
+  std::shared_ptr<std::atomic<int>> holders_; // holds; with the memory
   xcb_shm_seg_t segment_ = 0;
 };
 

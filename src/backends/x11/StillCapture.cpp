@@ -8,7 +8,6 @@
 #include "backends/x11/WindowPicture.hpp"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 
 namespace tessarin::x11 {
@@ -55,7 +54,7 @@ PixelRect areaOf(const DisplayLayout& layout, const ContentFilter& filter,
 }
 
 Picture pictureOf(const PixelBuffer& buffer, const pixels::Canvas& canvas) {
-  return {canvas.view(), buffer.memory()};
+  return {canvas.view(), buffer.hold()};
 }
 
 class X11StillCapturer final : public StillCapturer {
@@ -114,9 +113,7 @@ class X11StillCapturer final : public StillCapturer {
   // would take longer than the pixels. It serves again when nobody looks at what is in it any more.
   const PixelBuffer& memoryFor(std::size_t bytes, PixelReader& reader) {
     auto& kept = server_->stillMemory();
-    const bool isFree = kept && kept->size() >= bytes && kept->memory().use_count() == 1;
-    std::atomic_thread_fence(std::memory_order_acquire); // what others read, they have read
-    if (!isFree) {
+    if (!kept || kept->size() < bytes || kept->isHeld()) {
       kept.reset();
       kept = std::make_shared<PixelBuffer>(reader.makeBuffer(bytes));
     }

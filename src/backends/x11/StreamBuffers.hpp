@@ -4,7 +4,6 @@
 #include "model/Picture.hpp"
 #include "pixels/Canvas.hpp"
 
-#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <vector>
@@ -36,7 +35,6 @@ class StreamBuffers {
   struct Slot {
     PixelBuffer buffer;
     PictureView view;
-    std::shared_ptr<std::atomic<int>> holders = std::make_shared<std::atomic<int>>(0);
   };
   static constexpr std::size_t none = ~std::size_t{0};
 
