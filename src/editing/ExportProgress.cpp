@@ -11,6 +11,7 @@ namespace {
 
 constexpr auto quietTime = MediaTime::milliseconds(1000);
 constexpr auto interval = MediaTime::milliseconds(250);
+constexpr int whole = 1000; // permille
 
 // "\r[##########                    ]  33 %  0:12"
 std::string bar(int permille, std::int64_t elapsedMs) {
@@ -38,8 +39,10 @@ ExportProgress::~ExportProgress() {
 
 void ExportProgress::report(int permille) {
   const MediaTime now = clock_.now();
-  const int bounded = std::clamp(permille, 0, 1000);
-  if (now < next_ || bounded == lastPermille_)
+  const int bounded = std::clamp(permille, 0, whole);
+  // A bar that is there is filled when all is done, however soon that comes.
+  const bool isLastOfBar = hasBar_ && bounded == whole;
+  if ((now < next_ && !isLastOfBar) || bounded == lastPermille_)
     return;
   next_ = now + interval;
   lastPermille_ = bounded;

@@ -92,6 +92,18 @@ TEST_F(ExportProgressTest, drawsABarOnATerminal) {
                     "\r[##############################] 100 %  1:06\n");
 }
 
+TEST_F(ExportProgressTest, fillsTheBarAtTheEndHoweverSoonItComes) {
+  begin(true);
+  clock.advance(1s);
+  progress->report(990);
+  clock.advance(1ms);
+  progress->report(999);
+  progress->report(1000);
+  progress->report(1000);
+  EXPECT_EQ(screen, "\r[############################# ]  99 %  0:01"
+                    "\r[##############################] 100 %  0:01");
+}
+
 TEST_F(ExportProgressTest, leavesATerminalAloneThatSawNoBar) {
   begin(true);
   progress->report(500);
