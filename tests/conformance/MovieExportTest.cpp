@@ -159,6 +159,18 @@ TEST_F(MovieExporting, SetsRotatedPicturesUprightAndMakesSizesEven) {
   EXPECT_EQ(numbersIn(movie.outputPath, 318, 238), (std::vector<std::int64_t>{0, 1, 2, 3, 4}));
 }
 
+TEST_F(MovieExporting, RoundsASizeThatIsNoWholeNumberOfPixelsDownAndOnlyOnce) {
+  // 319.638 pixels wide: 318, where 320 would come of rounding to the nearest first.
+  const auto source = rig.paint(
+      "uneven.mp4", 5, 30,
+      "-c:v libx264 -preset ultrafast -pix_fmt yuv444p -vf crop=319:239:0:0,setsar=sar=501/500:max=1000");
+  MovieExport movie = exportOf(source, {{0, 166, 1}});
+  expectExported(movie);
+  auto video = probed(movie.outputPath, "v:0", "stream=width,height");
+  EXPECT_EQ(video["width"] + "x" + video["height"], "318x238");
+  EXPECT_EQ(numbersIn(movie.outputPath, 318, 238), (std::vector<std::int64_t>{0, 1, 2, 3, 4}));
+}
+
 TEST_F(MovieExporting, KeepsColoursWhateverTheSourceTells) {
   struct Source {
     const char* name;

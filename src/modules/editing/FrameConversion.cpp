@@ -75,6 +75,21 @@ bool isCodable(const AVFrame& frame) {
          (frame.colorspace == AVCOL_SPC_BT709 || frame.colorspace == AVCOL_SPC_UNSPECIFIED);
 }
 
+// In square pixels. The width is no whole number where the coded ones are not quite square.
+struct ExactSize {
+  double width = 0;
+  double height = 0;
+};
+
+ExactSize exactSizeOf(const container::Track& track) {
+  const container::SampleDescription& first = track.descriptions.front();
+  const double width = first.width * readSampleEntry(first, container::TrackKind::video).pixelAspect;
+  constexpr double most = 16384;
+  if (!(width >= 1) || width > most || first.height < 1 || first.height > most)
+    failNotComposable();
+  return {width, static_cast<double>(first.height)};
+}
+
 PixelSize even(PixelSize size) {
   return {size.width & ~1, size.height & ~1};
 }
@@ -157,13 +172,8 @@ AffineTransform transformOf(const container::Track& track) {
 }
 
 PixelSize naturalSizeOf(const container::Track& track) {
-  const container::SampleDescription& first = track.descriptions.front();
-  const double aspect = readSampleEntry(first, container::TrackKind::video).pixelAspect;
-  const double width = first.width * aspect;
-  constexpr double most = 16384;
-  if (!(width >= 1) || width > most || first.height < 1 || first.height > most)
-    failNotComposable();
-  return {static_cast<std::int32_t>(std::lround(width)), first.height};
+  const ExactSize size = exactSizeOf(track);
+  return {static_cast<std::int32_t>(std::lround(size.width)), static_cast<std::int32_t>(size.height)};
 }
 
 Picture bgrxPicture(const AVFrame& frame, PixelSize size, PictureMemory& memory) {
@@ -180,9 +190,9 @@ Picture bgrxPicture(const AVFrame& frame, PixelSize size, PictureMemory& memory)
 
 PictureShape uprightShape(const container::Track& track) {
   const AffineTransform transform = transformOf(track);
-  const PixelSize natural = naturalSizeOf(track);
-  const RectDTO bounds =
-      transform.boundsOf({0, 0, static_cast<double>(natural.width), static_cast<double>(natural.height)});
+  // Unrounded: the size of the result is that of an editor, which rounds only once.
+  const ExactSize natural = exactSizeOf(track);
+  const RectDTO bounds = transform.boundsOf({0, 0, natural.width, natural.height});
   constexpr double most = 16384;
   if (!(bounds.width >= 2) || !(bounds.height >= 2) || bounds.width > most || bounds.height > most)
     failNotComposable();
