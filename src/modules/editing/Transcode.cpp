@@ -71,13 +71,16 @@ void Transcode::run(OpenFile& output, const std::function<void(int permille)>& p
   });
   {
     std::vector<std::jthread> threads;
-    threads.reserve(frameMakers_ + 2);
-    threads.emplace_back(guarded([&] { decode(); }));
-    for (unsigned i = 0; i < frameMakers_; ++i)
-      threads.emplace_back(guarded([&] { makeFrames(); }));
-    if (sound_)
-      threads.emplace_back(guarded([&] { makeSound(); }));
-    guarded([&] { code(output, progress); })();
+    // Also when not all of the threads can be started: those that are there end before they are joined.
+    guarded([&] {
+      threads.reserve(frameMakers_ + 2);
+      threads.emplace_back(guarded([&] { decode(); }));
+      for (unsigned i = 0; i < frameMakers_; ++i)
+        threads.emplace_back(guarded([&] { makeFrames(); }));
+      if (sound_)
+        threads.emplace_back(guarded([&] { makeSound(); }));
+      code(output, progress);
+    })();
   }
   workflow_.rethrow();
 }
