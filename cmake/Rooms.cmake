@@ -76,6 +76,8 @@ function(tessarin_test NAME)
   cmake_parse_arguments(T "SERIAL" "LABEL;TIMEOUT" "SOURCES;LIBRARIES;ENVIRONMENT;DEPENDS" ${ARGN})
   add_executable(${NAME} ${T_SOURCES})
   target_link_libraries(${NAME} PRIVATE ${T_LIBRARIES} tessarin-test-support GTest::gtest GTest::gmock GTest::gtest_main)
+  # Tests are compiled more often than they are slow.
+  target_compile_options(${NAME} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O1>)
   if(T_DEPENDS)
     add_dependencies(${NAME} ${T_DEPENDS})
   endif()
