@@ -83,6 +83,28 @@ TEST_F(MovieCutStrangers, StayTurned) {
   }
 }
 
+TEST_F(MovieCutStrangers, OfOddSizesAreCodedAnewInEvenOnesWhereverTheCutsLie) {
+  constexpr const char* odd =
+      "-c:v libx264 -preset ultrafast -pix_fmt yuv444p -g 30 -bf 0 -vf crop=319:239:0:0";
+  const auto plain = rig.paint("odd.mp4", 90, 30, odd);
+  const auto uneven = rig.paint("uneven.mp4", 90, 30, std::string(odd) + ",setsar=sar=501/500:max=1000");
+  for (const std::string& source : {plain, uneven}) {
+    for (const std::int64_t start : {1000, 1100}) {
+      const std::vector<Cut> cuts{{start, 2000, 1}};
+      const MovieExport movie = cutOf(rig, source, cuts);
+      ASSERT_EQ(rig.run(movie), std::nullopt);
+      const AssetVideoTrack video = rig.assets.asset(movie.outputPath).videoTracks.at(0);
+      EXPECT_EQ(video.naturalWidth, 318) << source << start;
+      EXPECT_EQ(video.naturalHeight, 238);
+      const auto shown = shownIn(movie.outputPath, 318, 238);
+      const auto expected = expectedOf(cuts, evenly(90, 30));
+      ASSERT_EQ(shown.size(), expected.size());
+      for (std::size_t i = 0; i < shown.size(); ++i)
+        EXPECT_EQ(shown[i].second, expected[i].second) << i;
+    }
+  }
+}
+
 // The last picture stays, and a stretch behind it shows it too.
 TEST_F(MovieCutStrangers, MayHaveSoundThatIsLongerThanTheirPictures) {
   const auto source = rig.paint("s.mp4", 30, 30, std::string(ordered) + " -c:a aac", toneInput(3));

@@ -153,17 +153,18 @@ void CutPictures::decideCoding(RecordingCodec codec) {
   const bool isOneKind = std::all_of(plans_.begin(), plans_.end(), [&](const Plan& plan) {
     return plan.copied == plan.first || likeSource(track_.samples[reader_.sample(plan.first)].description);
   });
-  if (isOneKind)
+  // Copies of an odd size would not be of the size that is expected of every export.
+  if (isOneKind && hasEvenSize(track_))
     return;
   const std::string subtype = descriptionAt(plans_.front().first).codec;
   if (subtype.starts_with("avc"))
     codec = RecordingCodec::h264;
   else if (subtype == "hvc1" || subtype == "hev1")
     codec = RecordingCodec::hevc;
-  const PixelSize size = naturalSizeOf(track_);
+  const PixelSize size = evenSizeOf(track_);
   constexpr std::int64_t highestRate = 120;
   const std::int64_t rate = std::clamp<std::int64_t>(std::llround(averageRate(track_)), 1, highestRate);
-  wholeSettings_ = richSettings(codec, size.width / 2 * 2, size.height / 2 * 2, rate);
+  wholeSettings_ = richSettings(codec, size.width, size.height, rate);
   if (!media::areCodable(*wholeSettings_))
     throw MovieEditingFailure(MovieEditingError::notComposable);
   delay_ = 0;

@@ -176,6 +176,17 @@ PixelSize naturalSizeOf(const container::Track& track) {
   return {static_cast<std::int32_t>(std::lround(size.width)), static_cast<std::int32_t>(size.height)};
 }
 
+PixelSize evenSizeOf(const container::Track& track) {
+  const ExactSize size = exactSizeOf(track);
+  return even({static_cast<std::int32_t>(size.width), static_cast<std::int32_t>(size.height)});
+}
+
+bool hasEvenSize(const container::Track& track) {
+  const ExactSize size = exactSizeOf(track);
+  const PixelSize rounded = evenSizeOf(track);
+  return size.width == rounded.width && size.height == rounded.height;
+}
+
 Picture bgrxPicture(const AVFrame& frame, PixelSize size, PictureMemory& memory) {
   const auto whole = memory.sheet({frame.width, frame.height});
   convertToBgrx(frame, whole.canvas);

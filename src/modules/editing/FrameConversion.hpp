@@ -15,6 +15,10 @@ namespace tessarin::editing {
 AffineTransform transformOf(const container::Track& track);
 // Of the track's pictures as coded, in square pixels.
 PixelSize naturalSizeOf(const container::Track& track);
+// The same rounded down to even numbers, which is what an editor makes of it. May be zero.
+PixelSize evenSizeOf(const container::Track& track);
+// Whether nothing was rounded for that.
+bool hasEvenSize(const container::Track& track);
 
 // The decoded picture as the screen shows it, by the matrix and range that it tells; BT.709 in video range
 // where it tells nothing. Scaled to the size. notComposable for a form of
