@@ -113,8 +113,9 @@ TEST_F(WorkerEnduranceTest, KeepsNothingOfServersThatAreGone) {
   }
   const Footprint after = footprintAtRest(worker.process().pid());
   EXPECT_EQ(after.descriptors, before.descriptors);
-  if (!isInstrumented)
+  if (!isInstrumented) {
     EXPECT_LE(after.mappings, before.mappings + 2);
+  }
   EXPECT_EQ(worker.end(), 0);
 }
 
