@@ -152,7 +152,8 @@ TEST(NarrationVoiceProcessor, takesAwayConstantsAndRumble) {
     EXPECT_NEAR(rmsOf(endOf(result, 48000 / 4)) / (0.01 * std::numbers::sqrt2 / 2), it.share, 0.01)
         << it.frequency;
   }
-  for (const float sample : endOf(processed(Samples(count, 0.01F), evenNoise(0), 1), block))
+  const Samples constant = processed(Samples(count, 0.01F), evenNoise(0), 1);
+  for (const float sample : endOf(constant, block))
     EXPECT_NEAR(sample, 0, 1e-6);
 }
 

@@ -1,9 +1,9 @@
 // Recordings that were killed, and what the built program makes of them afterwards, without a display.
 
 #include "DesktopFixture.hpp"
+#include "ReadableMovie.hpp"
 #include "RecordingProcess.hpp"
 
-#include "container/Movie.hpp"
 #include "support/PrivateSoundServer.hpp"
 #include "support/TemporaryDirectory.hpp"
 
@@ -51,15 +51,6 @@ class RecoveryProgramTest : public DesktopFixture {
                 R"("cameraPosition":"bottomRight","showsCursor":false,"showMouseClicks":false,)"
                 R"("frameRate":15,"quality":"standard","outputScale":"original"}})",
             environment};
-  }
-  // How much of a segment can be read now.
-  static std::int64_t readableMs(const std::string& path) {
-    try {
-      return container::readMovie(*machineFileSystem().open(path, OpenMode::read))
-          .duration.wholeMilliseconds();
-    } catch (const std::exception&) {
-      return 0; // not there yet, or without a fragment
-    }
   }
   static void waitUntilReadable(const std::string& path) {
     const auto end = std::chrono::steady_clock::now() + 20s;
