@@ -182,7 +182,12 @@ TEST_F(MovieCompositing, NeedsNoMoreMemoryForALongFilm) {
   };
   const double shortFilm = most(2); // 16 s; the first one also warms up
   const double longFilm = most(20); // 160 s
-  EXPECT_LT(longFilm, shortFilm + 8) << shortFilm;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  constexpr double room = 256; // the sanitizers keep what was let go for a while
+#else
+  constexpr double room = 8;
+#endif
+  EXPECT_LT(longFilm, shortFilm + room) << shortFilm;
 }
 
 } // namespace

@@ -5,7 +5,6 @@
 #include <libdeflate.h>
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
 #include <random>
 #include <string>
@@ -18,7 +17,7 @@ using Bytes = std::vector<std::uint8_t>;
 using Kind = DeflateStream::Kind;
 
 std::size_t appendTo(DeflateStream& stream, Kind kind, const Bytes& bytes) {
-  std::memcpy(stream.beginPiece(kind), bytes.data(), bytes.size());
+  std::copy(bytes.begin(), bytes.end(), stream.beginPiece(kind));
   return stream.append(bytes.size());
 }
 
