@@ -6,22 +6,26 @@
 
 #include <array>
 #include <cerrno>
+#include <system_error>
 
 namespace tessarin {
 
 SignalledStop::~SignalledStop() {
-  if (!thread_.joinable())
-    return;
-  (void)eventfd_write(wake_, 1);
-  thread_.join();
-  close(wake_);
+  if (thread_.joinable()) {
+    (void)eventfd_write(wake_, 1);
+    thread_.join();
+  }
+  if (wake_ >= 0)
+    close(wake_);
 }
 
 std::stop_token SignalledStop::token() {
   if (descriptor_ && !thread_.joinable()) {
-    wake_ = eventfd(0, EFD_CLOEXEC);
-    if (wake_ >= 0)
-      thread_ = std::thread([this] { watch(); });
+    if (wake_ < 0)
+      wake_ = eventfd(0, EFD_CLOEXEC);
+    if (wake_ < 0)
+      throw std::system_error(errno, std::generic_category());
+    thread_ = std::thread([this] { watch(); });
   }
   return stop_.get_token();
 }

@@ -17,7 +17,8 @@ class SignalledStop {
   SignalledStop(const SignalledStop&) = delete;
   SignalledStop& operator=(const SignalledStop&) = delete;
 
-  // One thread at a time.
+  // One thread at a time. Throws std::system_error where nothing can watch, since work that nobody can end is
+  // better not begun.
   std::stop_token token();
 
  private:
