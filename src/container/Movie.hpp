@@ -10,8 +10,8 @@
 #include <vector>
 
 // The index of an MPEG-4 file (ISO/IEC 14496-12): what its tracks hold and where, without decoding. The
-// program reads and joins its own recordings by this index alone; files of strangers go through the media
-// module.
+// program reads, cuts and joins movies by this index alone, its own and those of others, which may be
+// hostile.
 namespace tessarin::container {
 
 enum class ContainerError : std::uint8_t {
